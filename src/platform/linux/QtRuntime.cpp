@@ -1,0 +1,76 @@
+#include "platform/linux/QtRuntime.h"
+
+#include <QMetaObject>
+#include <QThread>
+#include <QTimer>
+
+#include <cmath>
+
+#include "platform/linux/ThreadSerialQueue.h"
+
+namespace wh::platform {
+
+namespace {
+
+int toMilliseconds(double seconds) {
+  if (!(seconds > 0)) return 0;
+  return static_cast<int>(std::min(std::ceil(seconds * 1000.0), 2.0e9));
+}
+
+}  // namespace
+
+class QtRuntime::Timer final : public RepeatingTimer {
+ public:
+  // Made on the main thread, like every component that keeps a timer.
+  Timer(double interval, double tolerance, Work tick) {
+    timer_.setInterval(std::max(1, toMilliseconds(interval)));
+    // Qt's coarse timers may fire up to 5% late; allow that when the caller's tolerance does.
+    timer_.setTimerType(tolerance >= interval * 0.05 ? Qt::CoarseTimer : Qt::PreciseTimer);
+    QObject::connect(&timer_, &QTimer::timeout, &timer_, std::move(tick));
+    timer_.start();
+  }
+  void invalidate() override { timer_.stop(); }
+  bool isValid() const override { return timer_.isActive(); }
+
+ private:
+  QTimer timer_;
+};
+
+QtRuntime::QtRuntime() = default;
+QtRuntime::~QtRuntime() = default;
+
+std::shared_ptr<SerialQueue> QtRuntime::makeSerialQueue(std::string label, QueuePriority priority) {
+  return std::make_shared<ThreadSerialQueue>(std::move(label), priority);
+}
+
+double QtRuntime::now() const {
+  using namespace std::chrono;
+  return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+std::chrono::system_clock::time_point QtRuntime::wallNow() const { return std::chrono::system_clock::now(); }
+
+void QtRuntime::post(Work work) {
+  QMetaObject::invokeMethod(&context_, std::move(work), Qt::QueuedConnection);
+}
+
+std::shared_ptr<WorkItem> QtRuntime::after(double seconds, Work work) {
+  auto item = std::make_shared<WorkItem>(std::move(work));
+  const int ms = toMilliseconds(seconds);
+  auto start = [this, item, ms] {
+    QTimer::singleShot(ms, Qt::PreciseTimer, &context_, [item] { item->perform(); });
+  };
+  // Timers belong to the main thread; from another thread, go there first.
+  if (QThread::currentThread() == context_.thread()) {
+    start();
+  } else {
+    QMetaObject::invokeMethod(&context_, std::move(start), Qt::QueuedConnection);
+  }
+  return item;
+}
+
+std::unique_ptr<RepeatingTimer> QtRuntime::every(double interval, double tolerance, Work tick) {
+  return std::make_unique<Timer>(interval, tolerance, std::move(tick));
+}
+
+}  // namespace wh::platform
