@@ -1,0 +1,3 @@
+#pragma once
+// The logging facade; see FileLog.h.
+#include "core/log/FileLog.h"

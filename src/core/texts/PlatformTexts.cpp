@@ -1,0 +1,45 @@
+#include "core/texts/PlatformTexts.h"
+
+#include <map>
+#include <sstream>
+
+namespace wh::texts {
+
+namespace {
+
+// One value of an os-release assignment: quotes removed and backslash escapes resolved.
+std::string unquote(std::string_view value) {
+  if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.back() == value.front()) {
+    value = value.substr(1, value.size() - 2);
+  }
+  std::string out;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (value[i] == '\\' && i + 1 < value.size()) ++i;
+    out += value[i];
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string systemNameFromOsRelease(std::string_view osRelease) {
+  std::map<std::string, std::string, std::less<>> fields;
+  std::istringstream lines{std::string(osRelease)};
+  for (std::string line; std::getline(lines, line);) {
+    const auto equals = line.find('=');
+    if (line.empty() || line[0] == '#' || equals == std::string::npos) continue;
+    fields[line.substr(0, equals)] = unquote(std::string_view(line).substr(equals + 1));
+  }
+  const auto field = [&](std::string_view key) {
+    auto found = fields.find(key);
+    return found == fields.end() ? std::string() : found->second;
+  };
+  if (auto pretty = field("PRETTY_NAME"); !pretty.empty()) return pretty;
+  std::string name = field("NAME");
+  std::string version = field("VERSION");
+  if (version.empty()) version = field("VERSION_ID");
+  if (name.empty()) return version.empty() ? "Linux" : "Linux " + version;
+  return version.empty() ? name : name + " " + version;
+}
+
+}  // namespace wh::texts

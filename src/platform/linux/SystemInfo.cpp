@@ -1,0 +1,34 @@
+#include "platform/linux/SystemInfo.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "core/texts/PlatformTexts.h"
+
+namespace wh::platform {
+
+std::string systemVersion() {
+  for (const char* path : {"/etc/os-release", "/usr/lib/os-release"}) {
+    std::ifstream in(path);
+    if (!in) continue;
+    std::stringstream text;
+    text << in.rdbuf();
+    return texts::systemNameFromOsRelease(text.str());
+  }
+  return texts::systemNameFromOsRelease("");
+}
+
+bool inputAccessGranted() {
+  if (::access("/dev/uinput", W_OK) != 0) return false;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/dev/input", error)) {
+    const auto name = entry.path().filename().string();
+    if (name.rfind("event", 0) == 0 && ::access(entry.path().c_str(), R_OK) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace wh::platform
