@@ -1,6 +1,7 @@
 #include "core/settings/Settings.h"
 
 #include <algorithm>
+#include <mutex>
 
 #include "core/settings/Address.h"
 
@@ -18,6 +19,21 @@ std::optional<std::string> dataValue(const SettingsStore& store, const char* key
   if (!value) return std::nullopt;
   if (const std::string* bytes = value->asData()) return *bytes;
   return std::nullopt;
+}
+
+// Menus read the device list many times between changes, and decoding it costs far more than
+// reading the store. Decoding is a pure function of the stored bytes, so the last result is kept
+// with the exact bytes it came from and reused only for the same bytes.
+std::vector<DeviceSetting> decodeDevicesRemembered(const std::string& bytes) {
+  static std::mutex mutex;
+  static std::string lastBytes;
+  static std::vector<DeviceSetting> lastDevices;
+  std::lock_guard lock(mutex);
+  if (bytes != lastBytes) {
+    lastDevices = decodeDevices(bytes).value_or(std::vector<DeviceSetting>{});
+    lastBytes = bytes;
+  }
+  return lastDevices;
 }
 
 std::optional<StoreValue> asData(std::optional<std::string> bytes) {
@@ -43,7 +59,7 @@ std::optional<std::string> Settings::stringValue(const char* key) const {
 std::vector<DeviceSetting> Settings::devices() const {
   const auto bytes = dataValue(store_, Keys::devices);
   if (!bytes) return {};
-  return decodeDevices(*bytes).value_or(std::vector<DeviceSetting>{});
+  return decodeDevicesRemembered(*bytes);
 }
 
 void Settings::setDevices(const std::vector<DeviceSetting>& devices) {
