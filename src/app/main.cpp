@@ -1,2 +1,86 @@
-#include <cstdio>
-int main() { return 0; }
+// The agent's entry point.
+
+#include <unistd.h>
+
+#include <QApplication>
+
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include "app/BuildConfig.h"
+#include "app/LinuxAppHost.h"
+#include "core/app/AppDelegate.h"
+#include "core/diagnostics/Diagnose.h"
+#include "core/log/Log.h"
+#include "core/notify/NotificationCenter.h"
+#include "core/settings/Settings.h"
+#include "platform/linux/JournalLog.h"
+#include "platform/linux/JsonFileStore.h"
+#include "platform/linux/QtRuntime.h"
+#include "platform/linux/SystemInfo.h"
+#include "platform/linux/XdgPaths.h"
+
+namespace {
+
+wh::BuildInfo buildInfo() {
+  return {wh::build::kBundleIdentifier, wh::build::kShortVersion, wh::build::kBuildNumber};
+}
+
+bool hasArgument(int argc, char** argv, const char* wanted) {
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], wanted) == 0) return true;
+  }
+  return false;
+}
+
+// Without a display the agent still does its work; it just shows no tray icons.
+bool useOffscreenWithoutDisplay() {
+  if (std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr ||
+      std::getenv("QT_QPA_PLATFORM") != nullptr) {
+    return false;
+  }
+  ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const wh::BuildInfo build = buildInfo();
+
+  if (hasArgument(argc, argv, "--diagnose")) {
+    std::cout << wh::Diagnose({build, wh::platform::systemVersion()}).text() << "\n";
+    return 0;
+  }
+
+  const bool headless = useOffscreenWithoutDisplay();
+  QApplication application(argc, argv);
+  QApplication::setApplicationName("Wrenhaven");
+  QApplication::setApplicationVersion(build.shortVersion.c_str());
+  QApplication::setDesktopFileName(build.bundleIdentifier.c_str());
+  QApplication::setQuitOnLastWindowClosed(false);
+
+  wh::platform::QtRuntime runtime;
+  const std::string logName = wh::FileLog::sharedName();
+  auto fileLog = std::make_shared<wh::FileLog>(
+      wh::platform::stateHome() / logName, logName,
+      runtime.makeSerialQueue(wh::FileLog::queueLabel, wh::QueuePriority::utility), std::chrono::system_clock::now,
+      [](std::FILE* file) { ::fsync(::fileno(file)); });
+  wh::Log::install(std::make_shared<wh::platform::JournalLog>(build.bundleIdentifier, "core"), fileLog);
+
+  wh::platform::JsonFileStore store(wh::platform::settingsFile());
+  wh::NotificationCenter notifications;
+  wh::Settings settings(store, notifications, wh::Shared::isAgent(build.bundleIdentifier), nullptr);
+  wh::app::LinuxAppHost host;
+  wh::AppDelegate delegate(runtime, settings, notifications, host, build);
+
+  runtime.main().post([&] {
+    delegate.applicationDidFinishLaunching();
+    if (delegate.started() && headless) wh::Log::info("no display: running without tray icons");
+  });
+  const int status = QApplication::exec();
+  fileLog->flush();
+  wh::Log::install(nullptr, nullptr);
+  return status;
+}
