@@ -1,0 +1,81 @@
+#pragma once
+// The audio port: the sound server's devices, default devices and per-process audio objects, read
+// one property at a time, and property listeners. The Linux adapter speaks the PulseAudio protocol;
+// tests use MemoryAudioHardware. Everything above this interface (AudioDevice, DefaultDevice,
+// CA::Listener, AudioProcessMonitor) is portable.
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace wh {
+
+using AudioObjectID = std::uint32_t;
+
+// No object: what a default-device read answers when there is no default.
+inline constexpr AudioObjectID audioObjectUnknown = 0;
+// The audio system itself: owner of the device list, the defaults and the process object list.
+inline constexpr AudioObjectID audioSystemObject = 1;
+
+// Four characters stored as the 32-bit big-endian value of the characters ("blue" = 0x626c7565).
+constexpr std::uint32_t fourCharCode(const char (&code)[5]) {
+  return (static_cast<std::uint32_t>(static_cast<unsigned char>(code[0])) << 24) |
+         (static_cast<std::uint32_t>(static_cast<unsigned char>(code[1])) << 16) |
+         (static_cast<std::uint32_t>(static_cast<unsigned char>(code[2])) << 8) |
+         static_cast<std::uint32_t>(static_cast<unsigned char>(code[3]));
+}
+
+// The properties that can be listened to (and, for the defaults, written).
+enum class AudioProperty {
+  devices,                    // system object: the device list
+  defaultInputDevice,         // system object
+  defaultOutputDevice,        // system object
+  defaultSystemOutputDevice,  // system object: where alert sounds go
+  processObjectList,          // system object: the list of audio process objects
+  processIsRunning,           // process object: doing any audio I/O
+  processIsRunningInput,      // process object
+  processIsRunningOutput,     // process object
+};
+
+enum class Direction { input, output };
+
+class AudioHardware {
+ public:
+  using ListenerToken = std::uint64_t;
+
+  virtual ~AudioHardware() = default;
+
+  // Devices, in the order the sound server lists them. Reads answer nothing when the property
+  // cannot be read (the device has gone, or never had it). Safe from any thread.
+  virtual std::vector<AudioObjectID> devices() = 0;
+  virtual std::optional<std::string> deviceUID(AudioObjectID device) = 0;
+  virtual std::optional<std::string> deviceName(AudioObjectID device) = 0;
+  virtual std::optional<std::uint32_t> deviceTransport(AudioObjectID device) = 0;
+  // How many streams the device has in that direction.
+  virtual std::optional<std::uint32_t> deviceStreamCount(AudioObjectID device, Direction direction) = 0;
+  virtual std::optional<double> deviceNominalSampleRate(AudioObjectID device) = 0;
+
+  // `which` is defaultInputDevice, defaultOutputDevice or defaultSystemOutputDevice. A read may
+  // answer audioObjectUnknown. A write answers true when the sound server accepted it; it waits
+  // for the server's answer, with a time limit.
+  virtual std::optional<AudioObjectID> defaultDevice(AudioProperty which) = 0;
+  virtual bool setDefaultDevice(AudioProperty which, AudioObjectID device) = 0;
+
+  // Audio process objects, in the sound server's order, and their properties.
+  virtual std::vector<AudioObjectID> processObjects() = 0;
+  virtual std::optional<std::int32_t> processPID(AudioObjectID process) = 0;
+  virtual std::optional<std::string> processBundleID(AudioObjectID process) = 0;
+  virtual std::optional<bool> processIsRunningInput(AudioObjectID process) = 0;
+  virtual std::optional<bool> processIsRunningOutput(AudioObjectID process) = 0;
+
+  // Calls `handler` on the main thread after each change of the property of that object (several
+  // changes in a row may be reported by one call). Answers a token for removeListener, or 0 when
+  // the registration was refused. After removeListener returns, the handler is never called again.
+  // Both are called on the main thread.
+  virtual ListenerToken addListener(AudioObjectID object, AudioProperty property, std::function<void()> handler) = 0;
+  virtual void removeListener(ListenerToken token) = 0;
+};
+
+}  // namespace wh

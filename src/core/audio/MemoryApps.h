@@ -1,0 +1,59 @@
+#pragma once
+// The process table and the desktop entries held in memory, for tests and benchmarks. Reads of
+// the process table are counted, so a test can tell that identities are not resolved again.
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/audio/AppGrouping.h"
+
+namespace wh {
+
+class MemoryProcessTable final : public ProcessTable {
+ public:
+  struct Process {
+    std::optional<std::int32_t> parent;
+    std::optional<std::string> executable;
+    std::optional<std::string> controlGroup;
+    std::optional<std::string> flatpakInfo;
+  };
+
+  std::int32_t own = 1000;
+  std::map<std::int32_t, Process> processes;
+  std::size_t reads = 0;
+
+  std::int32_t ownPid() const override { return own; }
+  std::vector<std::int32_t> pids() override {
+    ++reads;
+    std::vector<std::int32_t> out;
+    for (const auto& [pid, process] : processes) out.push_back(pid);
+    return out;
+  }
+  std::optional<std::int32_t> parentPid(std::int32_t pid) override { return field(pid, &Process::parent); }
+  std::optional<std::string> executable(std::int32_t pid) override { return field(pid, &Process::executable); }
+  std::optional<std::string> controlGroup(std::int32_t pid) override { return field(pid, &Process::controlGroup); }
+  std::optional<std::string> flatpakInfo(std::int32_t pid) override { return field(pid, &Process::flatpakInfo); }
+
+ private:
+  template <class T>
+  std::optional<T> field(std::int32_t pid, std::optional<T> Process::*member) {
+    ++reads;
+    const auto found = processes.find(pid);
+    return found == processes.end() ? std::nullopt : found->second.*member;
+  }
+};
+
+class MemoryDesktopEntries final : public DesktopEntries {
+ public:
+  void set(std::vector<DesktopEntry> entries) { catalog_ = std::make_shared<const DesktopCatalog>(std::move(entries)); }
+  std::shared_ptr<const DesktopCatalog> catalog() override { return catalog_; }
+
+ private:
+  std::shared_ptr<const DesktopCatalog> catalog_ = std::make_shared<const DesktopCatalog>();
+};
+
+}  // namespace wh
