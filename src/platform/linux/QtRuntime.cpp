@@ -22,18 +22,24 @@ int toMilliseconds(double seconds) {
 class QtRuntime::Timer final : public RepeatingTimer {
  public:
   // Made on the main thread, like every component that keeps a timer.
-  Timer(double interval, double tolerance, Work tick) {
-    timer_.setInterval(std::max(1, toMilliseconds(interval)));
+  Timer(double interval, double tolerance, Work tick) : timer_(new QTimer) {
+    timer_->setInterval(std::max(1, toMilliseconds(interval)));
     // Qt's coarse timers may fire up to 5% late; allow that when the caller's tolerance does.
-    timer_.setTimerType(tolerance >= interval * 0.05 ? Qt::CoarseTimer : Qt::PreciseTimer);
-    QObject::connect(&timer_, &QTimer::timeout, &timer_, std::move(tick));
-    timer_.start();
+    timer_->setTimerType(tolerance >= interval * 0.05 ? Qt::CoarseTimer : Qt::PreciseTimer);
+    QObject::connect(timer_, &QTimer::timeout, timer_, std::move(tick));
+    timer_->start();
   }
-  void invalidate() override { timer_.stop(); }
-  bool isValid() const override { return timer_.isActive(); }
+  // A tick may drop its own timer, so the QTimer is deleted once its signal has returned.
+  ~Timer() override {
+    timer_->stop();
+    timer_->disconnect();
+    timer_->deleteLater();
+  }
+  void invalidate() override { timer_->stop(); }
+  bool isValid() const override { return timer_->isActive(); }
 
  private:
-  QTimer timer_;
+  QTimer* timer_;
 };
 
 QtRuntime::QtRuntime() = default;

@@ -1,0 +1,106 @@
+#pragma once
+// What the headphones logic needs of the Bluetooth stack, of sleep and wake, of the Bluetooth
+// permission and of the battery sources. The Linux adapters speak to BlueZ, systemd-logind and
+// UPower; tests use in-memory doubles.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/bluetooth/BatteryLevels.h"
+
+namespace wh {
+
+// Something registered with a platform service; dropping it ends the registration.
+class Registration {
+ public:
+  virtual ~Registration() = default;
+};
+
+// Results of connect and disconnect calls. Zero is success; the other codes are logged as
+// "0x%08x" and shown to the user through `BluetoothManager::describe`.
+enum class BluetoothStatus : std::uint32_t {
+  success = 0,
+  bluetoothOff = 0xe00002d8,   // the adapter is off or not ready
+  timeout = 0xe00002d6,        // the device did not answer in time
+  notFound = 0xe00002f0,       // the device is not there (out of range, removed, host down)
+  failed = 0xe00002bc,         // anything else
+};
+
+// One paired Bluetooth device whose major device class is audio.
+struct PairedDevice {
+  std::string address;  // normal form: lower case, "-" between the bytes
+  std::string name;     // the device's name, or its address when it has none
+  bool isConnected = false;
+
+  friend bool operator==(const PairedDevice&, const PairedDevice&) = default;
+};
+
+// The Bluetooth stack. The blocking calls (`openConnection`, `closeConnection`) are made on the
+// Bluetooth serial queue and return within a bounded time; the others may be made from any
+// thread. Addresses are accepted in either form ("AA:BB:…" or "aa-bb-…").
+class BluetoothStack {
+ public:
+  virtual ~BluetoothStack() = default;
+
+  // Paired audio devices, in the stack's order.
+  virtual std::vector<PairedDevice> pairedAudioDevices() = 0;
+  // Whether the device is connected; nothing when the stack knows no such device.
+  virtual std::optional<bool> isConnected(const std::string& address) = 0;
+  // Connects the device (blocking); success when it already is connected. Nothing when the stack
+  // knows no such device.
+  virtual std::optional<BluetoothStatus> openConnection(const std::string& address) = 0;
+  // Disconnects the device (blocking). Nothing when the stack knows no such device.
+  virtual std::optional<BluetoothStatus> closeConnection(const std::string& address) = 0;
+
+  // Calls `connected` on the main thread with the device's address (normal form) whenever a
+  // paired device becomes connected, and `disconnected` whenever one becomes disconnected, until
+  // the registration is dropped.
+  virtual std::unique_ptr<Registration> observeConnections(std::function<void(const std::string&)> connected,
+                                                           std::function<void(const std::string&)> disconnected) = 0;
+};
+
+// Sleep and wake of the machine. `willSleep` runs on the main thread before the machine sleeps,
+// and the machine waits for it to return (the adapter holds a delay lock for that); `didWake`
+// runs on the main thread after wake.
+class SleepWatcher {
+ public:
+  virtual ~SleepWatcher() = default;
+  virtual std::unique_ptr<Registration> observe(std::function<void()> willSleep, std::function<void()> didWake) = 0;
+};
+
+// The permission to use Bluetooth.
+enum class BluetoothAuthorization { undetermined = 0, restricted = 1, denied = 2, allowedAlways = 3 };
+
+class BluetoothAuthority {
+ public:
+  virtual ~BluetoothAuthority() = default;
+  // The state now (cheap; may be answered from what the adapter last learnt).
+  virtual BluetoothAuthorization authorization() const = 0;
+  // Starts following the state (the first time only; later calls do nothing): `updated` is then
+  // called on the main thread once with the first answer and again on every change.
+  virtual void startWatching(std::function<void()> updated) = 0;
+};
+
+// One battery entry of the live source.
+struct BatteryEntry {
+  std::optional<std::string> name;     // product name
+  std::optional<std::string> address;  // in any form
+  BatteryLevels levels;
+};
+
+// Where battery levels come from. Both reads block and run on the battery queue.
+class BatterySources {
+ public:
+  virtual ~BatterySources() = default;
+  // The live, cheap source: every entry it has now.
+  virtual std::vector<BatteryEntry> readLive() = 0;
+  // The slow source (read at most once a minute): levels by address in normal form.
+  virtual std::map<std::string, BatteryLevels> readSlow() = 0;
+};
+
+}  // namespace wh
