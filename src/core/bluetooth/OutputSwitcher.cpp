@@ -1,0 +1,71 @@
+#include "core/bluetooth/OutputSwitcher.h"
+
+#include "core/log/Log.h"
+#include "core/settings/Address.h"
+
+namespace wh {
+
+OutputSwitcher::OutputSwitcher(Runtime& runtime, Audio audio) : runtime_(runtime), audio_(std::move(audio)) {}
+
+bool OutputSwitcher::current(const std::string& address, int generation) const {
+  auto found = generation_.find(address);
+  return found != generation_.end() && found->second == generation;
+}
+
+void OutputSwitcher::begin(const std::string& rawAddress) {
+  const std::string address = normalizeAddress(rawAddress);
+  const int generation = ++generation_[address];
+  wait(address, generation, runtime_.clock().now());
+}
+
+void OutputSwitcher::cancel(const std::string& rawAddress) {
+  const std::string address = normalizeAddress(rawAddress);
+  // The repair's own disconnect must not end the repair.
+  if (repairing_.count(address) > 0) return;
+  ++generation_[address];
+}
+
+void OutputSwitcher::wait(const std::string& address, int generation, double started) {
+  if (!current(address, generation)) return;
+  if (const auto id = audio_.find(address)) {
+    apply(*id);
+    for (double delay : {firstRecheck, secondRecheck}) {
+      runtime_.main().after(delay, lifetime_.guard([this, address, generation] { recheck(address, generation); }));
+    }
+    return;
+  }
+  if (runtime_.clock().now() - started < giveUpAfter) {
+    runtime_.main().after(pollEvery, lifetime_.guard([this, address, generation, started] {
+      wait(address, generation, started);
+    }));
+    return;
+  }
+  if (repairUsed.count(address) == 0 && reconnect) {
+    repairUsed.insert(address);
+    repairing_.insert(address);
+    Log::info("no audio device for " + address + " after connect; reconnecting once");
+    reconnect(address, lifetime_.guard([this, address, generation](bool connected) {
+      repairing_.erase(address);
+      if (connected && current(address, generation)) begin(address);
+    }));
+    return;
+  }
+  Log::info("gave up setting output for " + address);
+}
+
+void OutputSwitcher::apply(DeviceID id) {
+  if (audio_.current() == id) return;
+  if (audio_.set(id)) Log::info("output set to " + audio_.name(id));
+}
+
+void OutputSwitcher::recheck(const std::string& address, int generation) {
+  if (!current(address, generation)) return;
+  const auto id = audio_.find(address);
+  if (!id) return;
+  const auto now = audio_.current();
+  if (now && *now == *id) return;
+  Log::info("output moved away from " + audio_.name(*id) + "; setting it again");
+  audio_.set(*id);
+}
+
+}  // namespace wh

@@ -1,0 +1,65 @@
+#pragma once
+// Moves the sound to headphones that have just connected: waits for their output device, makes
+// it the default output, checks twice that it stayed there, and reconnects the headphones once
+// when the device never appears.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "core/runtime/Runtime.h"
+
+namespace wh {
+
+class OutputSwitcher {
+ public:
+  using DeviceID = std::uint32_t;
+
+  // The device operations the switcher needs.
+  struct Audio {
+    // The headphones' output device, by their address.
+    std::function<std::optional<DeviceID>(const std::string& address)> find;
+    // The default output device.
+    std::function<std::optional<DeviceID>()> current;
+    // Makes the device the default output (and the alert output); true on success.
+    std::function<bool(DeviceID)> set;
+    // The device's name for the log.
+    std::function<std::string(DeviceID)> name;
+  };
+
+  static constexpr double giveUpAfter = 8.0;
+  static constexpr double pollEvery = 0.25;
+  static constexpr double firstRecheck = 1.0;
+  static constexpr double secondRecheck = 3.0;
+
+  OutputSwitcher(Runtime& runtime, Audio audio);
+  OutputSwitcher(const OutputSwitcher&) = delete;
+  OutputSwitcher& operator=(const OutputSwitcher&) = delete;
+
+  // Disconnects and connects the headphones again, then reports whether they connected.
+  std::function<void(const std::string& address, std::function<void(bool)> completion)> reconnect;
+
+  void begin(const std::string& address);
+  void cancel(const std::string& address);
+
+  // Headphones whose one repair has been spent.
+  std::set<std::string> repairUsed;
+  const std::set<std::string>& repairing() const { return repairing_; }
+
+ private:
+  void wait(const std::string& address, int generation, double started);
+  void apply(DeviceID id);
+  void recheck(const std::string& address, int generation);
+  bool current(const std::string& address, int generation) const;
+
+  Runtime& runtime_;
+  Audio audio_;
+  std::map<std::string, int> generation_;
+  std::set<std::string> repairing_;
+  Lifetime lifetime_;
+};
+
+}  // namespace wh

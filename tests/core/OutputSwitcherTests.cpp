@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include "core/bluetooth/OutputSwitcher.h"
+#include "core/log/Log.h"
+#include "core/runtime/VirtualRuntime.h"
+
+namespace wh {
+namespace {
+
+class RecordingLog : public SystemLog {
+ public:
+  void write(LogLevel, const std::string& message) override { lines.push_back(message); }
+  std::vector<std::string> lines;
+};
+
+// A sound system with a built-in output (1) and, once they appear, the headphones' output (7).
+class OutputSwitcherTest : public testing::Test {
+ protected:
+  static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
+
+  OutputSwitcherTest() { Log::install(log, nullptr); }
+  ~OutputSwitcherTest() override { Log::install(nullptr, nullptr); }
+
+  OutputSwitcher::Audio audio() {
+    return {
+        [this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
+          if (headphonesPresent && address == buds) return 7;
+          return std::nullopt;
+        },
+        [this]() -> std::optional<OutputSwitcher::DeviceID> { return defaultOutput; },
+        [this](OutputSwitcher::DeviceID id) {
+          sets.push_back(id);
+          if (!setWorks) return false;
+          defaultOutput = id;
+          return true;
+        },
+        [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); },
+    };
+  }
+
+  VirtualRuntime rt;
+  std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
+  bool headphonesPresent = false;
+  bool setWorks = true;
+  std::optional<OutputSwitcher::DeviceID> defaultOutput = 1;
+  std::vector<OutputSwitcher::DeviceID> sets;
+  OutputSwitcher switcher{rt, audio()};
+};
+
+TEST_F(OutputSwitcherTest, PollsForTheDeviceAndAppliesItWhenItAppearsBeforeEightSeconds) {
+  switcher.begin("AA:BB:CC:DD:EE:FF");
+  rt.advance(7.5);
+  EXPECT_TRUE(sets.empty());
+  headphonesPresent = true;  // appears at 7.5 s; the poll at 7.75 s finds it
+  rt.advance(0.25);
+  EXPECT_EQ(sets, std::vector<OutputSwitcher::DeviceID>{7});
+  EXPECT_EQ(log->lines, std::vector<std::string>{"output set to Sleep Buds"});
+}
+
+TEST_F(OutputSwitcherTest, ADeviceStillMissingAtEightSecondsGetsOneRepairThenGivesUp) {
+  std::vector<std::string> reconnects;
+  std::function<void(bool)> pending;
+  switcher.reconnect = [&](const std::string& address, std::function<void(bool)> completion) {
+    reconnects.push_back(address);
+    pending = std::move(completion);
+  };
+  switcher.begin(buds);
+  rt.advance(7.99);
+  EXPECT_TRUE(reconnects.empty());
+  rt.advance(0.01);
+  ASSERT_EQ(reconnects, std::vector<std::string>{buds});
+  EXPECT_EQ(log->lines.back(), "no audio device for aa-bb-cc-dd-ee-ff after connect; reconnecting once");
+  EXPECT_EQ(switcher.repairing().count(buds), 1u);
+
+  switcher.cancel(buds);  // the repair's own disconnect: ignored
+  pending(true);          // reconnected: a fresh eight-second wait starts
+  EXPECT_TRUE(switcher.repairing().empty());
+  rt.advance(8.0);
+  EXPECT_EQ(reconnects.size(), 1u) << "the repair is granted once per headphones";
+  EXPECT_EQ(log->lines.back(), "gave up setting output for aa-bb-cc-dd-ee-ff");
+
+  // Also for a later connection of the same headphones.
+  switcher.begin(buds);
+  rt.advance(9);
+  EXPECT_EQ(reconnects.size(), 1u);
+}
+
+TEST_F(OutputSwitcherTest, AFailedRepairDoesNotWaitAgainAndNoRepairCallbackGivesUpAtOnce) {
+  switcher.begin(buds);
+  rt.advance(8);
+  EXPECT_EQ(log->lines.back(), "gave up setting output for aa-bb-cc-dd-ee-ff");
+
+  OutputSwitcher other{rt, audio()};
+  int reconnects = 0;
+  other.reconnect = [&](const std::string&, std::function<void(bool)> completion) {
+    ++reconnects;
+    completion(false);
+  };
+  other.begin(buds);
+  rt.advance(30);
+  EXPECT_EQ(reconnects, 1);
+  EXPECT_EQ(log->lines.back(), "no audio device for aa-bb-cc-dd-ee-ff after connect; reconnecting once");
+}
+
+TEST_F(OutputSwitcherTest, TheSecondOfTwoQuickBeginsIsTheOnlyWaitThatSurvives) {
+  switcher.reconnect = [](const std::string&, std::function<void(bool)>) {};
+  switcher.begin(buds);
+  rt.advance(4);
+  switcher.begin(buds);
+  rt.advance(7.9);  // the first wait would have run out at 8 s
+  EXPECT_EQ(switcher.repairUsed.count(buds), 0u);
+  rt.advance(0.1);
+  EXPECT_EQ(switcher.repairUsed.count(buds), 1u);
+}
+
+TEST_F(OutputSwitcherTest, CancelEndsTheWaitAndThePendingRechecks) {
+  headphonesPresent = true;
+  switcher.begin(buds);
+  switcher.cancel(buds);
+  defaultOutput = 1;  // something moves the output back
+  rt.advance(5);
+  EXPECT_EQ(sets.size(), 1u) << "no re-check after cancel";
+
+  headphonesPresent = false;
+  switcher.begin(buds);
+  switcher.cancel(buds);
+  rt.advance(10);
+  EXPECT_EQ(log->lines.back(), "output set to Sleep Buds") << "the cancelled wait neither repairs nor gives up";
+}
+
+TEST_F(OutputSwitcherTest, AlreadyCurrentDoesNothingButTheRechecksStillRun) {
+  headphonesPresent = true;
+  defaultOutput = 7;
+  switcher.begin(buds);
+  EXPECT_TRUE(sets.empty());
+  EXPECT_TRUE(log->lines.empty());
+  rt.advance(2);
+  defaultOutput = 1;  // moved away between the checks
+  rt.advance(1);
+  EXPECT_EQ(sets, std::vector<OutputSwitcher::DeviceID>{7});
+  EXPECT_EQ(log->lines, std::vector<std::string>{"output moved away from Sleep Buds; setting it again"});
+}
+
+TEST_F(OutputSwitcherTest, AFailedSetIsRetriedByTheRechecksAndAMissingDefaultCountsAsMovedAway) {
+  headphonesPresent = true;
+  setWorks = false;
+  switcher.begin(buds);
+  EXPECT_TRUE(log->lines.empty()) << "a failed set is not reported";
+  setWorks = true;
+  rt.advance(1);
+  EXPECT_EQ(defaultOutput, 7u);
+  defaultOutput.reset();
+  rt.advance(2);
+  EXPECT_EQ(sets, (std::vector<OutputSwitcher::DeviceID>{7, 7, 7}));
+}
+
+}  // namespace
+}  // namespace wh
