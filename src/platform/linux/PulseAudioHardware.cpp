@@ -1,0 +1,400 @@
+#include "platform/linux/PulseAudioHardware.h"
+
+#include <pulse/pulseaudio.h>
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <set>
+
+namespace wh::platform {
+
+namespace {
+
+std::optional<std::string> propertyOf(const pa_proplist* properties, const char* key) {
+  if (properties == nullptr) return std::nullopt;
+  const char* value = pa_proplist_gets(properties, key);
+  if (value == nullptr) return std::nullopt;
+  return std::string(value);
+}
+
+std::map<std::string, std::string> deviceProperties(const pa_proplist* properties) {
+  std::map<std::string, std::string> out;
+  for (const char* key : {"device.bus", "device.api", "device.form_factor", "api.bluez5.profile", "bluetooth.protocol"}) {
+    if (auto value = propertyOf(properties, key)) out.emplace(key, std::move(*value));
+  }
+  return out;
+}
+
+std::optional<std::int32_t> pidOf(const pa_proplist* properties) {
+  const auto text = propertyOf(properties, PA_PROP_APPLICATION_PROCESS_ID);
+  if (!text) return std::nullopt;
+  std::int32_t pid = 0;
+  const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), pid);
+  if (error != std::errc() || end != text->data() + text->size() || pid <= 0) return std::nullopt;
+  return pid;
+}
+
+std::optional<std::uint32_t> clientOf(std::uint32_t index) {
+  return index == PA_INVALID_INDEX ? std::nullopt : std::optional(index);
+}
+
+// A sink or a source; they differ in their flags' names only.
+template <class Info>
+PulseDeviceInfo deviceRecord(const Info& info, bool isSink, unsigned hardwareFlag, unsigned networkFlag) {
+  PulseDeviceInfo device;
+  device.index = info.index;
+  device.isSink = isSink;
+  device.name = info.name ? info.name : "";
+  device.description = info.description ? info.description : "";
+  device.rate = info.sample_spec.rate;
+  device.hardware = (info.flags & hardwareFlag) != 0;
+  device.network = (info.flags & networkFlag) != 0;
+  device.properties = deviceProperties(info.proplist);
+  return device;
+}
+
+template <class Info>
+PulseStreamInfo streamInfo(const Info& info) {
+  PulseStreamInfo stream;
+  stream.index = info.index;
+  stream.client = clientOf(info.client);
+  stream.corked = info.corked != 0;
+  stream.peakMeter = info.resample_method != nullptr && std::strcmp(info.resample_method, "peaks") == 0;
+  return stream;
+}
+
+// One write waiting for the server's answer.
+struct Waiter {
+  std::mutex mutex;
+  std::condition_variable answered;
+  bool done = false;
+  bool success = false;
+
+  void finish(bool ok) {
+    std::lock_guard lock(mutex);
+    done = true;
+    success = ok;
+    answered.notify_all();
+  }
+};
+
+}  // namespace
+
+// Everything that touches libpulse. Its callbacks run on the main loop's thread with the loop's
+// lock held; so do connect() and lost().
+class PulseAudioHardware::Connection {
+ public:
+  Connection(PulseAudioHardware& owner, Options options)
+      : owner_(owner), options_(std::move(options)), delay_(options_.reconnectDelay) {
+    loop_ = pa_threaded_mainloop_new();
+    api_ = pa_threaded_mainloop_get_api(loop_);
+    pa_threaded_mainloop_set_name(loop_, "wrenhaven.pulse");
+    pa_threaded_mainloop_lock(loop_);
+    connect();
+    pa_threaded_mainloop_unlock(loop_);
+    pa_threaded_mainloop_start(loop_);
+  }
+
+  ~Connection() {
+    pa_threaded_mainloop_lock(loop_);
+    if (retry_ != nullptr) api_->time_free(retry_);
+    retry_ = nullptr;
+    drop(context_);
+    drop(dead_);
+    for (Waiter* waiter : waiters_) waiter->finish(false);
+    pa_threaded_mainloop_unlock(loop_);
+    pa_threaded_mainloop_stop(loop_);
+    pa_threaded_mainloop_free(loop_);
+  }
+
+  // Runs one operation that answers with success or failure, and waits for that answer.
+  bool run(const std::function<pa_operation*(pa_context*, pa_context_success_cb_t, void*)>& start) {
+    Waiter waiter;
+    pa_threaded_mainloop_lock(loop_);
+    pa_operation* operation = nullptr;
+    if (context_ != nullptr && pa_context_get_state(context_) == PA_CONTEXT_READY) {
+      operation = start(context_, &Connection::onSuccess, &waiter);
+    }
+    if (operation == nullptr) {
+      pa_threaded_mainloop_unlock(loop_);
+      return false;
+    }
+    waiters_.insert(&waiter);
+    pa_threaded_mainloop_unlock(loop_);
+    {
+      std::unique_lock lock(waiter.mutex);
+      waiter.answered.wait_for(lock, std::chrono::duration<double>(options_.operationTimeout),
+                               [&] { return waiter.done; });
+    }
+    pa_threaded_mainloop_lock(loop_);
+    waiters_.erase(&waiter);
+    // Once cancelled (under the loop's lock) the answer can no longer arrive.
+    if (pa_operation_get_state(operation) == PA_OPERATION_RUNNING) pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+    pa_threaded_mainloop_unlock(loop_);
+    std::lock_guard lock(waiter.mutex);
+    return waiter.done && waiter.success;
+  }
+
+ private:
+  static void onSuccess(pa_context*, int success, void* userdata) {
+    static_cast<Waiter*>(userdata)->finish(success != 0);
+  }
+
+  void connect() {
+    pa_proplist* properties = pa_proplist_new();
+    pa_proplist_sets(properties, PA_PROP_APPLICATION_NAME, options_.clientName.c_str());
+    context_ = pa_context_new_with_proplist(api_, options_.clientName.c_str(), properties);
+    pa_proplist_free(properties);
+    if (context_ == nullptr) {
+      lost("cannot create a sound server connection");
+      return;
+    }
+    pa_context_set_state_callback(context_, &Connection::onState, this);
+    pa_context_set_subscribe_callback(context_, &Connection::onEvent, this);
+    const char* server = options_.server.empty() ? nullptr : options_.server.c_str();
+    if (pa_context_connect(context_, server, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
+      lost(pa_strerror(pa_context_errno(context_)));
+    }
+  }
+
+  // The connection failed or ended: forget everything, fail waiting writes, and try again later.
+  void lost(const std::string& error) {
+    if (context_ != nullptr) {
+      pa_context_set_state_callback(context_, nullptr, nullptr);
+      pa_context_set_subscribe_callback(context_, nullptr, nullptr);
+      // Freed on the next try: this may run inside one of the context's own callbacks.
+      drop(dead_);
+      dead_ = context_;
+      context_ = nullptr;
+    }
+    pendingLists_ = 0;
+    owner_.clear();
+    for (Waiter* waiter : waiters_) waiter->finish(false);
+    owner_.setState(false, true, error);
+    scheduleRetry();
+  }
+
+  void scheduleRetry() {
+    if (retry_ != nullptr) return;
+    timeval when{};
+    pa_gettimeofday(&when);
+    pa_timeval_add(&when, static_cast<pa_usec_t>(delay_ * 1e6));
+    delay_ = std::min(delay_ * 2, options_.maxReconnectDelay);
+    retry_ = api_->time_new(api_, &when, &Connection::onRetry, this);
+  }
+
+  static void onRetry(pa_mainloop_api* api, pa_time_event* event, const timeval*, void* userdata) {
+    auto* self = static_cast<Connection*>(userdata);
+    api->time_free(event);
+    self->retry_ = nullptr;
+    self->drop(self->dead_);
+    self->connect();
+  }
+
+  static void drop(pa_context*& context) {
+    if (context == nullptr) return;
+    pa_context_set_state_callback(context, nullptr, nullptr);
+    pa_context_set_subscribe_callback(context, nullptr, nullptr);
+    pa_context_disconnect(context);
+    pa_context_unref(context);
+    context = nullptr;
+  }
+
+  static void onState(pa_context* context, void* userdata) {
+    auto* self = static_cast<Connection*>(userdata);
+    if (context != self->context_) return;
+    switch (pa_context_get_state(context)) {
+      case PA_CONTEXT_READY:
+        self->delay_ = self->options_.reconnectDelay;
+        self->synchronise();
+        break;
+      case PA_CONTEXT_FAILED:
+      case PA_CONTEXT_TERMINATED:
+        self->lost(pa_strerror(pa_context_errno(context)));
+        break;
+      default:
+        break;
+    }
+  }
+
+  // Subscribes, then asks for every list; the mirror is up to date when the last list has come.
+  void synchronise() {
+    const auto mask = static_cast<pa_subscription_mask_t>(
+        PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_CLIENT |
+        PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE_OUTPUT | PA_SUBSCRIPTION_MASK_SERVER);
+    track(pa_context_subscribe(context_, mask, nullptr, nullptr));
+    pendingLists_ = 6;
+    track(pa_context_get_server_info(context_, &Connection::onServer<true>, this));
+    track(pa_context_get_sink_info_list(context_, &Connection::onSink<true>, this));
+    track(pa_context_get_source_info_list(context_, &Connection::onSource<true>, this));
+    track(pa_context_get_client_info_list(context_, &Connection::onClient<true>, this));
+    track(pa_context_get_sink_input_info_list(context_, &Connection::onSinkInput<true>, this));
+    track(pa_context_get_source_output_info_list(context_, &Connection::onSourceOutput<true>, this));
+  }
+
+  // A list has ended (or failed: what came is kept; the events will mend the rest).
+  void listDone() {
+    if (pendingLists_ > 0 && --pendingLists_ == 0) owner_.setState(true, false, {});
+  }
+
+  static void track(pa_operation* operation) {
+    if (operation != nullptr) pa_operation_unref(operation);
+  }
+
+  static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index, void* userdata) {
+    auto* self = static_cast<Connection*>(userdata);
+    if (context != self->context_) return;
+    const auto facility = type & PA_SUBSCRIPTION_EVENT_FACILITY_MASK;
+    const bool removed = (type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE;
+    PulseMirror& mirror = self->owner_;
+    switch (facility) {
+      case PA_SUBSCRIPTION_EVENT_SINK:
+        if (removed) return mirror.removeDevice(true, index);
+        return track(pa_context_get_sink_info_by_index(context, index, &Connection::onSink<false>, self));
+      case PA_SUBSCRIPTION_EVENT_SOURCE:
+        if (removed) return mirror.removeDevice(false, index);
+        return track(pa_context_get_source_info_by_index(context, index, &Connection::onSource<false>, self));
+      case PA_SUBSCRIPTION_EVENT_CLIENT:
+        if (removed) return mirror.removeClient(index);
+        return track(pa_context_get_client_info(context, index, &Connection::onClient<false>, self));
+      case PA_SUBSCRIPTION_EVENT_SINK_INPUT:
+        if (removed) return mirror.removeStream(true, index);
+        return track(pa_context_get_sink_input_info(context, index, &Connection::onSinkInput<false>, self));
+      case PA_SUBSCRIPTION_EVENT_SOURCE_OUTPUT:
+        if (removed) return mirror.removeStream(false, index);
+        return track(pa_context_get_source_output_info(context, index, &Connection::onSourceOutput<false>, self));
+      case PA_SUBSCRIPTION_EVENT_SERVER:
+        return track(pa_context_get_server_info(context, &Connection::onServer<false>, self));
+      default:
+        return;
+    }
+  }
+
+  // Shared by every info callback: ignores answers for an old connection, ends a list, and
+  // applies a record. An object that vanished before its answer comes back as an error: its
+  // removal event does the rest.
+  template <bool List, class Info, class Apply>
+  static void answer(pa_context* context, const Info* info, int eol, void* userdata, Apply apply) {
+    auto* self = static_cast<Connection*>(userdata);
+    if (context != self->context_) return;
+    if (eol != 0) {
+      if (List) self->listDone();
+      return;
+    }
+    if (info != nullptr) apply(self->owner_, *info);
+  }
+
+  template <bool List>
+  static void onServer(pa_context* context, const pa_server_info* info, void* userdata) {
+    auto* self = static_cast<Connection*>(userdata);
+    if (context != self->context_) return;
+    if (info != nullptr) {
+      self->owner_.applyDefaults(info->default_sink_name ? info->default_sink_name : "",
+                                 info->default_source_name ? info->default_source_name : "");
+    }
+    if (List) self->listDone();
+  }
+
+  template <bool List>
+  static void onSink(pa_context* context, const pa_sink_info* info, int eol, void* userdata) {
+    answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_sink_info& sink) {
+      mirror.applyDevice(deviceRecord(sink, true, PA_SINK_HARDWARE, PA_SINK_NETWORK));
+    });
+  }
+
+  template <bool List>
+  static void onSource(pa_context* context, const pa_source_info* info, int eol, void* userdata) {
+    answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_source_info& source) {
+      PulseDeviceInfo device = deviceRecord(source, false, PA_SOURCE_HARDWARE, PA_SOURCE_NETWORK);
+      device.isMonitor = source.monitor_of_sink != PA_INVALID_INDEX;
+      mirror.applyDevice(device);
+    });
+  }
+
+  template <bool List>
+  static void onClient(pa_context* context, const pa_client_info* info, int eol, void* userdata) {
+    answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_client_info& client) {
+      mirror.applyClient({client.index, pidOf(client.proplist), propertyOf(client.proplist, PA_PROP_APPLICATION_ID)});
+    });
+  }
+
+  template <bool List>
+  static void onSinkInput(pa_context* context, const pa_sink_input_info* info, int eol, void* userdata) {
+    answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_sink_input_info& input) {
+      mirror.applyStream(true, streamInfo(input));
+    });
+  }
+
+  template <bool List>
+  static void onSourceOutput(pa_context* context, const pa_source_output_info* info, int eol, void* userdata) {
+    answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_source_output_info& output) {
+      mirror.applyStream(false, streamInfo(output));
+    });
+  }
+
+  PulseAudioHardware& owner_;
+  Options options_;
+  pa_threaded_mainloop* loop_ = nullptr;
+  pa_mainloop_api* api_ = nullptr;
+  pa_context* context_ = nullptr;
+  pa_context* dead_ = nullptr;
+  pa_time_event* retry_ = nullptr;
+  double delay_;
+  int pendingLists_ = 0;
+  std::set<Waiter*> waiters_;
+};
+
+PulseAudioHardware::PulseAudioHardware(MainQueue& main, Options options)
+    : PulseMirror(main), connection_(std::make_unique<Connection>(*this, std::move(options))) {}
+
+// The connection goes first: no callback may reach the mirror once it starts to go away.
+PulseAudioHardware::~PulseAudioHardware() { connection_.reset(); }
+
+void PulseAudioHardware::setState(bool ready, bool failed, const std::string& error) {
+  std::lock_guard lock(stateMutex_);
+  ready_ = ready;
+  if (failed) {
+    failedOnce_ = true;
+    lastError_ = error;
+  }
+  stateChanged_.notify_all();
+}
+
+bool PulseAudioHardware::waitUntilReady(double seconds) {
+  std::unique_lock lock(stateMutex_);
+  stateChanged_.wait_for(lock, std::chrono::duration<double>(seconds), [&] { return ready_ || failedOnce_; });
+  return ready_;
+}
+
+bool PulseAudioHardware::ready() const {
+  std::lock_guard lock(stateMutex_);
+  return ready_;
+}
+
+std::string PulseAudioHardware::lastError() const {
+  std::lock_guard lock(stateMutex_);
+  return lastError_;
+}
+
+bool PulseAudioHardware::setDefaultDevice(AudioProperty which, AudioObjectID device) {
+  const bool sink = which != AudioProperty::defaultInputDevice;
+  if (which != AudioProperty::defaultInputDevice && which != AudioProperty::defaultOutputDevice &&
+      which != AudioProperty::defaultSystemOutputDevice) {
+    return false;
+  }
+  const auto name = deviceServerName(device, sink);
+  if (!name) return false;
+  const bool accepted = connection_->run([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
+    return sink ? pa_context_set_default_sink(context, name->c_str(), done, userdata)
+                : pa_context_set_default_source(context, name->c_str(), done, userdata);
+  });
+  // Reads follow the write at once; the server's own report confirms it a moment later.
+  if (accepted) noteDefault(sink, *name);
+  return accepted;
+}
+
+}  // namespace wh::platform
