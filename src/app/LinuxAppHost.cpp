@@ -2,9 +2,13 @@
 
 #include <QCoreApplication>
 #include <QMetaObject>
+#include <QProcess>
+#include <QStandardPaths>
 
 #include <cstdlib>
 
+#include "core/log/Log.h"
+#include "core/texts/PlatformTexts.h"
 #include "platform/linux/SystemInfo.h"
 
 namespace wh::app {
@@ -20,5 +24,15 @@ void LinuxAppHost::terminate() {
 std::string LinuxAppHost::systemVersion() const { return platform::systemVersion(); }
 
 bool LinuxAppHost::accessibilityTrusted() const { return platform::inputAccessGranted(); }
+
+void LinuxAppHost::openBluetoothSettings() {
+  Log::info(texts::kBluetoothAccessHelp);
+  for (const auto& command : texts::kBluetoothSettingsCommands) {
+    if (QStandardPaths::findExecutable(command[0]).isEmpty()) continue;
+    QStringList arguments;
+    for (int i = 1; i < 3 && command[i] != nullptr; ++i) arguments << command[i];
+    if (QProcess::startDetached(command[0], arguments)) return;
+  }
+}
 
 }  // namespace wh::app

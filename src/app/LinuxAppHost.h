@@ -13,6 +13,7 @@ class LinuxAppHost final : public AppHost {
   void terminate() override;
   std::string systemVersion() const override;
   bool accessibilityTrusted() const override;
+  void openBluetoothSettings() override;
 
  private:
   platform::SessionBusInstance instance_;

@@ -21,12 +21,14 @@ class FakeHost : public AppHost {
   void terminate() override { ++terminations; }
   std::string systemVersion() const override { return "Debian GNU/Linux 12 (bookworm)"; }
   bool accessibilityTrusted() const override { return trusted; }
+  void openBluetoothSettings() override { ++bluetoothSettingsOpened; }
 
   std::set<std::string> variables;
   bool otherInstance = false;
   bool trusted = false;
   int claims = 0;
   int terminations = 0;
+  int bluetoothSettingsOpened = 0;
   std::function<void()> reopen;
 };
 

@@ -20,6 +20,8 @@ class AppHost {
   virtual std::string systemVersion() const = 0;
   // Whether the agent may read the media keys (the input devices) and emit keys of its own.
   virtual bool accessibilityTrusted() const = 0;
+  // Shows the user where Bluetooth access is granted.
+  virtual void openBluetoothSettings() = 0;
 };
 
 }  // namespace wh

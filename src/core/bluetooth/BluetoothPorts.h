@@ -12,14 +12,9 @@
 #include <vector>
 
 #include "core/bluetooth/BatteryLevels.h"
+#include "core/runtime/Registration.h"
 
 namespace wh {
-
-// Something registered with a platform service; dropping it ends the registration.
-class Registration {
- public:
-  virtual ~Registration() = default;
-};
 
 // Results of connect and disconnect calls. Zero is success; the other codes are logged as
 // "0x%08x" and shown to the user through `BluetoothManager::describe`.

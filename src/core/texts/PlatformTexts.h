@@ -10,6 +10,19 @@ namespace wh::texts {
 // Shown where the computer has no microphone of its own.
 inline constexpr const char* kNoBuiltInMicrophone = "This computer has no built-in microphone";
 
+// Logged when the user asks for Bluetooth access that the system refuses: on Linux the system bus
+// policy decides who may talk to BlueZ.
+inline constexpr const char* kBluetoothAccessHelp =
+    "Bluetooth access is refused by the system: allow this user to use BlueZ (often by joining the "
+    "\"bluetooth\" group) in the system's Bluetooth settings or bus policy";
+
+// The desktops' Bluetooth settings pages, tried in this order.
+inline constexpr const char* kBluetoothSettingsCommands[][3] = {
+    {"gnome-control-center", "bluetooth", nullptr},
+    {"systemsettings", "kcm_bluetooth", nullptr},
+    {"blueman-manager", nullptr, nullptr},
+};
+
 // The operating system's name and version from the text of /etc/os-release: PRETTY_NAME, else
 // NAME and VERSION (or VERSION_ID), else "Linux".
 std::string systemNameFromOsRelease(std::string_view osRelease);

@@ -1,0 +1,146 @@
+#include "core/app/AgentStatus.h"
+
+#include <chrono>
+
+#include "core/log/FileLog.h"
+#include "core/settings/Address.h"
+
+namespace wh {
+
+AgentStatus::AgentStatus(Runtime& runtime, Settings& settings, Services& services, BluetoothAccess& access,
+                         AgentChannel& channel, AppHost& host)
+    : runtime_(runtime), settings_(settings), services_(services), access_(access), channel_(channel), host_(host) {}
+
+const char* AgentStatus::accessText(BluetoothAuthorization authorization) {
+  switch (authorization) {
+    case BluetoothAuthorization::allowedAlways:
+      return "allowed";
+    case BluetoothAuthorization::denied:
+    case BluetoothAuthorization::restricted:
+      return "denied";
+    case BluetoothAuthorization::undetermined:
+      break;
+  }
+  return "undetermined";
+}
+
+nlohmann::json AgentStatus::batteryJson(const BatteryLevels& levels) {
+  nlohmann::json out = nlohmann::json::object();
+  if (levels.left) out["left"] = *levels.left;
+  if (levels.right) out["right"] = *levels.right;
+  if (levels.caseLevel) out["case"] = *levels.caseLevel;
+  if (levels.single) out["single"] = *levels.single;
+  out["readAt"] = FileLog::stamp(levels.readAt);
+  return out;
+}
+
+void AgentStatus::put(std::vector<std::pair<std::string, std::optional<StoreValue>>>& changes,
+                      const std::string& key, StoreValue value) const {
+  if (settings_.store().object(key) == value) return;
+  changes.emplace_back(key, std::move(value));
+}
+
+void AgentStatus::commit(std::vector<std::pair<std::string, std::optional<StoreValue>>> changes) {
+  if (changes.empty()) return;
+  settings_.store().setMany(std::move(changes));
+  channel_.postStatus();
+}
+
+void AgentStatus::publish() {
+  std::vector<std::pair<std::string, std::optional<StoreValue>>> changes;
+  put(changes, StatusKeys::bluetoothAccess, StoreValue::string(accessText(access_.authorization())));
+
+  nlohmann::json phases = nlohmann::json::object();
+  for (const auto& [address, phase] : services_.bluetooth.phase()) phases[address] = phase.text();
+  put(changes, StatusKeys::bluetooth, StoreValue::fromJson(std::move(phases)));
+
+  nlohmann::json battery = nlohmann::json::object();
+  const auto now = runtime_.clock().wallNow();
+  for (const auto& [address, levels] : services_.battery.levels()) {
+    if (now - levels.readAt < std::chrono::duration<double>(batteryMaxAge)) battery[address] = batteryJson(levels);
+  }
+  put(changes, StatusKeys::battery, StoreValue::fromJson(std::move(battery)));
+
+  put(changes, StatusKeys::accessibility, StoreValue::boolean(host_.accessibilityTrusted()));
+  commit(std::move(changes));
+}
+
+void AgentStatus::publishPaired() {
+  nlohmann::json paired = nlohmann::json::array();
+  for (const auto& device : services_.bluetooth.pairedAudioDevices()) {
+    paired.push_back({{"address", device.address}, {"name", device.name}});
+  }
+  std::vector<std::pair<std::string, std::optional<StoreValue>>> changes;
+  put(changes, StatusKeys::paired, StoreValue::fromJson(std::move(paired)));
+  commit(std::move(changes));
+}
+
+void AgentStatus::listen(Actions actions) {
+  actions_ = std::move(actions);
+  listening_ = channel_.listen(lifetime_.guard(
+      [this](const std::string& command, const nlohmann::json& userInfo) { handle(command, userInfo); }));
+}
+
+namespace {
+
+bool boolValue(const nlohmann::json& userInfo, const char* key) {
+  if (!userInfo.is_object()) return false;
+  auto found = userInfo.find(key);
+  return found != userInfo.end() && found->is_boolean() && found->get<bool>();
+}
+
+std::optional<std::string> stringValue(const nlohmann::json& userInfo, const char* key) {
+  if (!userInfo.is_object()) return std::nullopt;
+  auto found = userInfo.find(key);
+  if (found == userInfo.end() || !found->is_string()) return std::nullopt;
+  return found->get<std::string>();
+}
+
+}  // namespace
+
+void AgentStatus::handle(const std::string& command, const nlohmann::json& userInfo) {
+  if (command == "reload") {
+    settings_.changed("reload");  // the settings handler re-reads everything
+  } else if (command == "requestBluetooth") {
+    if (access_.isDenied()) {
+      if (actions_.openBluetoothSettings) actions_.openBluetoothSettings();
+    } else if (access_.authorization() == BluetoothAuthorization::allowedAlways) {
+      publishPaired();
+    } else {
+      // Asking for access; the paired list follows once it is granted.
+      access_.whenAllowed(lifetime_.guard([this] { publishPaired(); }));
+    }
+  } else if (command == "listPaired") {
+    publishPaired();
+  } else if (command == "toggle") {
+    if (auto address = stringValue(userInfo, "address")) {
+      access_.whenAllowed(lifetime_.guard([this, address = *address] {
+        if (actions_.startBluetooth) actions_.startBluetooth();
+        services_.bluetooth.toggle(address);
+        publishPaired();
+      }));
+    }
+  } else if (command.rfind("toggle:", 0) == 0) {
+    if (command.size() > 7) services_.bluetooth.toggle(command.substr(7));
+  } else if (command == "onboardingVisible") {
+    onboardingVisible(boolValue(userInfo, "value"));
+  } else if (command == "openSettings" || command == "openGuide") {
+    if (actions_.openSettings) actions_.openSettings(command == "openGuide");
+  }
+  publish();
+}
+
+void AgentStatus::onboardingVisible(bool visible) {
+  onboardingWatch_.reset();
+  if (!visible) return;
+  publishPaired();
+  onboardingWatch_ = runtime_.main().every(onboardingWatchInterval, 0.3, lifetime_.guard([this] {
+    if (!channel_.settingsAppRunning()) {
+      onboardingWatch_.reset();
+      return;
+    }
+    publishPaired();
+  }));
+}
+
+}  // namespace wh

@@ -1,0 +1,78 @@
+#pragma once
+// The agent's status as the settings program sees it: "agent." keys in the shared store and a
+// status signal when any of them changed; and the commands the settings program sends.
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "core/app/AgentChannel.h"
+#include "core/app/AppHost.h"
+#include "core/app/Services.h"
+#include "core/bluetooth/BluetoothAccess.h"
+#include "core/notify/NotificationCenter.h"
+#include "core/runtime/Runtime.h"
+#include "core/settings/Settings.h"
+
+namespace wh {
+
+namespace StatusKeys {
+inline constexpr char bluetoothAccess[] = "agent.bluetoothAccess";  // "allowed", "denied", "undetermined"
+inline constexpr char bluetooth[] = "agent.bluetooth";              // address -> phase text
+inline constexpr char battery[] = "agent.battery";                  // address -> levels (fresh readings only)
+inline constexpr char accessibility[] = "agent.accessibility";      // bool
+inline constexpr char paired[] = "agent.paired";                    // [{"address", "name"}]
+}  // namespace StatusKeys
+
+class AgentStatus {
+ public:
+  // What commands may ask of the rest of the agent.
+  struct Actions {
+    Work startBluetooth;                                 // start the Bluetooth manager unless started
+    std::function<void(bool onboarding)> openSettings;  // open the settings program (absent: ignored)
+    Work openBluetoothSettings;                          // show where Bluetooth access is granted
+  };
+
+  static constexpr double onboardingWatchInterval = 3.0;
+  // Battery readings older than this are not published.
+  static constexpr double batteryMaxAge = 600.0;
+
+  AgentStatus(Runtime& runtime, Settings& settings, Services& services, BluetoothAccess& access,
+              AgentChannel& channel, AppHost& host);
+  AgentStatus(const AgentStatus&) = delete;
+  AgentStatus& operator=(const AgentStatus&) = delete;
+
+  // Writes every status key that differs from the stored one; signals when any did.
+  void publish();
+  // Writes the paired headphones when they differ from the stored list; signals when they did.
+  void publishPaired();
+  // Starts handling commands.
+  void listen(Actions actions);
+  // One command, as the channel delivers it.
+  void handle(const std::string& command, const nlohmann::json& userInfo);
+
+  static const char* accessText(BluetoothAuthorization authorization);
+  static nlohmann::json batteryJson(const BatteryLevels& levels);
+
+ private:
+  // Adds the change to `changes` when the stored value differs.
+  void put(std::vector<std::pair<std::string, std::optional<StoreValue>>>& changes, const std::string& key,
+           StoreValue value) const;
+  void commit(std::vector<std::pair<std::string, std::optional<StoreValue>>> changes);
+  void onboardingVisible(bool visible);
+
+  Runtime& runtime_;
+  Settings& settings_;
+  Services& services_;
+  BluetoothAccess& access_;
+  AgentChannel& channel_;
+  AppHost& host_;
+  Actions actions_;
+  std::unique_ptr<Registration> listening_;
+  std::unique_ptr<RepeatingTimer> onboardingWatch_;
+  Lifetime lifetime_;
+};
+
+}  // namespace wh

@@ -1,0 +1,32 @@
+#pragma once
+// The long-lived components of the agent, created once, in this order, and kept for the whole run.
+
+#include "core/bluetooth/BatteryCache.h"
+#include "core/bluetooth/BluetoothManager.h"
+#include "core/bluetooth/OutputSwitcher.h"
+
+namespace wh {
+
+// The platform services the components are built on.
+struct ServicePorts {
+  BluetoothStack& bluetooth;
+  SleepWatcher& sleep;
+  BatterySources& battery;
+  OutputSwitcher::Audio switcherAudio;
+};
+
+class Services {
+ public:
+  Services(Runtime& runtime, Settings& settings, ServicePorts ports)
+      : bluetooth(runtime, settings, ports.bluetooth, ports.sleep),
+        battery(runtime, ports.battery),
+        switcher(runtime, std::move(ports.switcherAudio)) {}
+  Services(const Services&) = delete;
+  Services& operator=(const Services&) = delete;
+
+  BluetoothManager bluetooth;
+  BatteryCache battery;
+  OutputSwitcher switcher;
+};
+
+}  // namespace wh

@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "core/app/AgentStatus.h"
+#include "core/runtime/VirtualRuntime.h"
+#include "core/settings/MemoryStore.h"
+#include "support/FakeAgentChannel.h"
+#include "support/FakeBluetooth.h"
+
+namespace wh {
+namespace {
+
+class QuietHost : public AppHost {
+ public:
+  bool environmentHas(const std::string&) const override { return false; }
+  bool claimSingleInstance(std::function<void()>) override { return true; }
+  void terminate() override {}
+  std::string systemVersion() const override { return "Linux"; }
+  bool accessibilityTrusted() const override { return trusted; }
+  void openBluetoothSettings() override { ++settingsOpened; }
+  bool trusted = false;
+  int settingsOpened = 0;
+};
+
+class AgentStatusTest : public testing::Test {
+ protected:
+  static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
+
+  AgentStatusTest() {
+    settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
+    stack.add(buds, "Sleep Buds");
+    stack.add("11-22-33-44-55-66", "Studio Cans");
+    status.listen({[this] { ++bluetoothStarts; }, [this](bool onboarding) { opened.push_back(onboarding); },
+                   [this] { host.openBluetoothSettings(); }});
+  }
+
+  nlohmann::json stored(const char* key) const {
+    auto value = store.object(key);
+    return value ? value->json() : nlohmann::json();
+  }
+
+  VirtualRuntime rt;
+  MemoryStore store;
+  NotificationCenter notifications;
+  Settings settings{store, notifications, true, nullptr};
+  test::FakeBluetoothStack stack;
+  test::FakeSleepWatcher sleep;
+  test::FakeBatterySources sources;
+  test::FakeBluetoothAuthority authority;
+  test::FakeAgentChannel channel;
+  QuietHost host;
+  Services services{rt, settings, {stack, sleep, sources, OutputSwitcher::Audio{}}};
+  BluetoothAccess access{authority, notifications};
+  AgentStatus status{rt, settings, services, access, channel, host};
+  int bluetoothStarts = 0;
+  std::vector<bool> opened;
+};
+
+TEST_F(AgentStatusTest, PublishWritesTheKeysAndSignalsOnlyWhenSomethingChanged) {
+  status.publish();
+  EXPECT_EQ(channel.statusPosts, 1);
+  EXPECT_EQ(stored(StatusKeys::bluetoothAccess), "undetermined");
+  EXPECT_EQ(stored(StatusKeys::bluetooth), nlohmann::json::object());
+  EXPECT_EQ(stored(StatusKeys::accessibility), false);
+  const auto writes = store.writes();
+  status.publish();
+  EXPECT_EQ(channel.statusPosts, 1);
+  EXPECT_EQ(store.writes(), writes) << "nothing changed, nothing written";
+
+  services.bluetooth.set(buds, BluetoothManager::Phase::failed("Bluetooth is off"));
+  authority.state = BluetoothAuthorization::denied;
+  status.publish();
+  EXPECT_EQ(channel.statusPosts, 2);
+  EXPECT_EQ(stored(StatusKeys::bluetooth), (nlohmann::json{{buds, "failed:Bluetooth is off"}}));
+  EXPECT_EQ(stored(StatusKeys::bluetoothAccess), "denied");
+}
+
+TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {
+  BatteryLevels levels;
+  levels.left = 80;
+  levels.caseLevel = 40;
+  sources.live = {{std::nullopt, std::string(buds), levels}};
+  services.battery.refresh({{buds, "Sleep Buds"}});
+  rt.drainSerialQueues();
+  status.publish();
+  EXPECT_EQ(stored(StatusKeys::battery),
+            (nlohmann::json{{buds, {{"left", 80}, {"case", 40}, {"readAt", "2026-01-01T00:00:00.000Z"}}}}));
+  rt.advance(599);
+  status.publish();
+  EXPECT_EQ(stored(StatusKeys::battery).size(), 1u);
+  rt.advance(1);
+  status.publish();
+  EXPECT_EQ(stored(StatusKeys::battery), nlohmann::json::object());
+}
+
+TEST_F(AgentStatusTest, ToggleCommandsReachTheBluetoothManager) {
+  channel.send("toggle:aa-bb-cc-dd-ee-ff");
+  EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), BluetoothManager::Phase::Kind::connecting);
+  rt.drainSerialQueues();
+  EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), BluetoothManager::Phase::Kind::connected);
+
+  // The user-info form waits for Bluetooth access, starts the manager and lists the paired devices.
+  channel.send("toggle", {{"address", "11:22:33:44:55:66"}});
+  EXPECT_FALSE(services.bluetooth.phaseOf("11-22-33-44-55-66"));
+  authority.change(BluetoothAuthorization::allowedAlways);
+  EXPECT_EQ(bluetoothStarts, 1);
+  EXPECT_EQ(services.bluetooth.phaseOf("11-22-33-44-55-66")->kind(), BluetoothManager::Phase::Kind::connecting);
+  EXPECT_EQ(stored(StatusKeys::paired).size(), 2u);
+}
+
+TEST_F(AgentStatusTest, MalformedAndUnknownCommandsOnlyPublish) {
+  channel.send("toggle", {{"address", 42}});
+  channel.send("toggle");
+  channel.send("onboardingVisible", {{"value", "yes"}});
+  channel.send("no such command", {{"value", true}});
+  channel.send("", nlohmann::json::array());
+  channel.send("toggle:");
+  EXPECT_TRUE(services.bluetooth.phase().empty());
+  EXPECT_EQ(authority.watchStarts, 0);
+  EXPECT_FALSE(store.object(StatusKeys::paired));
+  EXPECT_EQ(channel.statusPosts, 1);
+  EXPECT_EQ(rt.pendingMainWork(), 0u) << "no onboarding watch for a value that is not a bool";
+}
+
+TEST_F(AgentStatusTest, ReloadPostsTheSettingsChangeAndOpenCommandsUseTheAction) {
+  std::vector<std::string> changes;
+  auto watch = notifications.observe(Settings::changedName, [&](const std::string& key) { changes.push_back(key); });
+  channel.send("reload");
+  EXPECT_EQ(changes, std::vector<std::string>{"reload"});
+  channel.send("openSettings");
+  channel.send("openGuide");
+  EXPECT_EQ(opened, (std::vector<bool>{false, true}));
+}
+
+TEST_F(AgentStatusTest, RequestBluetoothFollowsThePermission) {
+  authority.state = BluetoothAuthorization::denied;
+  channel.send("requestBluetooth");
+  EXPECT_EQ(host.settingsOpened, 1);
+  EXPECT_FALSE(store.object(StatusKeys::paired));
+
+  authority.state = BluetoothAuthorization::undetermined;
+  channel.send("requestBluetooth");
+  EXPECT_EQ(authority.watchStarts, 1) << "asks for access";
+  EXPECT_FALSE(store.object(StatusKeys::paired));
+  authority.change(BluetoothAuthorization::allowedAlways);
+  EXPECT_EQ(stored(StatusKeys::paired),
+            (nlohmann::json{{{"address", "11-22-33-44-55-66"}, {"name", "Studio Cans"}},
+                            {{"address", buds}, {"name", "Sleep Buds"}}}));
+}
+
+TEST_F(AgentStatusTest, OnboardingWatchListsPairedDevicesEveryThreeSecondsWhileTheSettingsProgramRuns) {
+  channel.send("onboardingVisible", {{"value", true}});
+  EXPECT_EQ(stored(StatusKeys::paired).size(), 2u);
+  stack.add("22-22-22-22-22-22", "New Buds");
+  rt.advance(2.9);
+  EXPECT_EQ(stored(StatusKeys::paired).size(), 2u);
+  rt.advance(0.1);
+  EXPECT_EQ(stored(StatusKeys::paired).size(), 3u);
+
+  channel.settingsRunning = false;  // the settings program quits: the next tick stops the watch
+  stack.add("33-33-33-33-33-33", "Old Buds");
+  rt.advance(3);
+  EXPECT_EQ(stored(StatusKeys::paired).size(), 3u);
+  EXPECT_EQ(rt.pendingMainWork(), 0u);
+
+  channel.settingsRunning = true;
+  channel.send("onboardingVisible", {{"value", true}});
+  channel.send("onboardingVisible", {{"value", false}});
+  EXPECT_EQ(rt.pendingMainWork(), 0u);
+}
+
+}  // namespace
+}  // namespace wh
