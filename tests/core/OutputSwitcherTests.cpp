@@ -156,3 +156,36 @@ TEST_F(OutputSwitcherTest, AFailedSetIsRetriedByTheRechecksAndAMissingDefaultCou
 
 }  // namespace
 }  // namespace wh
+
+#include "core/audio/MemoryAudioHardware.h"
+
+namespace wh {
+namespace {
+
+TEST(OutputSwitcherLiveAudio, FindsTheHeadphonesByAddressAndMovesOutputAndAlertsThere) {
+  MemoryAudioHardware hardware;
+  const auto add = [&](AudioObjectID id, const char* uid, const char* name, bool output) {
+    MemoryAudioHardware::Device device;
+    device.id = id;
+    device.uid = uid;
+    device.name = name;
+    (output ? device.outputStreams : device.inputStreams) = 1;
+    hardware.deviceList.push_back(device);
+  };
+  add(10, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Built-in Audio", true);
+  add(11, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds mic", false);
+  add(12, "bluez_output.AA_BB_CC_DD_EE_FF.1", "Sleep Buds", true);
+  hardware.defaults[AudioProperty::defaultOutputDevice] = 10;
+  auto audio = OutputSwitcher::Audio::live(hardware);
+  EXPECT_EQ(audio.find("aa-bb-cc-dd-ee-ff"), 12u) << "the output device, not the microphone";
+  EXPECT_FALSE(audio.find("11-22-33-44-55-66"));
+  EXPECT_EQ(audio.current(), 10u);
+  EXPECT_TRUE(audio.set(12));
+  EXPECT_EQ(hardware.defaults[AudioProperty::defaultOutputDevice], 12u);
+  EXPECT_EQ(hardware.defaults[AudioProperty::defaultSystemOutputDevice], 12u);
+  EXPECT_EQ(audio.name(12), "Sleep Buds");
+  EXPECT_EQ(audio.name(99), "99");
+}
+
+}  // namespace
+}  // namespace wh

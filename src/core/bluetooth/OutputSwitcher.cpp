@@ -1,9 +1,25 @@
 #include "core/bluetooth/OutputSwitcher.h"
 
+#include "core/audio/CoreAudio.h"
 #include "core/log/Log.h"
 #include "core/settings/Address.h"
 
 namespace wh {
+
+OutputSwitcher::Audio OutputSwitcher::Audio::live(AudioHardware& hardware) {
+  return {
+      [&hardware](const std::string& address) -> std::optional<DeviceID> {
+        if (auto device = AudioDevice::forHeadphones(hardware, address)) return device->id;
+        return std::nullopt;
+      },
+      [&hardware] { return DefaultDevice::id(hardware, Direction::output); },
+      [&hardware](DeviceID id) { return DefaultDevice::set(hardware, Direction::output, id); },
+      [&hardware](DeviceID id) {
+        if (auto device = AudioDevice::read(hardware, id)) return device->name;
+        return std::to_string(id);
+      },
+  };
+}
 
 OutputSwitcher::OutputSwitcher(Runtime& runtime, Audio audio) : runtime_(runtime), audio_(std::move(audio)) {}
 

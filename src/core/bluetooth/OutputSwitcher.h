@@ -10,13 +10,14 @@
 #include <set>
 #include <string>
 
+#include "core/audio/AudioHardware.h"
 #include "core/runtime/Runtime.h"
 
 namespace wh {
 
 class OutputSwitcher {
  public:
-  using DeviceID = std::uint32_t;
+  using DeviceID = AudioObjectID;
 
   // The device operations the switcher needs.
   struct Audio {
@@ -28,6 +29,11 @@ class OutputSwitcher {
     std::function<bool(DeviceID)> set;
     // The device's name for the log.
     std::function<std::string(DeviceID)> name;
+
+    // The operations on the sound server's devices: the headphones' device by the address
+    // match, the default output (with the alert output following it), the device's name or its
+    // id in decimal.
+    static Audio live(AudioHardware& hardware);
   };
 
   static constexpr double giveUpAfter = 8.0;
