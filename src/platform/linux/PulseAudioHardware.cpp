@@ -156,8 +156,10 @@ class PulseAudioHardware::Connection {
     pa_context_set_state_callback(context_, &Connection::onState, this);
     pa_context_set_subscribe_callback(context_, &Connection::onEvent, this);
     const char* server = options_.server.empty() ? nullptr : options_.server.c_str();
-    if (pa_context_connect(context_, server, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
-      lost(pa_strerror(pa_context_errno(context_)));
+    pa_context* context = context_;
+    // A refusal may already have come through the state callback (which then dropped the context).
+    if (pa_context_connect(context, server, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0 && context_ == context) {
+      lost(pa_strerror(pa_context_errno(context)));
     }
   }
 
