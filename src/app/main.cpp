@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QCoreApplication>
 
 #include <cstdlib>
 #include <cstring>
@@ -11,14 +12,18 @@
 #include "app/BuildConfig.h"
 #include "app/LinuxAppHost.h"
 #include "core/app/AppDelegate.h"
+#include "core/audio/AudioProcesses.h"
 #include "core/diagnostics/Diagnose.h"
 #include "core/log/Log.h"
 #include "core/notify/NotificationCenter.h"
 #include "core/settings/Settings.h"
 #include "platform/linux/JournalLog.h"
 #include "platform/linux/JsonFileStore.h"
+#include "platform/linux/ProcFsProcessTable.h"
+#include "platform/linux/PulseAudioHardware.h"
 #include "platform/linux/QtRuntime.h"
 #include "platform/linux/SystemInfo.h"
+#include "platform/linux/XdgDesktopEntries.h"
 #include "platform/linux/XdgPaths.h"
 
 namespace {
@@ -44,13 +49,35 @@ bool useOffscreenWithoutDisplay() {
   return true;
 }
 
+// The diagnostics text, read from the sound server without a display or a log. The Qt
+// application only gives the adapter's listener reports a main queue; it never runs.
+std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
+  QCoreApplication application(argc, argv);
+  wh::platform::QtRuntime runtime;
+  wh::platform::PulseAudioHardware audio(runtime.main());
+  wh::platform::ProcFsProcessTable processTable;
+  wh::platform::XdgDesktopEntries desktopEntries;
+  wh::AppGrouping grouping(processTable, desktopEntries);
+  wh::AudioProcessMonitor monitor(runtime, audio, grouping);
+  wh::Diagnose::Sources sources;
+  sources.build = build;
+  sources.systemVersion = wh::platform::systemVersion();
+  if (audio.waitUntilReady(3.0)) {
+    sources.audio = &audio;
+    sources.processes = &monitor;
+  } else {
+    sources.audioProblem = audio.lastError().empty() ? "no answer" : audio.lastError();
+  }
+  return wh::Diagnose(sources).text();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const wh::BuildInfo build = buildInfo();
 
   if (hasArgument(argc, argv, "--diagnose")) {
-    std::cout << wh::Diagnose({build, wh::platform::systemVersion()}).text() << "\n";
+    std::cout << diagnosticsText(argc, argv, build) << "\n";
     return 0;
   }
 

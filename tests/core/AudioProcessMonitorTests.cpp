@@ -2,11 +2,9 @@
 // and desktop entries.
 #include <gtest/gtest.h>
 
+#include "AudioWorld.h"
 #include "core/audio/AudioProcesses.h"
-#include "core/audio/MemoryApps.h"
-#include "core/audio/MemoryAudioHardware.h"
 #include "core/log/Log.h"
-#include "core/runtime/VirtualRuntime.h"
 
 namespace wh {
 namespace {
@@ -17,13 +15,8 @@ class LineLog final : public SystemLog {
   std::vector<std::string> lines;
 };
 
-class AudioProcessMonitorTest : public testing::Test {
+class AudioProcessMonitorTest : public testing::Test, protected test::AudioWorld {
  protected:
-  VirtualRuntime rt;
-  MemoryAudioHardware hw;
-  MemoryProcessTable table;
-  MemoryDesktopEntries desktop;
-  AppGrouping grouping{table, desktop};
   std::shared_ptr<LineLog> log = std::make_shared<LineLog>();
   std::vector<DesktopEntry> entries;
 

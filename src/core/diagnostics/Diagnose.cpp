@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "core/audio/CoreAudio.h"
+
 namespace wh {
 
 namespace {
@@ -17,12 +19,58 @@ std::string join(const std::vector<std::string>& lines) {
   return out;
 }
 
+std::string deviceLine(AudioHardware& audio, const AudioDevice& device, std::optional<AudioObjectID> output,
+                       std::optional<AudioObjectID> input) {
+  std::string line = "  " + device.name + "  [" + Diagnose::transport(device.transport);
+  if (device.hasInput) line += " in";
+  if (device.hasOutput) line += " out";
+  line += "] ";
+  const auto rate = audio.deviceNominalSampleRate(device.id);
+  line += rate ? std::to_string(static_cast<long long>(*rate)) + " Hz" : "?";
+  std::string roles;
+  if (output == device.id) roles = "default output";
+  if (input == device.id) roles += roles.empty() ? "default input" : ", default input";
+  if (!roles.empty()) line += " " + roles;
+  return line;
+}
+
 }  // namespace
+
+std::string Diagnose::transport(std::uint32_t code) {
+  if (code == Transport::bluetooth || code == Transport::bluetoothLE) return "bluetooth";
+  if (code == Transport::builtIn) return "built-in";
+  if (code == Transport::aggregate) return "aggregate";
+  std::string text;
+  for (int shift = 24; shift >= 0; shift -= 8) text += static_cast<char>((code >> shift) & 0xff);
+  return text;
+}
 
 std::string Diagnose::text() const {
   std::vector<std::string> lines;
   lines.push_back("Wrenhaven " + orQuestionMark(sources_.build.shortVersion) + " (" +
                   orQuestionMark(sources_.build.buildNumber) + ") on " + sources_.systemVersion);
+
+  lines.push_back("\nAudio devices:");
+  if (AudioHardware* audio = sources_.audio) {
+    const auto output = DefaultDevice::id(*audio, Direction::output);
+    const auto input = DefaultDevice::id(*audio, Direction::input);
+    for (const auto& device : AudioDevice::all(*audio)) lines.push_back(deviceLine(*audio, device, output, input));
+  } else {
+    lines.push_back("  no sound server reachable" +
+                    (sources_.audioProblem.empty() ? std::string() : ": " + sources_.audioProblem));
+  }
+
+  lines.push_back("\nAudio processes:");
+  if (AudioProcessMonitor* monitor = sources_.processes) {
+    monitor->refresh();
+    for (const auto& process : monitor->processes()) {
+      std::string line = "  pid " + std::to_string(process.pid) + " " +
+                         (process.bundleID.empty() ? std::string(noBundleID) : process.bundleID);
+      if (process.runningInput) line += " INPUT";
+      if (process.runningOutput) line += " OUTPUT";
+      lines.push_back(line);
+    }
+  }
   return join(lines);
 }
 
