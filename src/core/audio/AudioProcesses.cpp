@@ -50,18 +50,21 @@ void AudioProcessMonitor::refresh() {
   const std::int32_t ownPid = grouping_.ownPid();
 
   std::vector<AudioProcess> list;
-  std::set<AudioObjectID> listed;
+  list.reserve(objects.size());
+  std::vector<AudioObjectID> listed;
+  listed.reserve(objects.size());
   for (AudioObjectID object : objects) {
-    auto cached = identities_.find(object);
-    Identity identity;
-    if (cached != identities_.end()) {
-      identity = cached->second;
-    } else {
+    auto [cached, isNew] = identities_.try_emplace(object);
+    Identity& identity = cached->second;
+    if (isNew) {
       identity.pid = hardware_.processPID(object).value_or(0);
       identity.bundleID = hardware_.processBundleID(object).value_or("");
       if (identity.bundleID.empty()) identity.bundleID = grouping_.bundleIdentifier(identity.pid).value_or("");
     }
-    if (identity.pid == ownPid) continue;
+    if (identity.pid == ownPid) {
+      identities_.erase(cached);  // the agent's own process leaves no trace
+      continue;
+    }
 
     std::string appID;
     if (identity.appID) {
@@ -72,7 +75,6 @@ void AudioProcessMonitor::refresh() {
       identity.tries += 1;
       if (runningApps->count(appID) > 0 || identity.tries >= maxIdentityTries) identity.appID = appID;
     }
-    identities_[object] = identity;
 
     AudioProcess process;
     process.object = object;
@@ -82,7 +84,7 @@ void AudioProcessMonitor::refresh() {
     process.runningOutput = hardware_.processIsRunningOutput(object).value_or(false);
     process.appID = std::move(appID);
     list.push_back(std::move(process));
-    listed.insert(object);
+    listed.push_back(object);
 
     if (perProcess_.count(object) == 0) {
       auto& listeners = perProcess_[object];
@@ -94,8 +96,10 @@ void AudioProcessMonitor::refresh() {
     }
   }
 
-  std::erase_if(perProcess_, [&](const auto& entry) { return listed.count(entry.first) == 0; });
-  std::erase_if(identities_, [&](const auto& entry) { return listed.count(entry.first) == 0; });
+  std::sort(listed.begin(), listed.end());
+  const auto gone = [&](const auto& entry) { return !std::binary_search(listed.begin(), listed.end(), entry.first); };
+  std::erase_if(perProcess_, gone);
+  std::erase_if(identities_, gone);
 
   if (list == processes_) {
     if (poll_) schedulePoll();
