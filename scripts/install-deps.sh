@@ -12,7 +12,7 @@ packages=(
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   # test rig: real services on private sockets
-  pulseaudio pulseaudio-utils dbus-daemon dbus-bin python3-dbusmock python3-gi xvfb xauth
+  pulseaudio pulseaudio-utils dbus-daemon dbus-bin python3-dbusmock python3-gi libglib2.0-bin xvfb xauth
 )
 
 missing=()

@@ -8,7 +8,7 @@
 
 namespace wh::test {
 
-DBusDaemon::DBusDaemon(Kind kind) {
+DBusDaemon::DBusDaemon(Kind kind, const std::string& extraPolicy) {
   const std::string daemon = findExecutable("dbus-daemon");
   if (daemon.empty()) {
     whyNot_ = "dbus-daemon is not installed (scripts/install-deps.sh installs it)";
@@ -31,7 +31,7 @@ DBusDaemon::DBusDaemon(Kind kind) {
                                 "  <policy context=\"default\">\n"
                                 "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
                                 "    <allow eavesdrop=\"true\"/>\n    <allow own=\"*\"/>\n"
-                                "  </policy>\n</busconfig>\n";
+                             << extraPolicy << "\n  </policy>\n</busconfig>\n";
   process_ = std::make_unique<ChildProcess>(
       std::vector<std::string>{daemon, "--config-file=" + configFile_, "--nofork", "--print-address=1"});
   if (!process_->waitForOutput("\n", std::chrono::seconds(10))) {

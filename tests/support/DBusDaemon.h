@@ -13,8 +13,10 @@ class DBusDaemon {
   enum class Kind { session, system };
 
   // Starts dbus-daemon with the standard configuration of that kind of bus, on a socket of its own.
+  // Everyone may own and call anything, except what `extraPolicy` (rules such as
+  // <deny send_destination="org.bluez"/>, added after the permissive ones) takes away.
   // `available()` tells whether it came up; `whyNot()` why it did not.
-  explicit DBusDaemon(Kind kind = Kind::session);
+  explicit DBusDaemon(Kind kind = Kind::session, const std::string& extraPolicy = {});
   ~DBusDaemon();
 
   bool available() const { return !address_.empty(); }
