@@ -1,0 +1,34 @@
+#pragma once
+// Sleep and wake from systemd-logind. While observing, the watcher holds a "delay" inhibitor lock
+// for sleep, so logind waits (up to its InhibitDelayMaxSec) before the machine sleeps. On
+// PrepareForSleep(true) `willSleep` runs on the main thread and only then is the lock released;
+// on PrepareForSleep(false) a new lock is taken and `didWake` runs. When logind restarts, the lock
+// is taken again from the new process.
+
+#include <QDBusConnection>
+
+#include <memory>
+
+#include "core/bluetooth/BluetoothPorts.h"
+#include "core/runtime/Runtime.h"
+
+namespace wh::platform {
+
+class LogindSleepWatcher final : public SleepWatcher {
+ public:
+  static constexpr const char* inhibitorWho = "Wrenhaven";
+  static constexpr const char* inhibitorWhy = "Disconnecting headphones before sleep";
+
+  // Make it and its observations on the main thread.
+  explicit LogindSleepWatcher(MainQueue& main, QDBusConnection bus = QDBusConnection::systemBus());
+  ~LogindSleepWatcher() override;
+
+  std::unique_ptr<Registration> observe(std::function<void()> willSleep, std::function<void()> didWake) override;
+
+ private:
+  class Observer;
+  MainQueue& main_;
+  QDBusConnection bus_;
+};
+
+}  // namespace wh::platform
