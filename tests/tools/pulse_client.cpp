@@ -71,9 +71,9 @@ void onStreamState(pa_stream* stream, void* userdata) {
 }
 
 void openStream(Client& client) {
-  const pa_sample_spec spec{client.peak ? PA_SAMPLE_FLOAT32LE : PA_SAMPLE_S16LE, client.peak ? 25u : 44100u,
+  const pa_sample_spec format{client.peak ? PA_SAMPLE_FLOAT32LE : PA_SAMPLE_S16LE, client.peak ? 25u : 44100u,
                             client.peak ? uint8_t{1} : uint8_t{2}};
-  client.stream = pa_stream_new(client.context, client.record ? "capture" : "playback", &spec, nullptr);
+  client.stream = pa_stream_new(client.context, client.record ? "capture" : "playback", &format, nullptr);
   pa_stream_set_state_callback(client.stream, &onStreamState, &client);
   auto flags = client.corked ? PA_STREAM_START_CORKED : PA_STREAM_NOFLAGS;
   const char* device = client.device.empty() ? nullptr : client.device.c_str();
