@@ -11,17 +11,25 @@
 
 #include "app/BuildConfig.h"
 #include "app/LinuxAppHost.h"
+#include "core/app/AgentStatus.h"
 #include "core/app/AppDelegate.h"
+#include "core/app/Services.h"
+#include "core/bluetooth/BluetoothAccess.h"
 #include "core/audio/AudioProcesses.h"
 #include "core/diagnostics/Diagnose.h"
 #include "core/log/Log.h"
 #include "core/notify/NotificationCenter.h"
 #include "core/settings/Settings.h"
+#include "platform/linux/BluezAuthority.h"
+#include "platform/linux/BluezStack.h"
+#include "platform/linux/BluezUPowerBatterySources.h"
 #include "platform/linux/JournalLog.h"
 #include "platform/linux/JsonFileStore.h"
+#include "platform/linux/LogindSleepWatcher.h"
 #include "platform/linux/ProcFsProcessTable.h"
 #include "platform/linux/PulseAudioHardware.h"
 #include "platform/linux/QtRuntime.h"
+#include "platform/linux/SessionBusChannel.h"
 #include "platform/linux/SystemInfo.h"
 #include "platform/linux/XdgDesktopEntries.h"
 #include "platform/linux/XdgPaths.h"
@@ -100,7 +108,24 @@ int main(int argc, char** argv) {
   wh::NotificationCenter notifications;
   wh::Settings settings(store, notifications, wh::Shared::isAgent(build.bundleIdentifier), nullptr);
   wh::app::LinuxAppHost host;
-  wh::AppDelegate delegate(runtime, settings, notifications, host, build);
+
+  // The platform services, each behind its port.
+  wh::platform::PulseAudioHardware audio(runtime.main());
+  wh::platform::ProcFsProcessTable processTable;
+  wh::platform::XdgDesktopEntries desktopEntries;
+  wh::AppGrouping grouping(processTable, desktopEntries);
+  wh::AudioProcessMonitor processes(runtime, audio, grouping);
+  wh::platform::BluezStack bluetooth(runtime.main());
+  wh::platform::LogindSleepWatcher sleep(runtime.main());
+  wh::platform::BluezUPowerBatterySources batteries;
+  wh::platform::BluezAuthority authority(runtime.main());
+  wh::platform::SessionBusChannel channel;
+
+  wh::Services services(runtime, settings,
+                        {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio)});
+  wh::BluetoothAccess access(authority, notifications);
+  wh::AgentStatus agentStatus(runtime, settings, services, access, channel, host);
+  wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes);
 
   runtime.main().post([&] {
     delegate.applicationDidFinishLaunching();

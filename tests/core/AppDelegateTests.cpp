@@ -3,12 +3,18 @@
 #include <set>
 
 #include "core/app/AppDelegate.h"
+#include "core/audio/MemoryApps.h"
+#include "core/audio/MemoryAudioHardware.h"
 #include "core/log/Log.h"
 #include "core/runtime/VirtualRuntime.h"
 #include "core/settings/MemoryStore.h"
+#include "support/FakeAgentChannel.h"
+#include "support/FakeBluetooth.h"
 
 namespace wh {
 namespace {
+
+using Kind = BluetoothManager::Phase::Kind;
 
 class FakeHost : public AppHost {
  public:
@@ -40,73 +46,145 @@ class RecordingLog : public SystemLog {
 
 class AppDelegateTest : public testing::Test {
  protected:
+  static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
+
   AppDelegateTest() { Log::install(log, nullptr); }
   ~AppDelegateTest() override { Log::install(nullptr, nullptr); }
+
+  void remember() {
+    settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
+    stack.add(buds, "Sleep Buds");
+  }
+  OutputSwitcher::Audio audio() {
+    return {[this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
+              if (outputPresent && address == buds) return 7;
+              return std::nullopt;
+            },
+            [this]() -> std::optional<OutputSwitcher::DeviceID> { return defaultOutput; },
+            [this](OutputSwitcher::DeviceID id) {
+              defaultOutput = id;
+              return true;
+            },
+            [](OutputSwitcher::DeviceID) { return std::string("Sleep Buds"); }};
+  }
 
   VirtualRuntime rt;
   MemoryStore store;
   NotificationCenter notifications;
   Settings settings{store, notifications, true, nullptr};
   FakeHost host;
+  test::FakeBluetoothStack stack;
+  test::FakeSleepWatcher sleep;
+  test::FakeBatterySources sources;
+  test::FakeBluetoothAuthority authority;
+  test::FakeAgentChannel channel;
+  bool outputPresent = true;
+  std::optional<OutputSwitcher::DeviceID> defaultOutput = 1;
+  Services services{rt, settings, {stack, sleep, sources, audio()}};
+  BluetoothAccess access{authority, notifications};
+  AgentStatus status{rt, settings, services, access, channel, host};
+  MemoryAudioHardware hardware;
+  MemoryProcessTable processTable;
+  MemoryDesktopEntries desktopEntries;
+  AppGrouping grouping{processTable, desktopEntries};
+  AudioProcessMonitor monitor{rt, hardware, grouping};
   std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
-  AppDelegate delegate{rt, settings, notifications, host, BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"}};
+  AppDelegate delegate{rt,       settings, notifications, host,   BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
+                       services, access,   status,        monitor};
 };
 
 TEST_F(AppDelegateTest, UnderATestRunnerNothingStarts) {
+  remember();
+  authority.state = BluetoothAuthorization::allowedAlways;
   host.variables.insert("XCTestConfigurationFilePath");
   delegate.applicationDidFinishLaunching();
   EXPECT_FALSE(delegate.started());
   EXPECT_EQ(host.claims, 0);
+  EXPECT_FALSE(services.bluetooth.started());
+  EXPECT_EQ(channel.statusPosts, 0);
+  EXPECT_FALSE(channel.handler);
+  EXPECT_EQ(hardware.listenerCount(), 0u) << "the audio process monitor did not start";
   EXPECT_TRUE(log->lines.empty());
 }
 
 TEST_F(AppDelegateTest, ASecondInstanceTerminatesWithoutStartingAnything) {
+  remember();
+  authority.state = BluetoothAuthorization::allowedAlways;
   host.otherInstance = true;
   delegate.applicationDidFinishLaunching();
   EXPECT_EQ(host.terminations, 1);
   EXPECT_FALSE(delegate.started());
+  EXPECT_FALSE(services.bluetooth.started());
+  EXPECT_EQ(channel.statusPosts, 0);
   EXPECT_TRUE(log->lines.empty());
-  // It no longer reacts to settings changes either.
-  int refreshes = 0;
-  delegate.addRefreshStep([&] { ++refreshes; });
-  settings.changed("");
-  rt.runReady();
-  EXPECT_EQ(refreshes, 0);
 }
 
-TEST_F(AppDelegateTest, LogsTheStartLineWithVersionSystemAccessAndDeviceCount) {
-  settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
+TEST_F(AppDelegateTest, LaunchListensPublishesAndLogsTheStartLine) {
+  remember();
   settings.addDevice("11:22:33:44:55:66", "Studio Max");
   host.trusted = true;
   delegate.applicationDidFinishLaunching();
   ASSERT_TRUE(delegate.started());
-  EXPECT_EQ(log->lines, std::vector<std::string>{"Wrenhaven 0.1.0 (7) started on Debian GNU/Linux 12 (bookworm), "
-                                                 "accessibility true, 2 saved devices"});
-  AppDelegate unknown{rt, settings, notifications, host, BuildInfo{"x", "", ""}};
+  EXPECT_GT(hardware.listenerCount(), 0u) << "the audio process monitor follows the sound server";
+  EXPECT_TRUE(channel.handler) << "listening for commands";
+  EXPECT_EQ(channel.statusPosts, 1) << "the first status is published";
+  EXPECT_EQ(log->lines.back(), "Wrenhaven 0.1.0 (7) started on Debian GNU/Linux 12 (bookworm), "
+                               "accessibility true, 2 saved devices");
+  AppDelegate unknown{rt, settings, notifications, host, BuildInfo{"x", "", ""}, services, access, status, monitor};
   host.trusted = false;
   EXPECT_EQ(unknown.startLine(),
             "Wrenhaven ? (?) started on Debian GNU/Linux 12 (bookworm), accessibility false, 2 saved devices");
 }
 
-TEST_F(AppDelegateTest, AnyNumberOfChangesInOneTurnGiveExactlyOneRefreshWithItsStepsInOrder) {
+TEST_F(AppDelegateTest, WithoutRememberedHeadphonesBluetoothIsNotTouched) {
+  delegate.applicationDidFinishLaunching();
+  EXPECT_EQ(authority.watchStarts, 0) << "nobody is asked for Bluetooth access";
+  EXPECT_FALSE(services.bluetooth.started());
+}
+
+TEST_F(AppDelegateTest, TheBluetoothManagerStartsOnceWhenAccessIsGranted) {
+  remember();
+  delegate.applicationDidFinishLaunching();
+  EXPECT_EQ(authority.watchStarts, 1);
+  EXPECT_FALSE(services.bluetooth.started());
+  authority.change(BluetoothAuthorization::allowedAlways);
+  EXPECT_TRUE(services.bluetooth.started());
+  EXPECT_TRUE(stack.observing);
+  // A settings change asks again; the running manager is not started twice but refreshed.
+  stack.devices[buds].connected = true;
+  settings.setCallMode(CallModeOption::alwaysPinned);
+  EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), Kind::connected);
+}
+
+TEST_F(AppDelegateTest, AnyNumberOfChangesInOneTurnGiveExactlyOneRefreshThatEndsByPublishing) {
+  remember();
+  authority.state = BluetoothAuthorization::allowedAlways;
+  delegate.applicationDidFinishLaunching();
   std::vector<std::string> steps;
   delegate.addRefreshStep([&] { steps.push_back("status menu"); });
   delegate.addRefreshStep([&] { steps.push_back("device items"); });
-  delegate.addRefreshStep([&] { steps.push_back("publish"); });
+  const int posts = channel.statusPosts;
   for (int i = 0; i < 10; ++i) delegate.refreshAction()();
+  services.bluetooth.set(buds, BluetoothManager::Phase::connecting());  // onChange is the refresh action
   EXPECT_TRUE(steps.empty()) << "the refresh waits for the next turn";
   rt.runReady();
-  EXPECT_EQ(steps, (std::vector<std::string>{"status menu", "device items", "publish"}));
+  EXPECT_EQ(steps, (std::vector<std::string>{"status menu", "device items"}));
+  EXPECT_EQ(channel.statusPosts, posts + 1);
+  EXPECT_EQ(store.object(StatusKeys::bluetooth)->json(), (nlohmann::json{{buds, "connecting"}}));
+}
 
-  // A change during the refresh asks for a new one, on the following turn.
-  steps.clear();
-  delegate.addRefreshStep([&, asked = false]() mutable {
-    if (!asked) delegate.refreshAction()();
-    asked = true;
-  });
-  delegate.refreshAction()();
+TEST_F(AppDelegateTest, RefreshAskedForAfterTheDelegateIsGoneDoesNothing) {
+  int refreshes = 0;
+  std::function<void()> action;
+  {
+    AppDelegate shortLived{rt, settings, notifications, host, BuildInfo{}, services, access, status, monitor};
+    shortLived.addRefreshStep([&] { ++refreshes; });
+    action = shortLived.refreshAction();
+    action();  // queued while alive
+  }
+  action();
   rt.runReady();
-  EXPECT_EQ(steps.size(), 6u);
+  EXPECT_EQ(refreshes, 0);
 }
 
 TEST_F(AppDelegateTest, SettingsChangesRefreshExceptAppVolumes) {
@@ -116,24 +194,90 @@ TEST_F(AppDelegateTest, SettingsChangesRefreshExceptAppVolumes) {
   settings.setAppVolumes({{"org.videolan.vlc", AppVolumeSetting{0.5F, false}}});
   rt.runReady();
   EXPECT_EQ(refreshes, 0);
-  settings.setCallMode(CallModeOption::alwaysPinned);
-  notifications.post(Settings::changedName, "reload");
+  channel.send("reload");
   rt.runReady();
   EXPECT_EQ(refreshes, 1);
 }
 
-TEST_F(AppDelegateTest, RefreshAskedForAfterTheDelegateIsGoneDoesNothing) {
-  int refreshes = 0;
-  std::function<void()> action;
-  {
-    AppDelegate shortLived{rt, settings, notifications, host, BuildInfo{}};
-    shortLived.addRefreshStep([&] { ++refreshes; });
-    action = shortLived.refreshAction();
-    action();  // queued while alive
+TEST_F(AppDelegateTest, AUserConnectMovesTheOutputAndRefreshesBatteriesThreeSecondsLater) {
+  remember();
+  authority.state = BluetoothAuthorization::allowedAlways;
+  delegate.applicationDidFinishLaunching();
+  BatteryLevels levels;
+  levels.single = 64;
+  sources.live = {{std::nullopt, std::string(buds), levels}};
+  services.switcher.repairUsed.insert(buds);
+
+  channel.send("toggle:AA:BB:CC:DD:EE:FF");
+  rt.drainSerialQueues();
+  EXPECT_EQ(defaultOutput, 7u) << "the output moved to the headphones";
+  EXPECT_EQ(services.switcher.repairUsed.count(buds), 0u) << "a user connect grants a new repair";
+  rt.advance(2.9);
+  rt.drainSerialQueues();
+  EXPECT_TRUE(services.battery.levels().empty());
+  rt.advance(0.1);
+  rt.drainSerialQueues();
+  EXPECT_EQ(services.battery.levels().at(buds).single, 64);
+}
+
+TEST_F(AppDelegateTest, RepairAndExternalConnectionsDoNotMoveTheOutputButStillRefreshBatteries) {
+  remember();
+  authority.state = BluetoothAuthorization::allowedAlways;
+  delegate.applicationDidFinishLaunching();
+  stack.connectFromOutside(buds);
+  rt.advance(3);
+  rt.drainSerialQueues();
+  EXPECT_EQ(defaultOutput, 1u);
+  EXPECT_EQ(sources.liveReads, 1);
+}
+
+TEST_F(AppDelegateTest, AHeadphoneWhoseOutputNeverAppearsIsReconnectedOnceWithReasonRepair) {
+  remember();
+  authority.state = BluetoothAuthorization::allowedAlways;
+  delegate.applicationDidFinishLaunching();
+  outputPresent = false;
+  channel.send("toggle:" + std::string(buds));
+  rt.drainSerialQueues();
+  stack.calls.clear();
+  for (int i = 0; i < 120; ++i) {  // 12 seconds in steps, running the Bluetooth queue as it fills
+    rt.advance(0.1);
+    rt.drainSerialQueues();
   }
-  action();
-  rt.runReady();
-  EXPECT_EQ(refreshes, 0);
+  EXPECT_EQ(stack.calls, (std::vector<std::string>{"close aa-bb-cc-dd-ee-ff", "open aa-bb-cc-dd-ee-ff"}));
+  EXPECT_NE(std::find(log->lines.begin(), log->lines.end(), "connecting aa-bb-cc-dd-ee-ff (repair, attempt 1)"),
+            log->lines.end());
+  EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), Kind::connected);
+  for (int i = 0; i < 100; ++i) {
+    rt.advance(0.1);
+    rt.drainSerialQueues();
+  }
+  EXPECT_EQ(log->lines.back(), "gave up setting output for aa-bb-cc-dd-ee-ff");
+  EXPECT_EQ(stack.calls.size(), 2u);
+}
+
+TEST_F(AppDelegateTest, TheRepairReportsFalseForHeadphonesThatAreNotConnected) {
+  delegate.applicationDidFinishLaunching();
+  std::optional<bool> result;
+  services.switcher.reconnect(buds, [&](bool connected) { result = connected; });
+  EXPECT_EQ(result, false);
+  EXPECT_TRUE(stack.calls.empty());
+}
+
+TEST_F(AppDelegateTest, TheBatteryTimerRefreshesConnectedHeadphonesEveryFiveMinutes) {
+  remember();
+  authority.state = BluetoothAuthorization::allowedAlways;
+  delegate.applicationDidFinishLaunching();
+  rt.advance(300);
+  rt.drainSerialQueues();
+  EXPECT_EQ(sources.liveReads, 0) << "nothing connected, nothing to read";
+  stack.connectFromOutside(buds);
+  rt.advance(3);
+  rt.drainSerialQueues();
+  const int afterConnect = sources.liveReads;
+  rt.advance(297);
+  rt.drainSerialQueues();
+  EXPECT_EQ(sources.liveReads, afterConnect + 1);
+  EXPECT_EQ(delegate.batteryDevices(true), (std::vector<std::pair<std::string, std::string>>{{buds, "Sleep Buds"}}));
 }
 
 TEST_F(AppDelegateTest, ReopenShowsAHiddenMenuIconAgainThroughTheChangeStep) {

@@ -1,12 +1,22 @@
 #include "core/app/AppDelegate.h"
 
 #include "core/log/Log.h"
+#include "core/settings/Address.h"
 
 namespace wh {
 
 AppDelegate::AppDelegate(Runtime& runtime, Settings& settings, NotificationCenter& notifications, AppHost& host,
-                         BuildInfo build)
-    : runtime_(runtime), settings_(settings), notifications_(notifications), host_(host), build_(std::move(build)) {
+                         BuildInfo build, Services& services, BluetoothAccess& access, AgentStatus& status,
+                         AudioProcessMonitor& processes)
+    : runtime_(runtime),
+      settings_(settings),
+      notifications_(notifications),
+      host_(host),
+      build_(std::move(build)),
+      services_(services),
+      access_(access),
+      status_(status),
+      processes_(processes) {
   refreshAction_ = [this, alive = lifetime_.weak()] {
     if (!alive.alive() || refreshPending_) return;
     refreshPending_ = true;
@@ -19,6 +29,7 @@ AppDelegate::AppDelegate(Runtime& runtime, Settings& settings, NotificationCente
 void AppDelegate::refresh() {
   refreshPending_ = false;
   for (const auto& step : refreshSteps_) step();
+  status_.publish();
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
@@ -30,10 +41,79 @@ void AppDelegate::applicationDidFinishLaunching() {
   }
   started_ = true;
 
-  settingsObservation_ = notifications_.observe(
-      Settings::changedName, lifetime_.guard([this](const std::string& object) { settingsChanged(object); }));
+  processes_.start();
+
+  services_.battery.onChange = refreshAction_;
+  services_.bluetooth.onChange = refreshAction_;
+  services_.bluetooth.onConnected = lifetime_.guard(
+      [this](const std::string& address, ConnectReason reason) { connected(address, reason); });
+  services_.bluetooth.onDisconnected =
+      lifetime_.guard([this](const std::string& address) { services_.switcher.cancel(address); });
+  services_.switcher.reconnect = lifetime_.guard([this](const std::string& address, std::function<void(bool)> done) {
+    repair(address, std::move(done));
+  });
+
+  // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.
+  if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));
+
+  observations_.push_back(
+      notifications_.observe(BluetoothAccess::changedName, lifetime_.guard([this](const std::string&) {
+        refreshAction_();
+      })));
+  observations_.push_back(notifications_.observe(
+      Settings::changedName, lifetime_.guard([this](const std::string& object) { settingsChanged(object); })));
+
+  batteryTimer_ = runtime_.main().every(batteryInterval, batteryTolerance, lifetime_.guard([this] {
+    auto devices = batteryDevices(true);
+    if (!devices.empty()) services_.battery.refresh(std::move(devices));
+  }));
+
+  status_.listen({lifetime_.guard([this] { startBluetooth(); }), nullptr,
+                  lifetime_.guard([this] { host_.openBluetoothSettings(); })});
+  status_.publish();
 
   Log::info(startLine());
+}
+
+void AppDelegate::startBluetooth() {
+  if (!services_.bluetooth.started()) services_.bluetooth.start();
+}
+
+void AppDelegate::connected(const std::string& address, ConnectReason reason) {
+  if (reason == ConnectReason::user || reason == ConnectReason::wake) {
+    services_.switcher.repairUsed.erase(address);
+    services_.switcher.begin(address);
+  }
+  runtime_.main().after(batteryAfterConnect,
+                        lifetime_.guard([this] { services_.battery.refresh(batteryDevices(true)); }));
+}
+
+void AppDelegate::repair(const std::string& rawAddress, std::function<void(bool)> completion) {
+  const std::string address = normalizeAddress(rawAddress);
+  const auto phase = services_.bluetooth.phaseOf(address);
+  if (!phase || phase->kind() != BluetoothManager::Phase::Kind::connected) {
+    completion(false);
+    return;
+  }
+  services_.bluetooth.set(address, BluetoothManager::Phase::disconnecting());
+  services_.bluetooth.disconnect(address, lifetime_.guard([this, address, completion] {
+    runtime_.main().after(repairReconnectDelay, lifetime_.guard([this, address, completion] {
+      services_.bluetooth.connect(address, ConnectReason::repair, 1, completion);
+    }));
+  }));
+}
+
+std::vector<std::pair<std::string, std::string>> AppDelegate::batteryDevices(bool connectedOnly) const {
+  std::vector<std::pair<std::string, std::string>> out;
+  for (const auto& device : settings_.devices()) {
+    const std::string address = normalizeAddress(device.address);
+    if (connectedOnly) {
+      const auto phase = services_.bluetooth.phaseOf(address);
+      if (!phase || phase->kind() != BluetoothManager::Phase::Kind::connected) continue;
+    }
+    out.emplace_back(address, device.name);
+  }
+  return out;
 }
 
 std::string AppDelegate::startLine() const {
@@ -47,6 +127,12 @@ std::string AppDelegate::startLine() const {
 void AppDelegate::settingsChanged(const std::string& object) {
   // The volume controller follows its own changes.
   if (object == "appVolumes") return;
+  if (!settings_.devices().empty()) {
+    access_.whenAllowed(lifetime_.guard([this] {
+      startBluetooth();
+      services_.bluetooth.refresh();
+    }));
+  }
   refreshAction_();
 }
 

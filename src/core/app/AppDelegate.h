@@ -1,13 +1,21 @@
 #pragma once
-// The agent's start-up order, the coalesced refresh that every component's change callback
-// asks for, and the reactions to settings changes and to the user opening the program again.
+// The agent's start-up order and wiring: it connects the components' callbacks, coalesces the
+// refresh that every component's change asks for, polls battery levels, and reacts to settings
+// changes, commands and the user opening the program again.
 
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "core/app/AgentStatus.h"
 #include "core/app/AppHost.h"
 #include "core/app/BuildInfo.h"
+#include "core/app/Services.h"
+#include "core/audio/AudioProcesses.h"
+#include "core/bluetooth/BluetoothAccess.h"
 #include "core/notify/NotificationCenter.h"
 #include "core/runtime/Runtime.h"
 #include "core/settings/Settings.h"
@@ -17,9 +25,14 @@ namespace wh {
 class AppDelegate {
  public:
   static constexpr const char* testRunnerVariable = "XCTestConfigurationFilePath";
+  static constexpr double batteryInterval = 300.0;
+  static constexpr double batteryTolerance = 60.0;
+  static constexpr double batteryAfterConnect = 3.0;
+  static constexpr double repairReconnectDelay = 2.0;
 
   AppDelegate(Runtime& runtime, Settings& settings, NotificationCenter& notifications, AppHost& host,
-              BuildInfo build);
+              BuildInfo build, Services& services, BluetoothAccess& access, AgentStatus& status,
+              AudioProcessMonitor& processes);
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
 
@@ -30,29 +43,38 @@ class AppDelegate {
   // The refresh action: asks for one refresh on the next main-queue turn, however often it is
   // called before that turn. Safe to keep after the delegate is gone (it then does nothing).
   const std::function<void()>& refreshAction() const { return refreshAction_; }
-  // What a refresh does, in the order added: redraw the status menu, the device items, publish.
+  // What a refresh redraws before it publishes the status, in the order added.
   void addRefreshStep(std::function<void()> step) { refreshSteps_.push_back(std::move(step)); }
 
   // Whether launching got past the test-runner and second-instance checks.
   bool started() const { return started_; }
-
   // The first log line of a running agent.
   std::string startLine() const;
+  // The remembered headphones as (address, name), all of them or only the connected ones.
+  std::vector<std::pair<std::string, std::string>> batteryDevices(bool connectedOnly) const;
 
  private:
   void refresh();
   void settingsChanged(const std::string& object);
+  void startBluetooth();
+  void connected(const std::string& address, ConnectReason reason);
+  void repair(const std::string& address, std::function<void(bool)> completion);
 
   Runtime& runtime_;
   Settings& settings_;
   NotificationCenter& notifications_;
   AppHost& host_;
   BuildInfo build_;
+  Services& services_;
+  BluetoothAccess& access_;
+  AgentStatus& status_;
+  AudioProcessMonitor& processes_;
   bool refreshPending_ = false;
   bool started_ = false;
   std::vector<std::function<void()>> refreshSteps_;
   std::function<void()> refreshAction_;
-  NotificationCenter::Observation settingsObservation_;
+  std::vector<NotificationCenter::Observation> observations_;
+  std::unique_ptr<RepeatingTimer> batteryTimer_;
   Lifetime lifetime_;
 };
 
