@@ -1,0 +1,217 @@
+// The real agent process with the whole path real: bluetoothd, logind and UPower stand-ins on a
+// private system bus, a private session bus for the command channel, a private PulseAudio daemon
+// whose headphones' nodes appear when the headphones connect, and the agent's own settings file.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <time.h>
+
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "support/AudioBridge.h"
+#include "support/ChildProcess.h"
+#include "support/PulseRig.h"
+#include "support/SystemBusRig.h"
+#include "support/TempDir.h"
+
+namespace wh {
+namespace {
+
+using namespace std::chrono_literals;
+using test::ChildProcess;
+
+constexpr const char* kAddress = "aa-bb-cc-dd-ee-ff";
+constexpr const char* kOutput = "bluez_output.AA_BB_CC_DD_EE_FF.1";
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+std::vector<test::PulseRig::Device> laptopOnly() {
+  std::vector<test::PulseRig::Device> devices;
+  for (const auto& device : test::PulseRig::laptopWithHeadphones()) {
+    if (device.name == test::PulseRig::laptopSpeakers || device.name == test::PulseRig::laptopMicrophone) {
+      devices.push_back(device);
+    }
+  }
+  return devices;
+}
+
+double monotonicNow() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+class HeadphonesEndToEndTest : public testing::Test {
+ protected:
+  // Starts the rigs, remembers the headphones in the settings file and starts the agent.
+  void start(double bridgeDelay) {
+    if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+    if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
+    ASSERT_TRUE(bus.addHeadphones());
+    bridge = std::make_unique<test::AudioBridge>(bus, pulse, bridgeDelay);
+    ASSERT_TRUE(bridge->available()) << bridge->whyNot();
+
+    const nlohmann::json devices = nlohmann::json::array(
+        {{{"address", kAddress}, {"name", "WH-1000XM4"}, {"connectOnWake", true}, {"disconnectOnSleep", true}}});
+    std::filesystem::create_directories(settingsFile().parent_path());
+    std::ofstream(settingsFile()) << nlohmann::json{{"devices", {{"$data", devices.dump()}}}}.dump();
+
+    statusSignals = std::make_unique<ChildProcess>(std::vector<std::string>{
+        "dbus-monitor", "--address", bus.sessionBusAddress(),
+        "type='signal',interface='com.quintelbarrows.wrenhaven',member='status'"});
+
+    auto environment = bus.environment();
+    for (const auto& [name, value] : pulse.clientEnvironment()) environment[name] = value;
+    environment["HOME"] = home.path().string();
+    environment["XDG_CONFIG_HOME"] = (home.path() / "config").string();
+    environment["XDG_STATE_HOME"] = (home.path() / "state").string();
+    environment["DISPLAY"] = std::nullopt;
+    environment["WAYLAND_DISPLAY"] = std::nullopt;
+    environment["QT_QPA_PLATFORM"] = std::nullopt;
+    environment["XCTestConfigurationFilePath"] = std::nullopt;
+    agent = std::make_unique<ChildProcess>(std::vector<std::string>{WRENHAVEN_AGENT_PATH}, environment);
+    ASSERT_TRUE(test::eventually([&] { return log().find("started on") != std::string::npos; }, 30s)) << log();
+    // Started through the access gate once bluetoothd answered: the first refresh reads the phase.
+    ASSERT_TRUE(test::eventually([&] { return status("agent.bluetooth").contains(kAddress); }, 15s)) << log();
+  }
+
+  std::filesystem::path settingsFile() const { return home.path() / "config" / "wrenhaven" / "settings.json"; }
+  std::string log() const { return readFile(home.path() / "state" / "Wrenhaven" / "Wrenhaven.log"); }
+  nlohmann::json status(const std::string& key) const {
+    auto document = nlohmann::json::parse(readFile(settingsFile()), nullptr, false);
+    if (!document.is_object() || !document.contains(key)) return nlohmann::json();
+    return document[key];
+  }
+  std::string phase() const {
+    auto phases = status("agent.bluetooth");
+    return phases.contains(kAddress) ? phases[kAddress].get<std::string>() : std::string();
+  }
+  // Sends a command signal as the settings program does: from a connection registered on the bus.
+  test::CommandResult emit(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> argv{"gdbus", "emit", "--session", "--object-path", "/com/quintelbarrows/wrenhaven",
+                                  "--signal", "com.quintelbarrows.wrenhaven.command"};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    return test::runCommand(argv, {{"DBUS_SESSION_BUS_ADDRESS", bus.sessionBusAddress()}});
+  }
+  void command(const std::string& text) {
+    auto result = emit({"'" + text + "'", "@a{sv} {}"});
+    ASSERT_EQ(result.status, 0) << result.output;
+  }
+  std::string defaultSink() const { return pulse.pactlLine({"get-default-sink"}); }
+
+  test::TempDir home{"wrenhaven-e2e-home"};
+  test::SystemBusRig bus{{.bluez = true, .logind = true, .upower = true, .sessionBus = true, .denyBluez = false}};
+  test::PulseRig pulse{laptopOnly()};
+  std::unique_ptr<test::AudioBridge> bridge;
+  std::unique_ptr<ChildProcess> statusSignals;
+  std::unique_ptr<ChildProcess> agent;
+};
+
+TEST_F(HeadphonesEndToEndTest, ToggleConnectsMovesTheOutputAndPublishesPhaseAndBattery) {
+  start(0.5);
+  EXPECT_EQ(phase(), "disconnected");
+  EXPECT_EQ(defaultSink(), test::PulseRig::laptopSpeakers);
+
+  command(std::string("toggle:") + kAddress);
+  ASSERT_TRUE(test::eventually([&] { return defaultSink() == kOutput; }, 20s))
+      << log() << "\nbridge: " << bridge->output();
+  const double movedAt = monotonicNow();
+  EXPECT_TRUE(bus.isConnected(test::SystemBusRig::headphonesAddress));
+  EXPECT_EQ(bus.connectCalls(test::SystemBusRig::headphonesAddress), 1);
+  EXPECT_TRUE(test::eventually([&] { return phase() == "connected"; }, 10s)) << phase();
+  if (auto appeared = bridge->appearedAt()) {
+    RecordProperty("sink_to_default_output_ms", static_cast<int>((movedAt - *appeared) * 1000));
+  }
+  EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (user, attempt 1)"), std::string::npos) << log();
+  EXPECT_NE(log().find("output set to WH-1000XM4"), std::string::npos) << log();
+  EXPECT_TRUE(statusSignals->output().find("member=status") != std::string::npos) << statusSignals->output();
+
+  // Three seconds after the connection the battery is read from BlueZ.
+  EXPECT_TRUE(test::eventually([&] { return status("agent.battery").contains(kAddress); }, 15s));
+  EXPECT_EQ(status("agent.battery")[kAddress]["single"], 80);
+
+  // A second toggle disconnects; the nodes go and the output falls back to the speakers.
+  command(std::string("toggle:") + kAddress);
+  EXPECT_TRUE(test::eventually([&] { return phase() == "disconnected"; }, 15s)) << phase();
+  EXPECT_FALSE(bus.isConnected(test::SystemBusRig::headphonesAddress));
+}
+
+TEST_F(HeadphonesEndToEndTest, HeadphonesWhoseSoundNeverArrivesAreReconnectedOnceThenGivenUp) {
+  start(-1);
+  command(std::string("toggle:") + kAddress);
+  ASSERT_TRUE(test::eventually([&] { return bus.connectCalls(test::SystemBusRig::headphonesAddress) == 2; }, 25s))
+      << log();
+  EXPECT_NE(log().find("no audio device for aa-bb-cc-dd-ee-ff after connect; reconnecting once"), std::string::npos);
+  EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (repair, attempt 1)"), std::string::npos);
+  ASSERT_TRUE(test::eventually(
+      [&] { return log().find("gave up setting output for aa-bb-cc-dd-ee-ff") != std::string::npos; }, 20s))
+      << log();
+  EXPECT_EQ(bus.connectCalls(test::SystemBusRig::headphonesAddress), 2);
+  EXPECT_EQ(phase(), "connected");
+}
+
+TEST_F(HeadphonesEndToEndTest, ConnectFailuresEndInTheirTextAfterTheUserRetry) {
+  start(0.2);
+  ASSERT_TRUE(bus.failConnect(test::SystemBusRig::headphonesAddress, "org.bluez.Error.Failed", "Page Timeout"));
+  command(std::string("toggle:") + kAddress);
+  ASSERT_TRUE(test::eventually([&] { return phase().rfind("failed:", 0) == 0; }, 20s)) << log();
+  EXPECT_EQ(phase(), "failed:The device did not answer");
+  EXPECT_EQ(bus.connectCalls(test::SystemBusRig::headphonesAddress), 2);
+  EXPECT_NE(log().find("connect failed for aa-bb-cc-dd-ee-ff: 0xe00002d6"), std::string::npos) << log();
+}
+
+TEST_F(HeadphonesEndToEndTest, SleepDisconnectsBeforeTheInhibitorIsReleasedAndWakeReconnects) {
+  start(0.2);
+  command(std::string("toggle:") + kAddress);
+  ASSERT_TRUE(test::eventually([&] { return phase() == "connected"; }, 20s)) << log();
+  const auto held = [&] {
+    for (const auto& inhibitor : bus.inhibitors()) {
+      if (inhibitor.who == "Wrenhaven" && inhibitor.mode == "delay") return true;
+    }
+    return false;
+  };
+  ASSERT_TRUE(held());
+
+  ASSERT_TRUE(bus.emitPrepareForSleep(true));
+  // Whenever the lock is seen gone, the headphones must already be disconnected.
+  bool released = false;
+  for (int i = 0; i < 500 && !released; ++i) {
+    released = !held();
+    if (released) {
+      EXPECT_FALSE(bus.isConnected(test::SystemBusRig::headphonesAddress));
+    }
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_TRUE(released) << "the delay lock was never released";
+  EXPECT_NE(log().find("disconnecting WH-1000XM4 for sleep"), std::string::npos) << log();
+
+  ASSERT_TRUE(bus.emitPrepareForSleep(false));
+  EXPECT_TRUE(test::eventually([&] { return bus.isConnected(test::SystemBusRig::headphonesAddress); }, 20s)) << log();
+  EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (wake, attempt 1)"), std::string::npos) << log();
+  EXPECT_TRUE(test::eventually(held, 10s)) << "a new lock is taken after wake";
+}
+
+TEST_F(HeadphonesEndToEndTest, MalformedCommandsAreIgnoredAndTheAgentKeepsRunning) {
+  start(0.2);
+  command("toggle:");
+  command("no such command");
+  EXPECT_EQ(emit({"'toggle'", "@a{sv} {'address': <42>}"}).status, 0);
+  // A signal with the wrong arguments does not match the command at all.
+  EXPECT_EQ(emit({"42"}).status, 0);
+  command(std::string("toggle:") + kAddress);
+  EXPECT_TRUE(test::eventually([&] { return phase() == "connected"; }, 20s)) << log();
+  EXPECT_TRUE(agent->running());
+  EXPECT_EQ(status("agent.bluetooth").size(), 1u) << status("agent.bluetooth").dump();
+}
+
+}  // namespace
+}  // namespace wh
