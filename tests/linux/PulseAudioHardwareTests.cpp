@@ -50,6 +50,12 @@ class PulseAudioHardwareTest : public testing::Test {
     }
     return audioObjectUnknown;
   }
+  // The process object of a pid once the mirror has it, or 0.
+  static AudioObjectID awaitProcess(AudioHardware& hardware, pid_t pid) {
+    AudioObjectID object = audioObjectUnknown;
+    test::eventually([&] { return (object = processOf(hardware, pid)) != audioObjectUnknown; });
+    return object;
+  }
 };
 
 TEST_F(PulseAudioHardwareTest, ListsSinksAndSourcesWithTransportDirectionRateAndName) {
@@ -151,23 +157,23 @@ TEST_F(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState
   auto anonymous = rig.play("application.process.id=unknown");
   ASSERT_TRUE(meter && paused);
 
-  AudioObjectID playerObject = 0;
-  ASSERT_TRUE(test::eventually([&] { return (playerObject = processOf(*hw, player->pid())) != 0; }));
+  const AudioObjectID playerObject = awaitProcess(*hw, player->pid());
+  ASSERT_NE(playerObject, 0u);
   EXPECT_EQ(hw->processBundleID(playerObject), "org.example.Player");
   EXPECT_TRUE(test::eventually([&] { return hw->processIsRunningOutput(playerObject) == true; }));
   EXPECT_EQ(hw->processIsRunningInput(playerObject), false);
 
-  AudioObjectID recorderObject = 0;
-  ASSERT_TRUE(test::eventually([&] { return (recorderObject = processOf(*hw, recorder->pid())) != 0; }));
+  const AudioObjectID recorderObject = awaitProcess(*hw, recorder->pid());
+  ASSERT_NE(recorderObject, 0u);
   EXPECT_FALSE(hw->processBundleID(recorderObject));
   EXPECT_TRUE(test::eventually([&] { return hw->processIsRunningInput(recorderObject) == true; }));
   EXPECT_EQ(hw->processIsRunningOutput(recorderObject), false);
 
-  const AudioObjectID meterObject = processOf(*hw, meter->pid());
+  const AudioObjectID meterObject = awaitProcess(*hw, meter->pid());
   ASSERT_NE(meterObject, 0u);
   EXPECT_EQ(hw->processIsRunningInput(meterObject), false) << "a level meter does not count as input";
 
-  const AudioObjectID pausedObject = processOf(*hw, paused->pid());
+  const AudioObjectID pausedObject = awaitProcess(*hw, paused->pid());
   ASSERT_NE(pausedObject, 0u);
   EXPECT_EQ(hw->processIsRunningOutput(pausedObject), false);
   int runningCalls = 0;
