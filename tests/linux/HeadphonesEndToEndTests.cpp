@@ -52,11 +52,13 @@ double monotonicNow() {
 
 class HeadphonesEndToEndTest : public testing::Test {
  protected:
-  // Starts the rigs, remembers the headphones in the settings file and starts the agent.
-  void start(double bridgeDelay) {
+  // Starts the rigs, remembers the headphones in the settings file and starts the agent; with
+  // `bluetoothdRunning` false, bluetoothd is not on the bus when the agent starts.
+  void start(double bridgeDelay, bool bluetoothdRunning = true) {
     if (!bus.available()) GTEST_SKIP() << bus.whyNot();
     if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
     ASSERT_TRUE(bus.addHeadphones());
+    if (!bluetoothdRunning) bus.stopBluez();
     bridge = std::make_unique<test::AudioBridge>(bus, pulse, bridgeDelay);
     ASSERT_TRUE(bridge->available()) << bridge->whyNot();
 
@@ -80,6 +82,7 @@ class HeadphonesEndToEndTest : public testing::Test {
     environment["XCTestConfigurationFilePath"] = std::nullopt;
     agent = std::make_unique<ChildProcess>(std::vector<std::string>{WRENHAVEN_AGENT_PATH}, environment);
     ASSERT_TRUE(test::eventually([&] { return log().find("started on") != std::string::npos; }, 30s)) << log();
+    if (!bluetoothdRunning) return;
     // Started through the access gate once bluetoothd answered: the first refresh reads the phase.
     ASSERT_TRUE(test::eventually([&] { return status("agent.bluetooth").contains(kAddress); }, 15s)) << log();
   }
@@ -198,6 +201,18 @@ TEST_F(HeadphonesEndToEndTest, SleepDisconnectsBeforeTheInhibitorIsReleasedAndWa
   EXPECT_TRUE(test::eventually([&] { return bus.isConnected(test::SystemBusRig::headphonesAddress); }, 20s)) << log();
   EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (wake, attempt 1)"), std::string::npos) << log();
   EXPECT_TRUE(test::eventually(held, 10s)) << "a new lock is taken after wake";
+}
+
+TEST_F(HeadphonesEndToEndTest, BluetoothStartsWhenBluetoothdAppearsAfterTheAgent) {
+  start(0.2, false);
+  std::this_thread::sleep_for(500ms);
+  EXPECT_NE(status("agent.bluetoothAccess"), "allowed");
+  EXPECT_TRUE(status("agent.bluetooth").empty()) << "the manager waits for access";
+  ASSERT_TRUE(bus.startBluez());
+  ASSERT_TRUE(test::eventually([&] { return status("agent.bluetoothAccess") == "allowed"; }, 15s)) << log();
+  ASSERT_TRUE(test::eventually([&] { return phase() == "disconnected"; }, 15s)) << log();
+  command(std::string("toggle:") + kAddress);
+  EXPECT_TRUE(test::eventually([&] { return defaultSink() == kOutput; }, 20s)) << log();
 }
 
 TEST_F(HeadphonesEndToEndTest, MalformedCommandsAreIgnoredAndTheAgentKeepsRunning) {
