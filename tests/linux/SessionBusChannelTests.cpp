@@ -5,8 +5,10 @@
 #include <signal.h>
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 
 #include "QtLoop.h"
+#include "core/settings/MemoryStore.h"
 #include "platform/linux/SessionBusChannel.h"
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
@@ -53,6 +55,10 @@ class SessionBusChannelTest : public testing::Test {
     if (connection) QDBusConnection::disconnectFromBus(connection->name());
   }
 
+  // The listener's match rule travels to the bus daemon on its own; a call answered on the same
+  // connection afterwards means it is in place, so signals sent from now on reach it.
+  void waitForMatchRules() const { connection->interface()->isServiceRegistered("org.freedesktop.DBus"); }
+
   test::DBusDaemon bus;
   std::unique_ptr<QDBusConnection> connection;
   static inline int count = 0;
@@ -97,12 +103,37 @@ TEST_F(SessionBusChannelTest, TheSettingsProgramsSideSendsCommandsTheAgentsSideR
   auto listening = agent.listen([&](const std::string& command, const nlohmann::json& userInfo) {
     commands.emplace_back(command, userInfo);
   });
+  waitForMatchRules();
   settingsProgram.send("reload", nlohmann::json::object());
   settingsProgram.send("onboardingVisible", {{"value", false}, {"ratio", 0.5}});
   ASSERT_TRUE(test::spinUntil([&] { return commands.size() == 2; }));
   EXPECT_EQ(commands[0], (std::pair<std::string, nlohmann::json>{"reload", nlohmann::json::object()}));
   EXPECT_EQ(commands[1].second, (nlohmann::json{{"value", false}, {"ratio", 0.5}}));
   QDBusConnection::disconnectFromBus("channel-test-sender");
+}
+
+TEST_F(SessionBusChannelTest, AWriteByTheSettingsProgramReachesTheAgentAsReload) {
+  SessionBusChannel agent(*connection);
+  auto other = QDBusConnection::connectToBus(QString::fromStdString(bus.address()), "channel-test-settings");
+  SessionBusChannel settingsSide(other);
+  std::vector<std::string> commands;
+  auto listening =
+      agent.listen([&](const std::string& command, const nlohmann::json&) { commands.push_back(command); });
+  waitForMatchRules();
+
+  MemoryStore store;
+  NotificationCenter notifications;
+  Settings settingsProgram(store, notifications, false, &settingsSide);
+  settingsProgram.setCallMode(CallModeOption::alwaysPinned);
+  ASSERT_TRUE(test::spinUntil([&] { return !commands.empty(); }));
+  EXPECT_EQ(commands, std::vector<std::string>{"reload"});
+
+  // The agent's own writes stay in the process.
+  Settings agentSettings(store, notifications, true, &settingsSide);
+  agentSettings.setCallMode(CallModeOption::automatic);
+  test::spinFor(200);
+  EXPECT_EQ(commands.size(), 1u);
+  QDBusConnection::disconnectFromBus("channel-test-settings");
 }
 
 TEST(SessionBusChannelWithoutBus, DoesNothingAndSaysTheSettingsProgramIsNotRunning) {
