@@ -1,39 +1,20 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QEventLoop>
-#include <QTimer>
 
 #include <atomic>
 #include <thread>
 #include <vector>
 
+#include "QtLoop.h"
 #include "platform/linux/QtRuntime.h"
 #include "platform/linux/ThreadSerialQueue.h"
 
 namespace wh::platform {
 namespace {
 
-QCoreApplication& app() {
-  static int argc = 1;
-  static char name[] = "linux_tests";
-  static char* argv[] = {name, nullptr};
-  static QCoreApplication* instance = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
-  (void)instance;
-  return *QCoreApplication::instance();
-}
-
-// Runs the event loop until the condition holds or the time runs out.
-bool spinUntil(const std::function<bool()>& condition, int timeoutMs = 5000) {
-  QElapsedTimer clock;
-  clock.start();
-  while (!condition()) {
-    if (clock.elapsed() > timeoutMs) return false;
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-  }
-  return true;
-}
+QCoreApplication& app() { return test::qtApplication(); }
+using test::spinUntil;
 
 TEST(QtRuntime, PostAndAfterRunOnTheMainThreadInOrder) {
   app();
@@ -82,7 +63,7 @@ TEST(QtRuntime, RepeatingTimerTicksUntilInvalidated) {
   ASSERT_TRUE(spinUntil([&] { return ticks >= 3; }));
   timer->invalidate();
   const int seen = ticks;
-  spinUntil([] { return false; }, 50);
+  test::spinFor(50);
   EXPECT_EQ(ticks, seen);
 }
 
