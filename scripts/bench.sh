@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Builds an optimised tree and runs the benchmarks whose figures docs/performance.md records.
-# Pass Google Benchmark flags through, e.g. scripts/bench.sh --benchmark_filter=Settings
+# Builds an optimised tree and runs the benchmarks whose figures docs/performance.md records, then
+# measures the idle agent on the test rigs for a minute.
+# Google Benchmark flags pass through, e.g. scripts/bench.sh --benchmark_filter=Settings
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
-cmake -S . -B build/bench -G Ninja -DCMAKE_BUILD_TYPE=Release -DWRENHAVEN_TESTS=OFF >/dev/null
-cmake --build build/bench --target wrenhaven_bench
-exec build/bench/bench/wrenhaven_bench "$@"
+cmake -S . -B build/optimised -G Ninja -DCMAKE_BUILD_TYPE=Release -DWRENHAVEN_TESTS=ON >/dev/null
+cmake --build build/optimised --target wrenhaven_bench idle_agent
+build/optimised/bench/wrenhaven_bench "$@"
+build/optimised/tests/idle_agent "${WRENHAVEN_IDLE_SECONDS:-60}"

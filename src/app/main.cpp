@@ -17,6 +17,8 @@
 #include "core/bluetooth/BluetoothAccess.h"
 #include "core/audio/AudioProcesses.h"
 #include "core/diagnostics/Diagnose.h"
+#include "core/quality/CallDetector.h"
+#include "core/quality/InputPinner.h"
 #include "core/log/Log.h"
 #include "core/notify/NotificationCenter.h"
 #include "core/settings/Settings.h"
@@ -67,9 +69,20 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
   wh::platform::XdgDesktopEntries desktopEntries;
   wh::AppGrouping grouping(processTable, desktopEntries);
   wh::AudioProcessMonitor monitor(runtime, audio, grouping);
+  // Only read: the settings file is the user's, and nothing here writes it.
+  wh::platform::JsonFileStore store(wh::platform::settingsFile());
+  wh::NotificationCenter notifications;
+  wh::Settings settings(store, notifications, true, nullptr);
+  wh::InputPinner pinner(runtime, settings, audio, monitor);
+  wh::platform::BluezUPowerBatterySources batteries;
+
   wh::Diagnose::Sources sources;
   sources.build = build;
   sources.systemVersion = wh::platform::systemVersion();
+  sources.preferredMicrophone = [&pinner] { return pinner.preferredMicrophone(); };
+  sources.meetingApps = wh::CallDetector::meetingApps(settings);
+  sources.batteryEntries = [&batteries] { return batteries.readLive(); };
+  sources.inputAccess = wh::platform::inputAccess();
   if (audio.waitUntilReady(3.0)) {
     sources.audio = &audio;
     sources.processes = &monitor;
@@ -122,7 +135,7 @@ int main(int argc, char** argv) {
   wh::platform::SessionBusChannel channel;
 
   wh::Services services(runtime, settings,
-                        {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio)});
+                        {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes});
   wh::BluetoothAccess access(authority, notifications);
   wh::AgentStatus agentStatus(runtime, settings, services, access, channel, host);
   wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes);

@@ -3,6 +3,8 @@
 #include <set>
 
 #include "core/app/AgentStatus.h"
+#include "core/audio/MemoryApps.h"
+#include "core/audio/MemoryAudioHardware.h"
 #include "core/runtime/VirtualRuntime.h"
 #include "core/settings/MemoryStore.h"
 #include "support/FakeAgentChannel.h"
@@ -50,7 +52,12 @@ class AgentStatusTest : public testing::Test {
   test::FakeBluetoothAuthority authority;
   test::FakeAgentChannel channel;
   QuietHost host;
-  Services services{rt, settings, {stack, sleep, sources, OutputSwitcher::Audio{}}};
+  MemoryAudioHardware hardware;
+  MemoryProcessTable processTable;
+  MemoryDesktopEntries desktopEntries;
+  AppGrouping grouping{processTable, desktopEntries};
+  AudioProcessMonitor monitor{rt, hardware, grouping};
+  Services services{rt, settings, {stack, sleep, sources, OutputSwitcher::Audio{}, hardware, monitor}};
   BluetoothAccess access{authority, notifications};
   AgentStatus status{rt, settings, services, access, channel, host};
   int bluetoothStarts = 0;
@@ -168,6 +175,62 @@ TEST_F(AgentStatusTest, OnboardingWatchListsPairedDevicesEveryThreeSecondsWhileT
   channel.send("onboardingVisible", {{"value", true}});
   channel.send("onboardingVisible", {{"value", false}});
   EXPECT_EQ(rt.pendingMainWork(), 0u);
+}
+
+}  // namespace
+}  // namespace wh
+
+namespace wh {
+namespace {
+
+class AgentStatusPinnerTest : public AgentStatusTest {
+ protected:
+  AgentStatusPinnerTest() {
+    const auto microphone = [](AudioObjectID id, const char* uid, const char* name, std::uint32_t transport) {
+      MemoryAudioHardware::Device device;
+      device.id = id;
+      device.uid = uid;
+      device.name = name;
+      device.transport = transport;
+      device.inputStreams = 1;
+      return device;
+    };
+    hardware.deviceList = {
+        microphone(3, "alsa_input.pci-0000_00_1f.3.analog-stereo", "Built-in Microphone", Transport::builtIn),
+        microphone(4, "bluez_input.AA_BB_CC_DD_EE_FF.0", "WH-1000XM4", Transport::bluetooth)};
+    hardware.defaults[AudioProperty::defaultInputDevice] = 4;
+  }
+  AudioObjectID defaultInput() { return *hardware.defaults[AudioProperty::defaultInputDevice]; }
+};
+
+TEST_F(AgentStatusPinnerTest, PinnerCommandsSetTheOverrideAndEvaluateWithoutAPublishOfTheirOwn) {
+  channel.send("allowHeadphoneMic");
+  EXPECT_EQ(services.pinner.status(), InputPinner::Status::releasedManually());
+  EXPECT_EQ(defaultInput(), 4u) << "the headphone microphone stays";
+  EXPECT_EQ(channel.statusPosts, 0) << "the pinner reports its own change";
+
+  channel.send("backToMusicQuality");
+  EXPECT_EQ(services.pinner.override(), InputPinner::Override::none);
+  EXPECT_EQ(defaultInput(), 3u) << "back on the built-in microphone";
+  EXPECT_EQ(services.pinner.status(), InputPinner::Status::pinned("Built-in Microphone"));
+
+  status.publish();
+  EXPECT_EQ(stored(StatusKeys::pinStatus), "pinned:Built-in Microphone");
+  EXPECT_EQ(stored(StatusKeys::inCall), false);
+}
+
+TEST_F(AgentStatusPinnerTest, TryAgainEndsAFight) {
+  // Another program keeps moving the input back to the headphones.
+  for (int i = 0; i < 10 && !services.pinner.isFighting(); ++i) {
+    hardware.defaults[AudioProperty::defaultInputDevice] = 4;
+    services.pinner.evaluate();
+    rt.advance(0.5);
+  }
+  ASSERT_TRUE(services.pinner.isFighting());
+  hardware.defaults[AudioProperty::defaultInputDevice] = 4;
+  channel.send("tryAgain");
+  EXPECT_FALSE(services.pinner.isFighting());
+  EXPECT_EQ(defaultInput(), 3u);
 }
 
 }  // namespace

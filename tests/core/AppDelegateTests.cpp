@@ -80,14 +80,14 @@ class AppDelegateTest : public testing::Test {
   test::FakeAgentChannel channel;
   bool outputPresent = true;
   std::optional<OutputSwitcher::DeviceID> defaultOutput = 1;
-  Services services{rt, settings, {stack, sleep, sources, audio()}};
-  BluetoothAccess access{authority, notifications};
-  AgentStatus status{rt, settings, services, access, channel, host};
   MemoryAudioHardware hardware;
   MemoryProcessTable processTable;
   MemoryDesktopEntries desktopEntries;
   AppGrouping grouping{processTable, desktopEntries};
   AudioProcessMonitor monitor{rt, hardware, grouping};
+  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor}};
+  BluetoothAccess access{authority, notifications};
+  AgentStatus status{rt, settings, services, access, channel, host};
   std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
   AppDelegate delegate{rt,       settings, notifications, host,   BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
                        services, access,   status,        monitor};
@@ -189,6 +189,7 @@ TEST_F(AppDelegateTest, RefreshAskedForAfterTheDelegateIsGoneDoesNothing) {
 
 TEST_F(AppDelegateTest, SettingsChangesRefreshExceptAppVolumes) {
   delegate.applicationDidFinishLaunching();
+  rt.runReady();  // the refresh that launching asked for
   int refreshes = 0;
   delegate.addRefreshStep([&] { ++refreshes; });
   settings.setAppVolumes({{"org.videolan.vlc", AppVolumeSetting{0.5F, false}}});

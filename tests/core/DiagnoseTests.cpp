@@ -1,4 +1,4 @@
-// The audio sections of the diagnostics text.
+// The diagnostics text.
 #include <gtest/gtest.h>
 
 #include "AudioWorld.h"
@@ -42,7 +42,11 @@ TEST_F(DiagnoseTest, ListsEveryDeviceWithTransportDirectionRateAndDefaultRoles) 
             "  LE Buds  [bluetooth out] 48000 Hz\n"
             "  Combined  [aggregate out] 48000 Hz\n"
             "  Dock  [usb ] 96000 Hz\n"
-            "\nAudio processes:");
+            "Preferred mic: none\n"
+            "\nAudio processes:\n"
+            "In a call: false\n"
+            "\nBattery entries in BlueZ: \n"
+            "Accessibility trusted: false (input devices readable: no, /dev/uinput writable: no)");
 
   hw.defaults[AudioProperty::defaultInputDevice] = 3;
   const std::string text = Diagnose(sources()).text();
@@ -73,7 +77,38 @@ TEST_F(DiagnoseTest, WithoutASoundServerTheTextSaysSoAndTheHeadingsStay) {
             "Wrenhaven 0.1.0 (7) on Debian GNU/Linux 12 (bookworm)\n"
             "\nAudio devices:\n"
             "  no sound server reachable: Connection refused\n"
-            "\nAudio processes:");
+            "Preferred mic: none\n"
+            "\nAudio processes:\n"
+            "In a call: false\n"
+            "\nBattery entries in BlueZ: \n"
+            "Accessibility trusted: false (input devices readable: no, /dev/uinput writable: no)");
+}
+
+TEST_F(DiagnoseTest, NamesThePreferredMicrophoneTheCallStateBatteriesAndInputAccess) {
+  hw.deviceList = {{3, "mic", "Microphone", Transport::builtIn, 1, 0, 48000.0}};
+  hw.processList = {{11, 2001, std::string("us.zoom.xos"), true, true}};
+  Diagnose::Sources s = sources();
+  s.preferredMicrophone = [this] { return AudioDevice::builtInMicrophone(hw); };
+  s.meetingApps = {"us.zoom.xos"};
+  BatteryLevels buds;
+  buds.left = 80;
+  buds.right = 70;
+  BatteryLevels single;
+  single.single = 55;
+  s.batteryEntries = [&] {
+    return std::vector<BatteryEntry>{{std::string("WH-1000XM4"), std::nullopt, single},
+                                     {std::nullopt, std::string("aa-bb-cc-dd-ee-ff"), buds}};
+  };
+  s.inputAccess = {true, true};
+  const std::string text = Diagnose(s).text();
+  EXPECT_NE(text.find("  Microphone  [built-in in] 48000 Hz\nPreferred mic: Microphone\n\nAudio processes:\n"
+                      "  pid 2001 us.zoom.xos INPUT OUTPUT\nIn a call: true\n"
+                      "\nBattery entries in BlueZ: \n  WH-1000XM4: 55%\n  ?: L 80% · R 70%\n"
+                      "Accessibility trusted: true (input devices readable: yes, /dev/uinput writable: yes)"),
+            std::string::npos)
+      << text;
+  s.meetingApps = {};
+  EXPECT_NE(Diagnose(s).text().find("In a call: false"), std::string::npos) << "an empty list never means a call";
 }
 
 TEST(DiagnoseTransport, NamesKnownCodesAndSpellsOthers) {

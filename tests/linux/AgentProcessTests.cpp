@@ -9,9 +9,9 @@
 #include <thread>
 
 #include "platform/linux/SystemInfo.h"
+#include "support/AgentHome.h"
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
-#include "support/TempDir.h"
 
 namespace wh {
 namespace {
@@ -19,30 +19,19 @@ namespace {
 using namespace std::chrono_literals;
 using test::ChildProcess;
 
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+using test::readFile;
 
 class AgentProcessTest : public testing::Test {
  protected:
-  test::TempDir home{"wrenhaven-agent-home"};
+  test::AgentHome home;
 
-  // A desktop-less environment in the temporary home: no display, no test runner variable.
+  // A desktop-less environment in the temporary home, on that session bus (or none).
   ChildProcess::Environment environment(const std::string& busAddress) const {
-    return {{"HOME", home.path().string()},
-            {"XDG_CONFIG_HOME", (home.path() / "config").string()},
-            {"XDG_STATE_HOME", (home.path() / "state").string()},
-            {"DISPLAY", std::nullopt},
-            {"WAYLAND_DISPLAY", std::nullopt},
-            {"QT_QPA_PLATFORM", std::nullopt},
-            {"XCTestConfigurationFilePath", std::nullopt},
-            {"DBUS_SESSION_BUS_ADDRESS", busAddress.empty() ? std::nullopt : std::optional(busAddress)}};
+    return home.environment(
+        {{"DBUS_SESSION_BUS_ADDRESS", busAddress.empty() ? std::nullopt : std::optional(busAddress)}});
   }
-  std::filesystem::path logFile() const { return home.path() / "state" / "Wrenhaven" / "Wrenhaven.log"; }
-  std::filesystem::path settingsFile() const { return home.path() / "config" / "wrenhaven" / "settings.json"; }
+  std::filesystem::path logFile() const { return home.logFile(); }
+  std::filesystem::path settingsFile() const { return home.settingsFile(); }
 };
 
 TEST_F(AgentProcessTest, DiagnosePrintsTheReportAndExitsWithoutDisplayBusOrLog) {

@@ -6,17 +6,15 @@
 #include <signal.h>
 #include <time.h>
 
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include <nlohmann/json.hpp>
 
+#include "support/AgentHome.h"
 #include "support/AudioBridge.h"
 #include "support/ChildProcess.h"
 #include "support/PulseRig.h"
 #include "support/SystemBusRig.h"
-#include "support/TempDir.h"
 
 namespace wh {
 namespace {
@@ -26,13 +24,6 @@ using test::ChildProcess;
 
 constexpr const char* kAddress = "aa-bb-cc-dd-ee-ff";
 constexpr const char* kOutput = "bluez_output.AA_BB_CC_DD_EE_FF.1";
-
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 std::vector<test::PulseRig::Device> laptopOnly() {
   std::vector<test::PulseRig::Device> devices;
@@ -64,36 +55,24 @@ class HeadphonesEndToEndTest : public testing::Test {
 
     const nlohmann::json devices = nlohmann::json::array(
         {{{"address", kAddress}, {"name", "WH-1000XM4"}, {"connectOnWake", true}, {"disconnectOnSleep", true}}});
-    std::filesystem::create_directories(settingsFile().parent_path());
-    std::ofstream(settingsFile()) << nlohmann::json{{"devices", {{"$data", devices.dump()}}}}.dump();
+    home.writeSettings({{"devices", test::AgentHome::devicesValue(devices)}});
 
     statusSignals = std::make_unique<ChildProcess>(std::vector<std::string>{
         "dbus-monitor", "--address", bus.sessionBusAddress(),
         "type='signal',interface='com.quintelbarrows.wrenhaven',member='status'"});
 
-    auto environment = bus.environment();
+    auto environment = home.environment(bus.environment());
     for (const auto& [name, value] : pulse.clientEnvironment()) environment[name] = value;
-    environment["HOME"] = home.path().string();
-    environment["XDG_CONFIG_HOME"] = (home.path() / "config").string();
-    environment["XDG_STATE_HOME"] = (home.path() / "state").string();
-    environment["DISPLAY"] = std::nullopt;
-    environment["WAYLAND_DISPLAY"] = std::nullopt;
-    environment["QT_QPA_PLATFORM"] = std::nullopt;
-    environment["XCTestConfigurationFilePath"] = std::nullopt;
-    agent = std::make_unique<ChildProcess>(std::vector<std::string>{WRENHAVEN_AGENT_PATH}, environment);
-    ASSERT_TRUE(test::eventually([&] { return log().find("started on") != std::string::npos; }, 30s)) << log();
+    std::string failure;
+    agent = home.launch(environment, failure);
+    ASSERT_TRUE(agent) << failure;
     if (!bluetoothdRunning) return;
     // Started through the access gate once bluetoothd answered: the first refresh reads the phase.
     ASSERT_TRUE(test::eventually([&] { return status("agent.bluetooth").contains(kAddress); }, 15s)) << log();
   }
 
-  std::filesystem::path settingsFile() const { return home.path() / "config" / "wrenhaven" / "settings.json"; }
-  std::string log() const { return readFile(home.path() / "state" / "Wrenhaven" / "Wrenhaven.log"); }
-  nlohmann::json status(const std::string& key) const {
-    auto document = nlohmann::json::parse(readFile(settingsFile()), nullptr, false);
-    if (!document.is_object() || !document.contains(key)) return nlohmann::json();
-    return document[key];
-  }
+  std::string log() const { return home.log(); }
+  nlohmann::json status(const std::string& key) const { return home.status(key); }
   std::string phase() const {
     auto phases = status("agent.bluetooth");
     return phases.contains(kAddress) ? phases[kAddress].get<std::string>() : std::string();
@@ -111,7 +90,7 @@ class HeadphonesEndToEndTest : public testing::Test {
   }
   std::string defaultSink() const { return pulse.pactlLine({"get-default-sink"}); }
 
-  test::TempDir home{"wrenhaven-e2e-home"};
+  test::AgentHome home;
   test::SystemBusRig bus{{.bluez = true, .logind = true, .upower = true, .sessionBus = true, .denyBluez = false}};
   test::PulseRig pulse{laptopOnly()};
   std::unique_ptr<test::AudioBridge> bridge;

@@ -61,6 +61,8 @@ void AgentStatus::publish() {
   }
   put(changes, StatusKeys::battery, StoreValue::fromJson(std::move(battery)));
 
+  put(changes, StatusKeys::pinStatus, StoreValue::string(describe(services_.pinner.status())));
+  put(changes, StatusKeys::inCall, StoreValue::boolean(services_.pinner.inCall()));
   put(changes, StatusKeys::accessibility, StoreValue::boolean(host_.accessibilityTrusted()));
   commit(std::move(changes));
 }
@@ -99,6 +101,15 @@ std::optional<std::string> stringValue(const nlohmann::json& userInfo, const cha
 }  // namespace
 
 void AgentStatus::handle(const std::string& command, const nlohmann::json& userInfo) {
+  // The pinner's commands publish through its own change report.
+  InputPinner& pinner = services_.pinner;
+  if (command == "tryAgain" || command == "allowHeadphoneMic" || command == "backToMusicQuality") {
+    if (command == "allowHeadphoneMic") pinner.setOverride(InputPinner::Override::allowHeadphoneMic);
+    if (command == "backToMusicQuality") pinner.setOverride(InputPinner::Override::none);
+    pinner.clearFightRecord();
+    pinner.evaluate();
+    return;
+  }
   if (command == "reload") {
     settings_.changed("reload");  // the settings handler re-reads everything
   } else if (command == "requestBluetooth") {

@@ -24,6 +24,8 @@ inline constexpr char bluetooth[] = "agent.bluetooth";              // address -
 inline constexpr char battery[] = "agent.battery";                  // address -> levels (fresh readings only)
 inline constexpr char accessibility[] = "agent.accessibility";      // bool
 inline constexpr char paired[] = "agent.paired";                    // [{"address", "name"}]
+inline constexpr char pinStatus[] = "agent.pinStatus";              // the input pinner's status text
+inline constexpr char inCall[] = "agent.inCall";                    // bool
 }  // namespace StatusKeys
 
 class AgentStatus {

@@ -43,6 +43,7 @@ void AppDelegate::applicationDidFinishLaunching() {
 
   processes_.start();
 
+  services_.pinner.onChange = refreshAction_;
   services_.battery.onChange = refreshAction_;
   services_.bluetooth.onChange = refreshAction_;
   services_.bluetooth.onConnected = lifetime_.guard(
@@ -52,6 +53,8 @@ void AppDelegate::applicationDidFinishLaunching() {
   services_.switcher.reconnect = lifetime_.guard([this](const std::string& address, std::function<void(bool)> done) {
     repair(address, std::move(done));
   });
+
+  services_.pinner.start();
 
   // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.
   if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));
@@ -127,6 +130,7 @@ std::string AppDelegate::startLine() const {
 void AppDelegate::settingsChanged(const std::string& object) {
   // The volume controller follows its own changes.
   if (object == "appVolumes") return;
+  services_.pinner.settingsChanged();
   if (!settings_.devices().empty()) {
     access_.whenAllowed(lifetime_.guard([this] {
       startBluetooth();

@@ -4,6 +4,7 @@
 #include "core/bluetooth/BatteryCache.h"
 #include "core/bluetooth/BluetoothManager.h"
 #include "core/bluetooth/OutputSwitcher.h"
+#include "core/quality/InputPinner.h"
 
 namespace wh {
 
@@ -13,6 +14,8 @@ struct ServicePorts {
   SleepWatcher& sleep;
   BatterySources& battery;
   OutputSwitcher::Audio switcherAudio;
+  AudioHardware& audio;
+  AudioProcessMonitor& processes;
 };
 
 class Services {
@@ -20,13 +23,15 @@ class Services {
   Services(Runtime& runtime, Settings& settings, ServicePorts ports)
       : bluetooth(runtime, settings, ports.bluetooth, ports.sleep),
         battery(runtime, ports.battery),
-        switcher(runtime, std::move(ports.switcherAudio)) {}
+        switcher(runtime, std::move(ports.switcherAudio)),
+        pinner(runtime, settings, ports.audio, ports.processes) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
 
   BluetoothManager bluetooth;
   BatteryCache battery;
   OutputSwitcher switcher;
+  InputPinner pinner;
 };
 
 }  // namespace wh

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "core/audio/CoreAudio.h"
+#include "core/quality/CallDetector.h"
 
 namespace wh {
 
@@ -60,10 +61,16 @@ std::string Diagnose::text() const {
                     (sources_.audioProblem.empty() ? std::string() : ": " + sources_.audioProblem));
   }
 
+  std::optional<AudioDevice> microphone;
+  if (sources_.audio && sources_.preferredMicrophone) microphone = sources_.preferredMicrophone();
+  lines.push_back("Preferred mic: " + (microphone ? microphone->name : std::string("none")));
+
   lines.push_back("\nAudio processes:");
+  std::vector<AudioProcess> processes;
   if (AudioProcessMonitor* monitor = sources_.processes) {
     monitor->refresh();
-    for (const auto& process : monitor->processes()) {
+    processes = monitor->processes();
+    for (const auto& process : processes) {
       std::string line = "  pid " + std::to_string(process.pid) + " " +
                          (process.bundleID.empty() ? std::string(noBundleID) : process.bundleID);
       if (process.runningInput) line += " INPUT";
@@ -71,6 +78,16 @@ std::string Diagnose::text() const {
       lines.push_back(line);
     }
   }
+  lines.push_back(std::string("In a call: ") +
+                  (CallDetector::inCall(processes, sources_.meetingApps) ? "true" : "false"));
+
+  lines.push_back(texts::kBatteryEntriesHeading);
+  if (sources_.batteryEntries) {
+    for (const auto& entry : sources_.batteryEntries()) {
+      lines.push_back("  " + entry.name.value_or("?") + ": " + entry.levels.summary());
+    }
+  }
+  lines.push_back(texts::accessibilityLine(sources_.inputAccess));
   return join(lines);
 }
 

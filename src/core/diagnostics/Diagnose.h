@@ -2,11 +2,17 @@
 // The diagnostics text: the agent's view of the machine, printed by "--diagnose".
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "core/app/BuildInfo.h"
 #include "core/audio/AudioHardware.h"
 #include "core/audio/AudioProcesses.h"
+#include "core/audio/CoreAudio.h"
+#include "core/bluetooth/BluetoothPorts.h"
+#include "core/texts/PlatformTexts.h"
 
 namespace wh {
 
@@ -23,6 +29,14 @@ class Diagnose {
     AudioHardware* audio = nullptr;
     AudioProcessMonitor* processes = nullptr;
     std::string audioProblem;
+    // The microphone the input pinner would pin to.
+    std::function<std::optional<AudioDevice>()> preferredMicrophone;
+    // The applications whose capturing processes mean a call.
+    std::vector<std::string> meetingApps;
+    // The live battery source's entries (the slow source is never run for this report).
+    std::function<std::vector<BatteryEntry>()> batteryEntries;
+    // What the media keys need: readable input devices and a writable /dev/uinput.
+    texts::InputAccess inputAccess;
   };
 
   explicit Diagnose(Sources sources) : sources_(std::move(sources)) {}

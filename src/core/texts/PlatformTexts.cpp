@@ -22,6 +22,13 @@ std::string unquote(std::string_view value) {
 
 }  // namespace
 
+std::string accessibilityLine(const InputAccess& access) {
+  const auto yesNo = [](bool value) { return value ? "yes" : "no"; };
+  return std::string("Accessibility trusted: ") + (access.trusted() ? "true" : "false") +
+         " (input devices readable: " + yesNo(access.inputDevicesReadable) +
+         ", /dev/uinput writable: " + yesNo(access.uinputWritable) + ")";
+}
+
 std::string systemNameFromOsRelease(std::string_view osRelease) {
   std::map<std::string, std::string, std::less<>> fields;
   std::istringstream lines{std::string(osRelease)};

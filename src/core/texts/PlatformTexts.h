@@ -23,6 +23,19 @@ inline constexpr const char* kBluetoothSettingsCommands[][3] = {
     {"blueman-manager", nullptr, nullptr},
 };
 
+// The diagnostics heading of the live battery source's entries.
+inline constexpr const char* kBatteryEntriesHeading = "\nBattery entries in BlueZ: ";
+
+// What reading the media keys needs on Linux.
+struct InputAccess {
+  bool inputDevicesReadable = false;  // some keyboard event device under /dev/input can be read
+  bool uinputWritable = false;        // keys can be sent on through /dev/uinput
+  bool trusted() const { return inputDevicesReadable && uinputWritable; }
+};
+
+// "Accessibility trusted: false (input devices readable: yes, /dev/uinput writable: no)".
+std::string accessibilityLine(const InputAccess& access);
+
 // The operating system's name and version from the text of /etc/os-release: PRETTY_NAME, else
 // NAME and VERSION (or VERSION_ID), else "Linux".
 std::string systemNameFromOsRelease(std::string_view osRelease);

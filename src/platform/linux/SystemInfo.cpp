@@ -21,14 +21,18 @@ std::string systemVersion() {
   return texts::systemNameFromOsRelease("");
 }
 
-bool inputAccessGranted() {
-  if (::access("/dev/uinput", W_OK) != 0) return false;
+texts::InputAccess inputAccess() {
+  texts::InputAccess access;
+  access.uinputWritable = ::access("/dev/uinput", W_OK) == 0;
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/dev/input", error)) {
     const auto name = entry.path().filename().string();
-    if (name.rfind("event", 0) == 0 && ::access(entry.path().c_str(), R_OK) == 0) return true;
+    if (name.rfind("event", 0) == 0 && ::access(entry.path().c_str(), R_OK) == 0) {
+      access.inputDevicesReadable = true;
+      break;
+    }
   }
-  return false;
+  return access;
 }
 
 }  // namespace wh::platform

@@ -1,0 +1,49 @@
+#include "support/AgentHome.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace wh::test {
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void AgentHome::writeSettings(const nlohmann::json& document) const {
+  std::filesystem::create_directories(settingsFile().parent_path());
+  std::ofstream(settingsFile()) << document.dump();
+}
+
+nlohmann::json AgentHome::devicesValue(const nlohmann::json& devices) { return {{"$data", devices.dump()}}; }
+
+ChildProcess::Environment AgentHome::environment(ChildProcess::Environment base) const {
+  base["HOME"] = path().string();
+  base["XDG_CONFIG_HOME"] = (path() / "config").string();
+  base["XDG_STATE_HOME"] = (path() / "state").string();
+  base["DISPLAY"] = std::nullopt;
+  base["WAYLAND_DISPLAY"] = std::nullopt;
+  base["QT_QPA_PLATFORM"] = std::nullopt;
+  base["XCTestConfigurationFilePath"] = std::nullopt;
+  return base;
+}
+
+std::unique_ptr<ChildProcess> AgentHome::launch(const ChildProcess::Environment& environment,
+                                                std::string& failure) const {
+  auto agent = std::make_unique<ChildProcess>(std::vector<std::string>{WRENHAVEN_AGENT_PATH}, environment);
+  if (!eventually([&] { return log().find("started on") != std::string::npos; }, std::chrono::seconds(30))) {
+    failure = "the agent did not start; its log: " + log();
+    return nullptr;
+  }
+  return agent;
+}
+
+nlohmann::json AgentHome::status(const std::string& key) const {
+  auto document = nlohmann::json::parse(readFile(settingsFile()), nullptr, false);
+  if (!document.is_object() || !document.contains(key)) return nlohmann::json();
+  return document[key];
+}
+
+}  // namespace wh::test
