@@ -59,16 +59,26 @@ bool useOffscreenWithoutDisplay() {
   return true;
 }
 
+// The sound server and what the agent knows of the processes that use it.
+struct AudioStack {
+  explicit AudioStack(wh::Runtime& runtime)
+      : hardware(runtime.main()), grouping(processTable, desktopEntries), processes(runtime, hardware, grouping) {}
+
+  wh::platform::PulseAudioHardware hardware;
+  wh::platform::ProcFsProcessTable processTable;
+  wh::platform::XdgDesktopEntries desktopEntries;
+  wh::AppGrouping grouping;
+  wh::AudioProcessMonitor processes;
+};
+
 // The diagnostics text, read from the sound server without a display or a log. The Qt
 // application only gives the adapter's listener reports a main queue; it never runs.
 std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
   QCoreApplication application(argc, argv);
   wh::platform::QtRuntime runtime;
-  wh::platform::PulseAudioHardware audio(runtime.main());
-  wh::platform::ProcFsProcessTable processTable;
-  wh::platform::XdgDesktopEntries desktopEntries;
-  wh::AppGrouping grouping(processTable, desktopEntries);
-  wh::AudioProcessMonitor monitor(runtime, audio, grouping);
+  AudioStack audioStack(runtime);
+  wh::platform::PulseAudioHardware& audio = audioStack.hardware;
+  wh::AudioProcessMonitor& monitor = audioStack.processes;
   // Only read: the settings file is the user's, and nothing here writes it.
   wh::platform::JsonFileStore store(wh::platform::settingsFile());
   wh::NotificationCenter notifications;
@@ -123,11 +133,9 @@ int main(int argc, char** argv) {
   wh::app::LinuxAppHost host;
 
   // The platform services, each behind its port.
-  wh::platform::PulseAudioHardware audio(runtime.main());
-  wh::platform::ProcFsProcessTable processTable;
-  wh::platform::XdgDesktopEntries desktopEntries;
-  wh::AppGrouping grouping(processTable, desktopEntries);
-  wh::AudioProcessMonitor processes(runtime, audio, grouping);
+  AudioStack audioStack(runtime);
+  wh::platform::PulseAudioHardware& audio = audioStack.hardware;
+  wh::AudioProcessMonitor& processes = audioStack.processes;
   wh::platform::BluezStack bluetooth(runtime.main());
   wh::platform::LogindSleepWatcher sleep(runtime.main());
   wh::platform::BluezUPowerBatterySources batteries;
