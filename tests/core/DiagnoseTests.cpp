@@ -46,7 +46,7 @@ TEST_F(DiagnoseTest, ListsEveryDeviceWithTransportDirectionRateAndDefaultRoles) 
             "\nAudio processes:\n"
             "In a call: false\n"
             "\nBattery entries in BlueZ: \n"
-            "Accessibility trusted: false (input devices readable: no, /dev/uinput writable: no)");
+            "Accessibility trusted: false (media-key input devices readable: no, /dev/uinput writable: no)");
 
   hw.defaults[AudioProperty::defaultInputDevice] = 3;
   const std::string text = Diagnose(sources()).text();
@@ -81,7 +81,7 @@ TEST_F(DiagnoseTest, WithoutASoundServerTheTextSaysSoAndTheHeadingsStay) {
             "\nAudio processes:\n"
             "In a call: false\n"
             "\nBattery entries in BlueZ: \n"
-            "Accessibility trusted: false (input devices readable: no, /dev/uinput writable: no)");
+            "Accessibility trusted: false (media-key input devices readable: no, /dev/uinput writable: no)");
 }
 
 TEST_F(DiagnoseTest, NamesThePreferredMicrophoneTheCallStateBatteriesAndInputAccess) {
@@ -104,7 +104,7 @@ TEST_F(DiagnoseTest, NamesThePreferredMicrophoneTheCallStateBatteriesAndInputAcc
   EXPECT_NE(text.find("  Microphone  [built-in in] 48000 Hz\nPreferred mic: Microphone\n\nAudio processes:\n"
                       "  pid 2001 us.zoom.xos INPUT OUTPUT\nIn a call: true\n"
                       "\nBattery entries in BlueZ: \n  WH-1000XM4: 55%\n  ?: L 80% · R 70%\n"
-                      "Accessibility trusted: true (input devices readable: yes, /dev/uinput writable: yes)"),
+                      "Accessibility trusted: true (media-key input devices readable: yes, /dev/uinput writable: yes)"),
             std::string::npos)
       << text;
   s.meetingApps = {};

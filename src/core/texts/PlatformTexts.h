@@ -28,12 +28,12 @@ inline constexpr const char* kBatteryEntriesHeading = "\nBattery entries in Blue
 
 // What reading the media keys needs on Linux.
 struct InputAccess {
-  bool inputDevicesReadable = false;  // some keyboard event device under /dev/input can be read
-  bool uinputWritable = false;        // keys can be sent on through /dev/uinput
-  bool trusted() const { return inputDevicesReadable && uinputWritable; }
+  bool mediaKeyDevicesReadable = false;  // some input device that reports media keys can be read
+  bool uinputWritable = false;           // keys can be sent on through /dev/uinput
+  bool trusted() const { return mediaKeyDevicesReadable && uinputWritable; }
 };
 
-// "Accessibility trusted: false (input devices readable: yes, /dev/uinput writable: no)".
+// "Accessibility trusted: false (media-key input devices readable: yes, /dev/uinput writable: no)".
 std::string accessibilityLine(const InputAccess& access);
 
 // The operating system's name and version from the text of /etc/os-release: PRETTY_NAME, else

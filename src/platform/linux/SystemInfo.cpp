@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "core/input/KeyCapabilities.h"
 #include "core/texts/PlatformTexts.h"
 
 namespace wh::platform {
@@ -21,14 +22,18 @@ std::string systemVersion() {
   return texts::systemNameFromOsRelease("");
 }
 
-texts::InputAccess inputAccess() {
+texts::InputAccess inputAccess(const std::filesystem::path& sysClassInput, const std::filesystem::path& dev) {
   texts::InputAccess access;
-  access.uinputWritable = ::access("/dev/uinput", W_OK) == 0;
+  access.uinputWritable = ::access((dev / "uinput").c_str(), W_OK) == 0;
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/dev/input", error)) {
+  for (const auto& entry : std::filesystem::directory_iterator(sysClassInput, error)) {
     const auto name = entry.path().filename().string();
-    if (name.rfind("event", 0) == 0 && ::access(entry.path().c_str(), R_OK) == 0) {
-      access.inputDevicesReadable = true;
+    if (name.rfind("event", 0) != 0) continue;
+    std::ifstream capabilities(entry.path() / "device" / "capabilities" / "key");
+    std::string bitmap;
+    std::getline(capabilities, bitmap);
+    if (reportsMediaKeys(bitmap) && ::access((dev / "input" / name).c_str(), R_OK) == 0) {
+      access.mediaKeyDevicesReadable = true;
       break;
     }
   }

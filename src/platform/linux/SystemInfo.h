@@ -1,6 +1,7 @@
 #pragma once
 // Facts about the machine that the start line and reports show.
 
+#include <filesystem>
 #include <string>
 
 #include "core/texts/PlatformTexts.h"
@@ -10,9 +11,11 @@ namespace wh::platform {
 // The operating system's name and version, from /etc/os-release (or /usr/lib/os-release).
 std::string systemVersion();
 
-// Whether the agent may read the keyboards' events and emit keys of its own: some event device
-// under /dev/input is readable, and /dev/uinput is writable.
-texts::InputAccess inputAccess();
+// Whether the agent may read the media keys and emit keys of its own: some event device that
+// reports play/pause, next or previous (by its key capabilities in sysfs) is readable, and
+// /dev/uinput is writable. The folders can be pointed elsewhere for tests.
+texts::InputAccess inputAccess(const std::filesystem::path& sysClassInput = "/sys/class/input",
+                               const std::filesystem::path& dev = "/dev");
 inline bool inputAccessGranted() { return inputAccess().trusted(); }
 
 }  // namespace wh::platform
