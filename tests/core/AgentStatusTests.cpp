@@ -1,29 +1,17 @@
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "core/app/AgentStatus.h"
 #include "core/audio/MemoryApps.h"
 #include "core/audio/MemoryAudioHardware.h"
 #include "core/runtime/VirtualRuntime.h"
 #include "core/settings/MemoryStore.h"
 #include "support/FakeAgentChannel.h"
+#include "support/FakeAppHost.h"
 #include "support/FakeBluetooth.h"
 
 namespace wh {
 namespace {
 
-class QuietHost : public AppHost {
- public:
-  bool environmentHas(const std::string&) const override { return false; }
-  bool claimSingleInstance(std::function<void()>) override { return true; }
-  void terminate() override {}
-  std::string systemVersion() const override { return "Linux"; }
-  bool accessibilityTrusted() const override { return trusted; }
-  void openBluetoothSettings() override { ++settingsOpened; }
-  bool trusted = false;
-  int settingsOpened = 0;
-};
 
 class AgentStatusTest : public testing::Test {
  protected:
@@ -51,7 +39,7 @@ class AgentStatusTest : public testing::Test {
   test::FakeBatterySources sources;
   test::FakeBluetoothAuthority authority;
   test::FakeAgentChannel channel;
-  QuietHost host;
+  test::FakeAppHost host;
   MemoryAudioHardware hardware;
   MemoryProcessTable processTable;
   MemoryDesktopEntries desktopEntries;
@@ -143,7 +131,7 @@ TEST_F(AgentStatusTest, ReloadPostsTheSettingsChangeAndOpenCommandsUseTheAction)
 TEST_F(AgentStatusTest, RequestBluetoothFollowsThePermission) {
   authority.state = BluetoothAuthorization::denied;
   channel.send("requestBluetooth");
-  EXPECT_EQ(host.settingsOpened, 1);
+  EXPECT_EQ(host.bluetoothSettingsOpened, 1);
   EXPECT_FALSE(store.object(StatusKeys::paired));
 
   authority.state = BluetoothAuthorization::undetermined;

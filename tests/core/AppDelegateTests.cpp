@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <set>
-
 #include "core/app/AppDelegate.h"
 #include "core/audio/MemoryApps.h"
 #include "core/audio/MemoryAudioHardware.h"
-#include "core/log/Log.h"
 #include "core/runtime/VirtualRuntime.h"
 #include "core/settings/MemoryStore.h"
+#include "support/CapturedLog.h"
+#include "support/FakeAppHost.h"
 #include "support/FakeAgentChannel.h"
 #include "support/FakeBluetooth.h"
 
@@ -16,40 +15,11 @@ namespace {
 
 using Kind = BluetoothManager::Phase::Kind;
 
-class FakeHost : public AppHost {
- public:
-  bool environmentHas(const std::string& name) const override { return variables.count(name) > 0; }
-  bool claimSingleInstance(std::function<void()> handler) override {
-    ++claims;
-    reopen = std::move(handler);
-    return !otherInstance;
-  }
-  void terminate() override { ++terminations; }
-  std::string systemVersion() const override { return "Debian GNU/Linux 12 (bookworm)"; }
-  bool accessibilityTrusted() const override { return trusted; }
-  void openBluetoothSettings() override { ++bluetoothSettingsOpened; }
-
-  std::set<std::string> variables;
-  bool otherInstance = false;
-  bool trusted = false;
-  int claims = 0;
-  int terminations = 0;
-  int bluetoothSettingsOpened = 0;
-  std::function<void()> reopen;
-};
-
-class RecordingLog : public SystemLog {
- public:
-  void write(LogLevel, const std::string& message) override { lines.push_back(message); }
-  std::vector<std::string> lines;
-};
 
 class AppDelegateTest : public testing::Test {
  protected:
   static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
 
-  AppDelegateTest() { Log::install(log, nullptr); }
-  ~AppDelegateTest() override { Log::install(nullptr, nullptr); }
 
   void remember() {
     settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
@@ -72,7 +42,7 @@ class AppDelegateTest : public testing::Test {
   MemoryStore store;
   NotificationCenter notifications;
   Settings settings{store, notifications, true, nullptr};
-  FakeHost host;
+  test::FakeAppHost host;
   test::FakeBluetoothStack stack;
   test::FakeSleepWatcher sleep;
   test::FakeBatterySources sources;
@@ -88,7 +58,7 @@ class AppDelegateTest : public testing::Test {
   Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor}};
   BluetoothAccess access{authority, notifications};
   AgentStatus status{rt, settings, services, access, channel, host};
-  std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
+  test::CapturedLog log;
   AppDelegate delegate{rt,       settings, notifications, host,   BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
                        services, access,   status,        monitor};
 };

@@ -3,25 +3,18 @@
 #include <gtest/gtest.h>
 
 #include "AudioWorld.h"
+#include "support/CapturedLog.h"
 #include "core/audio/AudioProcesses.h"
-#include "core/log/Log.h"
 
 namespace wh {
 namespace {
 
-class LineLog final : public SystemLog {
- public:
-  void write(LogLevel, const std::string& message) override { lines.push_back(message); }
-  std::vector<std::string> lines;
-};
 
 class AudioProcessMonitorTest : public testing::Test, protected test::AudioWorld {
  protected:
-  std::shared_ptr<LineLog> log = std::make_shared<LineLog>();
+  test::CapturedLog log;
   std::vector<DesktopEntry> entries;
 
-  void SetUp() override { Log::install(log, nullptr); }
-  void TearDown() override { Log::install(nullptr, nullptr); }
 
   MemoryAudioHardware::Process& addProcess(AudioObjectID id, std::int32_t pid, std::string bundleID,
                                            bool output = false, bool input = false) {

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "core/bluetooth/BluetoothManager.h"
-#include "core/log/Log.h"
 #include "core/runtime/VirtualRuntime.h"
 #include "core/settings/MemoryStore.h"
+#include "support/CapturedLog.h"
 #include "support/FakeBluetooth.h"
 
 namespace wh {
@@ -13,19 +13,12 @@ namespace {
 
 using Kind = BluetoothManager::Phase::Kind;
 
-class RecordingLog : public SystemLog {
- public:
-  void write(LogLevel, const std::string& message) override { lines.push_back(message); }
-  std::vector<std::string> lines;
-};
-
 class BluetoothManagerTest : public testing::Test {
  protected:
   static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
   static constexpr const char* cans = "11-22-33-44-55-66";
 
   BluetoothManagerTest() {
-    Log::install(log, nullptr);
     settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
     settings.addDevice("11:22:33:44:55:66", "Studio Cans");
     stack.add(buds, "Sleep Buds");
@@ -36,7 +29,6 @@ class BluetoothManagerTest : public testing::Test {
     };
     manager.onDisconnected = [this](const std::string& address) { events.push_back("disconnected " + address); };
   }
-  ~BluetoothManagerTest() override { Log::install(nullptr, nullptr); }
 
   void editDevice(const char* address, const std::function<void(DeviceSetting&)>& edit) {
     auto devices = settings.devices();
@@ -59,7 +51,7 @@ class BluetoothManagerTest : public testing::Test {
   test::FakeBluetoothStack stack;
   test::FakeSleepWatcher sleep;
   BluetoothManager manager{rt, settings, stack, sleep};
-  std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
+  test::CapturedLog log;
   std::vector<std::string> events;
   int changes = 0;
 };

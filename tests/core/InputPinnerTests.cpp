@@ -4,21 +4,15 @@
 #include <algorithm>
 
 #include "AudioWorld.h"
-#include "core/log/Log.h"
 #include "core/quality/InputPinner.h"
 #include "core/settings/MemoryStore.h"
+#include "support/CapturedLog.h"
 
 namespace wh {
 namespace {
 
 using Status = InputPinner::Status;
 using Override = InputPinner::Override;
-
-class RecordingLog : public SystemLog {
- public:
-  void write(LogLevel, const std::string& message) override { lines.push_back(message); }
-  std::vector<std::string> lines;
-};
 
 // The settings store with a fuse: every evaluation reads the settings, so a runaway loop of
 // evaluations blows it, which switches pinning off and ends the loop. Such a fault then fails
@@ -54,7 +48,6 @@ class InputPinnerTest : public testing::Test, protected test::AudioWorld {
   static constexpr const char* fightLine = "another app keeps switching the input; pinning paused";
 
   InputPinnerTest() {
-    Log::install(log, nullptr);
     addDevice(builtInMic, "alsa_input.pci-0000_00_1f.3.analog-stereo", "Built-in Microphone", Transport::builtIn, true);
     addDevice(speakers, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Built-in Speakers", Transport::builtIn, false);
     addDevice(usbMic, "alsa_input.usb-Blue_Yeti-00.analog-stereo", "Yeti", fourCharCode("usb "), true);
@@ -65,7 +58,6 @@ class InputPinnerTest : public testing::Test, protected test::AudioWorld {
   }
   ~InputPinnerTest() override {
     EXPECT_FALSE(store.blown) << "the pinner kept evaluating without end";
-    Log::install(nullptr, nullptr);
   }
 
   void addDevice(AudioObjectID id, const char* uid, const char* name, std::uint32_t transport, bool input) {
@@ -115,7 +107,7 @@ class InputPinnerTest : public testing::Test, protected test::AudioWorld {
   }
   std::string text() const { return describe(pinner.status()); }
 
-  std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
+  test::CapturedLog log;
   FusedStore store;
   NotificationCenter notifications;
   Settings settings{store, notifications, true, nullptr};

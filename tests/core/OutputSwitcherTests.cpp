@@ -1,25 +1,18 @@
 #include <gtest/gtest.h>
 
+#include "core/audio/MemoryAudioHardware.h"
 #include "core/bluetooth/OutputSwitcher.h"
-#include "core/log/Log.h"
 #include "core/runtime/VirtualRuntime.h"
+#include "support/CapturedLog.h"
 
 namespace wh {
 namespace {
-
-class RecordingLog : public SystemLog {
- public:
-  void write(LogLevel, const std::string& message) override { lines.push_back(message); }
-  std::vector<std::string> lines;
-};
 
 // A sound system with a built-in output (1) and, once they appear, the headphones' output (7).
 class OutputSwitcherTest : public testing::Test {
  protected:
   static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
 
-  OutputSwitcherTest() { Log::install(log, nullptr); }
-  ~OutputSwitcherTest() override { Log::install(nullptr, nullptr); }
 
   OutputSwitcher::Audio audio() {
     return {
@@ -39,7 +32,7 @@ class OutputSwitcherTest : public testing::Test {
   }
 
   VirtualRuntime rt;
-  std::shared_ptr<RecordingLog> log = std::make_shared<RecordingLog>();
+  test::CapturedLog log;
   bool headphonesPresent = false;
   bool setWorks = true;
   std::optional<OutputSwitcher::DeviceID> defaultOutput = 1;
@@ -154,13 +147,6 @@ TEST_F(OutputSwitcherTest, AFailedSetIsRetriedByTheRechecksAndAMissingDefaultCou
   EXPECT_EQ(sets, (std::vector<OutputSwitcher::DeviceID>{7, 7, 7}));
 }
 
-}  // namespace
-}  // namespace wh
-
-#include "core/audio/MemoryAudioHardware.h"
-
-namespace wh {
-namespace {
 
 TEST(OutputSwitcherLiveAudio, FindsTheHeadphonesByAddressAndMovesOutputAndAlertsThere) {
   MemoryAudioHardware hardware;

@@ -1,0 +1,35 @@
+#pragma once
+// The application delegate's host, as a test sets it up: environment variables, whether another
+// instance runs, input access; and what the delegate asked of it.
+
+#include <functional>
+#include <set>
+#include <string>
+
+#include "core/app/AppHost.h"
+
+namespace wh::test {
+
+class FakeAppHost : public AppHost {
+ public:
+  bool environmentHas(const std::string& name) const override { return variables.count(name) > 0; }
+  bool claimSingleInstance(std::function<void()> handler) override {
+    ++claims;
+    reopen = std::move(handler);
+    return !otherInstance;
+  }
+  void terminate() override { ++terminations; }
+  std::string systemVersion() const override { return "Debian GNU/Linux 12 (bookworm)"; }
+  bool accessibilityTrusted() const override { return trusted; }
+  void openBluetoothSettings() override { ++bluetoothSettingsOpened; }
+
+  std::set<std::string> variables;
+  bool otherInstance = false;
+  bool trusted = false;
+  int claims = 0;
+  int terminations = 0;
+  int bluetoothSettingsOpened = 0;
+  std::function<void()> reopen;  // what a later instance's reopen calls
+};
+
+}  // namespace wh::test
