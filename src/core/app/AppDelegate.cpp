@@ -120,9 +120,7 @@ std::vector<std::pair<std::string, std::string>> AppDelegate::batteryDevices(boo
 }
 
 std::string AppDelegate::startLine() const {
-  const auto orQuestionMark = [](const std::string& text) { return text.empty() ? std::string("?") : text; };
-  return "Wrenhaven " + orQuestionMark(build_.shortVersion) + " (" + orQuestionMark(build_.buildNumber) +
-         ") started on " + host_.systemVersion() + ", accessibility " +
+  return "Wrenhaven " + build_.versionText() + " started on " + host_.systemVersion() + ", accessibility " +
          (host_.accessibilityTrusted() ? "true" : "false") + ", " + std::to_string(settings_.devices().size()) +
          " saved devices";
 }

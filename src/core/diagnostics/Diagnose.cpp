@@ -9,8 +9,6 @@ namespace wh {
 
 namespace {
 
-std::string orQuestionMark(const std::string& text) { return text.empty() ? "?" : text; }
-
 std::string join(const std::vector<std::string>& lines) {
   std::string out;
   for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -48,8 +46,7 @@ std::string Diagnose::transport(std::uint32_t code) {
 
 std::string Diagnose::text() const {
   std::vector<std::string> lines;
-  lines.push_back("Wrenhaven " + orQuestionMark(sources_.build.shortVersion) + " (" +
-                  orQuestionMark(sources_.build.buildNumber) + ") on " + sources_.systemVersion);
+  lines.push_back("Wrenhaven " + sources_.build.versionText() + " on " + sources_.systemVersion);
 
   lines.push_back("\nAudio devices:");
   if (AudioHardware* audio = sources_.audio) {
