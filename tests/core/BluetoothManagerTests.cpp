@@ -254,6 +254,14 @@ TEST_F(BluetoothManagerTest, PollsFastForTenSecondsAfterActivityThenEveryThirtyS
   EXPECT_EQ(kind(buds), Kind::connected);
 }
 
+TEST_F(BluetoothManagerTest, ARefreshReadsTheStackOnceForAllHeadphones) {
+  stack.devices[cans].connected = true;
+  manager.refresh();
+  EXPECT_EQ(stack.stateReads, 1);
+  EXPECT_EQ(kind(buds), Kind::disconnected);
+  EXPECT_EQ(kind(cans), Kind::connected);
+}
+
 TEST_F(BluetoothManagerTest, RefreshKeepsAFailureWhileDisconnectedAndLeavesOperationsInFlightAlone) {
   manager.set(buds, BluetoothManager::Phase::failed("Could not connect"));
   manager.set(cans, BluetoothManager::Phase::disconnecting());

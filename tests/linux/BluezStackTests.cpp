@@ -80,6 +80,12 @@ TEST_F(BluezStackTest, ListsOnlyPairedAudioDevicesWithTheirNamesAndState) {
   EXPECT_EQ(stack->isConnected("11:22:33:44:55:66"), true);
   EXPECT_EQ(stack->isConnected("11-22-33-44-55-66"), true);
   EXPECT_EQ(stack->isConnected(headphonesNormal), false);
+  // All link states in one reading, for every device BlueZ knows (paired or not, any class).
+  const auto states = stack->connectionStates();
+  EXPECT_EQ(states.size(), 5u);
+  EXPECT_EQ(states.at("11-22-33-44-55-66"), true);
+  EXPECT_EQ(states.at(headphonesNormal), false);
+  EXPECT_EQ(states.count("99-99-99-99-99-99"), 0u);
   // A device BlueZ does not know is nothing, not a failure.
   EXPECT_EQ(stack->isConnected("99:99:99:99:99:99"), std::nullopt);
   EXPECT_EQ(stack->openConnection("99:99:99:99:99:99"), std::nullopt);

@@ -37,6 +37,7 @@ class FakeBluetoothStack : public BluetoothStack {
   BluetoothStatus closeResult = BluetoothStatus::success;
   // A failed close leaves the device connected, as a real stack would.
   std::vector<std::string> calls;  // "open aa-…", "close aa-…"
+  int stateReads = 0;              // connectionStates calls
 
   Device& add(const std::string& address, const std::string& name, bool connected = false) {
     auto& device = devices[normalizeAddress(address)];
@@ -56,6 +57,12 @@ class FakeBluetoothStack : public BluetoothStack {
     auto found = devices.find(normalizeAddress(address));
     if (found == devices.end()) return std::nullopt;
     return found->second.connected;
+  }
+  std::map<std::string, bool> connectionStates() override {
+    ++stateReads;
+    std::map<std::string, bool> states;
+    for (const auto& [address, device] : devices) states[address] = device.connected;
+    return states;
   }
   std::optional<BluetoothStatus> openConnection(const std::string& address) override {
     calls.push_back("open " + normalizeAddress(address));

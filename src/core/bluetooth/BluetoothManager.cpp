@@ -225,9 +225,11 @@ void BluetoothManager::startFastPoll() {
 }
 
 void BluetoothManager::refresh() {
+  const auto states = stack_.connectionStates();
   for (const auto& device : settings_.devices()) {
     const std::string address = normalizeAddress(device.address);
-    const bool connected = isConnectedNow(address);
+    const auto state = states.find(address);
+    const bool connected = state != states.end() && state->second;
     if (connected) {
       disconnectNotes_.insert(address);
     } else {

@@ -46,6 +46,9 @@ class BluetoothStack {
   virtual std::vector<PairedDevice> pairedAudioDevices() = 0;
   // Whether the device is connected; nothing when the stack knows no such device.
   virtual std::optional<bool> isConnected(const std::string& address) = 0;
+  // Every device the stack knows, by address (normal form), and whether it is connected: one
+  // reading of the stack for many devices.
+  virtual std::map<std::string, bool> connectionStates() = 0;
   // Connects the device (blocking); success when it already is connected. Nothing when the stack
   // knows no such device.
   virtual std::optional<BluetoothStatus> openConnection(const std::string& address) = 0;

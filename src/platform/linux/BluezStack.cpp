@@ -218,6 +218,17 @@ std::optional<bool> BluezStack::isConnected(const std::string& address) {
   return device->connected;
 }
 
+std::map<std::string, bool> BluezStack::connectionStates() {
+  std::map<std::string, bool> states;
+  QDBusError error;
+  const auto tree = bluez::fetchTree(bus_, queryMilliseconds(), &error);
+  if (!tree) return states;
+  for (const auto& device : tree->devices) {
+    if (!device.address.empty()) states[device.address] = device.connected;
+  }
+  return states;
+}
+
 std::optional<BluetoothStatus> BluezStack::openConnection(const std::string& address) {
   return changeConnection(address, true);
 }

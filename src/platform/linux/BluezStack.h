@@ -40,6 +40,7 @@ class BluezStack final : public BluetoothStack {
 
   std::vector<PairedDevice> pairedAudioDevices() override;
   std::optional<bool> isConnected(const std::string& address) override;
+  std::map<std::string, bool> connectionStates() override;
   std::optional<BluetoothStatus> openConnection(const std::string& address) override;
   std::optional<BluetoothStatus> closeConnection(const std::string& address) override;
   std::unique_ptr<Registration> observeConnections(std::function<void(const std::string&)> connected,
