@@ -4,9 +4,9 @@
 
 #include "core/audio/AudioProcesses.h"
 #include "core/audio/CoreAudio.h"
-#include "core/audio/MemoryApps.h"
-#include "core/runtime/VirtualRuntime.h"
-#include "platform/linux/PulseMirror.h"
+#include "doubles/MemoryApps.h"
+#include "doubles/VirtualRuntime.h"
+#include "platform/linux/audio/PulseMirror.h"
 
 // What the audio side costs: a monitor refresh once identities have settled, reading the device
 // list from the adapter's mirror, and a burst of server events through the mirror to the

@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
 
-#include "core/runtime/VirtualRuntime.h"
+#include "doubles/VirtualRuntime.h"
 
 // The cost of the scheduling primitives every component leans on.
 static void BM_VirtualPostAndRun(benchmark::State& state) {

@@ -9,7 +9,7 @@
 
 #include "core/log/Log.h"
 #include "core/texts/PlatformTexts.h"
-#include "platform/linux/SystemInfo.h"
+#include "platform/linux/app/SystemInfo.h"
 
 namespace wh::app {
 

@@ -2,7 +2,7 @@
 // The application delegate's view of the process and desktop, on Linux with Qt.
 
 #include "core/app/AppHost.h"
-#include "platform/linux/SessionBusInstance.h"
+#include "platform/linux/app/SessionBusInstance.h"
 
 namespace wh::app {
 

@@ -1,13 +1,13 @@
 #include <gtest/gtest.h>
 
 #include "core/app/AgentStatus.h"
-#include "core/audio/MemoryApps.h"
-#include "core/audio/MemoryAudioHardware.h"
-#include "core/runtime/VirtualRuntime.h"
-#include "core/settings/MemoryStore.h"
-#include "support/FakeAgentChannel.h"
-#include "support/FakeAppHost.h"
-#include "support/FakeBluetooth.h"
+#include "doubles/MemoryApps.h"
+#include "doubles/MemoryAudioHardware.h"
+#include "doubles/VirtualRuntime.h"
+#include "doubles/MemoryStore.h"
+#include "doubles/FakeAgentChannel.h"
+#include "doubles/FakeAppHost.h"
+#include "doubles/FakeBluetooth.h"
 
 namespace wh {
 namespace {

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/audio/AppGrouping.h"
-#include "core/audio/MemoryApps.h"
+#include "doubles/MemoryApps.h"
 
 namespace wh {
 namespace {

@@ -3,9 +3,9 @@
 // text read in unit tests.
 
 #include "core/audio/AppGrouping.h"
-#include "core/audio/MemoryApps.h"
-#include "core/audio/MemoryAudioHardware.h"
-#include "core/runtime/VirtualRuntime.h"
+#include "doubles/MemoryApps.h"
+#include "doubles/MemoryAudioHardware.h"
+#include "doubles/VirtualRuntime.h"
 
 namespace wh::test {
 

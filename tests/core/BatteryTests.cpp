@@ -2,8 +2,8 @@
 
 #include "core/bluetooth/BatteryCache.h"
 #include "core/bluetooth/BluetoothAccess.h"
-#include "core/runtime/VirtualRuntime.h"
-#include "support/FakeBluetooth.h"
+#include "doubles/VirtualRuntime.h"
+#include "doubles/FakeBluetooth.h"
 
 namespace wh {
 namespace {

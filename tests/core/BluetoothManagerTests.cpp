@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "core/bluetooth/BluetoothManager.h"
-#include "core/runtime/VirtualRuntime.h"
-#include "core/settings/MemoryStore.h"
+#include "doubles/VirtualRuntime.h"
+#include "doubles/MemoryStore.h"
 #include "support/CapturedLog.h"
-#include "support/FakeBluetooth.h"
+#include "doubles/FakeBluetooth.h"
 
 namespace wh {
 namespace {

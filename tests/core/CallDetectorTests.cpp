@@ -5,7 +5,7 @@
 #include <set>
 
 #include "core/quality/CallDetector.h"
-#include "core/settings/MemoryStore.h"
+#include "doubles/MemoryStore.h"
 
 namespace wh {
 namespace {

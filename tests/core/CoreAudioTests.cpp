@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "core/audio/CoreAudio.h"
-#include "core/audio/MemoryAudioHardware.h"
+#include "doubles/MemoryAudioHardware.h"
 
 namespace wh {
 namespace {

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "core/log/Log.h"
-#include "core/runtime/VirtualRuntime.h"
+#include "doubles/VirtualRuntime.h"
 #include "support/TempDir.h"
 
 namespace wh {

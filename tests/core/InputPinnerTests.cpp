@@ -5,7 +5,7 @@
 
 #include "AudioWorld.h"
 #include "core/quality/InputPinner.h"
-#include "core/settings/MemoryStore.h"
+#include "doubles/MemoryStore.h"
 #include "support/CapturedLog.h"
 
 namespace wh {

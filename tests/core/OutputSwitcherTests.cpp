@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "core/audio/MemoryAudioHardware.h"
+#include "doubles/MemoryAudioHardware.h"
 #include "core/bluetooth/OutputSwitcher.h"
-#include "core/runtime/VirtualRuntime.h"
+#include "doubles/VirtualRuntime.h"
 #include "support/CapturedLog.h"
 
 namespace wh {

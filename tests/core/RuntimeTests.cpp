@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "core/runtime/VirtualRuntime.h"
+#include "doubles/VirtualRuntime.h"
 
 namespace wh {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "core/notify/NotificationCenter.h"
 #include "core/settings/Address.h"
-#include "core/settings/MemoryStore.h"
+#include "doubles/MemoryStore.h"
 #include "core/settings/Records.h"
 #include "core/settings/Settings.h"
 

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <thread>
 
-#include "platform/linux/SystemInfo.h"
+#include "platform/linux/app/SystemInfo.h"
 #include "support/AgentHome.h"
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"

@@ -8,10 +8,10 @@
 #include "QtLoop.h"
 #include "core/audio/AudioProcesses.h"
 #include "core/log/Log.h"
-#include "platform/linux/ProcFsProcessTable.h"
-#include "platform/linux/PulseAudioHardware.h"
-#include "platform/linux/QtRuntime.h"
-#include "platform/linux/XdgDesktopEntries.h"
+#include "platform/linux/audio/ProcFsProcessTable.h"
+#include "platform/linux/audio/PulseAudioHardware.h"
+#include "platform/linux/runtime/QtRuntime.h"
+#include "platform/linux/audio/XdgDesktopEntries.h"
 #include "support/PulseRig.h"
 
 namespace wh::platform {

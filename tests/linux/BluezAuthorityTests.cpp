@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "SystemBusTest.h"
-#include "platform/linux/BluezAuthority.h"
+#include "platform/linux/bluetooth/BluezAuthority.h"
 
 namespace wh::platform {
 namespace {

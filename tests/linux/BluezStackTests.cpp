@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "SystemBusTest.h"
-#include "platform/linux/BluezStack.h"
+#include "platform/linux/bluetooth/BluezStack.h"
 
 namespace wh::platform {
 namespace {

@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "SystemBusTest.h"
-#include "platform/linux/BluezUPowerBatterySources.h"
+#include "platform/linux/bluetooth/BluezUPowerBatterySources.h"
 
 namespace wh::platform {
 namespace {

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/JournalLog.h"
+#include "platform/linux/log/JournalLog.h"
 
 namespace wh::platform {
 namespace {

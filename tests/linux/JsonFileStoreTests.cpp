@@ -18,7 +18,7 @@
 
 #include "core/notify/NotificationCenter.h"
 #include "core/settings/Settings.h"
-#include "platform/linux/JsonFileStore.h"
+#include "platform/linux/settings/JsonFileStore.h"
 #include "support/TempDir.h"
 
 namespace wh::platform {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "SystemBusTest.h"
-#include "platform/linux/LogindSleepWatcher.h"
+#include "platform/linux/bluetooth/LogindSleepWatcher.h"
 
 namespace wh::platform {
 namespace {

@@ -7,8 +7,8 @@
 #include <csignal>
 #include <fstream>
 
-#include "platform/linux/ProcFsProcessTable.h"
-#include "platform/linux/XdgDesktopEntries.h"
+#include "platform/linux/audio/ProcFsProcessTable.h"
+#include "platform/linux/audio/XdgDesktopEntries.h"
 #include "support/ChildProcess.h"
 #include "support/TempDir.h"
 

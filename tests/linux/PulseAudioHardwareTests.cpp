@@ -8,8 +8,8 @@
 
 #include "QtLoop.h"
 #include "core/audio/CoreAudio.h"
-#include "platform/linux/PulseAudioHardware.h"
-#include "platform/linux/QtRuntime.h"
+#include "platform/linux/audio/PulseAudioHardware.h"
+#include "platform/linux/runtime/QtRuntime.h"
 #include "support/PulseRig.h"
 
 namespace wh::platform {

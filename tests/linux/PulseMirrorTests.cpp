@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "core/audio/CoreAudio.h"
-#include "core/runtime/VirtualRuntime.h"
-#include "platform/linux/PulseMirror.h"
+#include "doubles/VirtualRuntime.h"
+#include "platform/linux/audio/PulseMirror.h"
 
 namespace wh::platform {
 namespace {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "QtLoop.h"
-#include "platform/linux/QtRuntime.h"
-#include "platform/linux/ThreadSerialQueue.h"
+#include "platform/linux/runtime/QtRuntime.h"
+#include "platform/linux/runtime/ThreadSerialQueue.h"
 
 namespace wh::platform {
 namespace {

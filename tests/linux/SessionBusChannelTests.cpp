@@ -8,8 +8,8 @@
 #include <QDBusConnectionInterface>
 
 #include "QtLoop.h"
-#include "core/settings/MemoryStore.h"
-#include "platform/linux/SessionBusChannel.h"
+#include "doubles/MemoryStore.h"
+#include "platform/linux/app/SessionBusChannel.h"
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
 

@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "QtLoop.h"
-#include "platform/linux/QtRuntime.h"
+#include "platform/linux/runtime/QtRuntime.h"
 #include "support/SystemBusRig.h"
 
 namespace wh::test {

@@ -2,7 +2,7 @@
 
 #include <fstream>
 
-#include "platform/linux/SystemInfo.h"
+#include "platform/linux/app/SystemInfo.h"
 #include "support/TempDir.h"
 
 namespace wh::platform {

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/linux/JsonFileStore.h"
+#include "platform/linux/settings/JsonFileStore.h"
 
 int main(int argc, char** argv) {
   if (argc != 4 && argc != 5) {

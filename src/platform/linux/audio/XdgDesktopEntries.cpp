@@ -1,4 +1,4 @@
-#include "platform/linux/XdgDesktopEntries.h"
+#include "platform/linux/audio/XdgDesktopEntries.h"
 
 #include <sys/stat.h>
 
@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/linux/XdgPaths.h"
+#include "platform/linux/settings/XdgPaths.h"
 
 namespace wh::platform {
 

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/linux/PulseMirror.h"
+#include "platform/linux/audio/PulseMirror.h"
 
 namespace wh::platform {
 

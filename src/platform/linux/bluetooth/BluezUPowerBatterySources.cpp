@@ -1,4 +1,4 @@
-#include "platform/linux/BluezUPowerBatterySources.h"
+#include "platform/linux/bluetooth/BluezUPowerBatterySources.h"
 
 #include <QDBusMessage>
 #include <QDBusMetaType>
@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "platform/linux/BluezObjects.h"
+#include "platform/linux/bluetooth/BluezObjects.h"
 
 namespace wh::platform {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/SessionBusChannel.h"
+#include "platform/linux/app/SessionBusChannel.h"
 
 #include <QDBusArgument>
 #include <QDBusConnectionInterface>
@@ -21,21 +21,21 @@ SessionBusChannel::SessionBusChannel(QDBusConnection bus) : bus_(std::move(bus))
 
 SessionBusChannel::~SessionBusChannel() {
   if (connected_) {
-    bus_.disconnect(QString(), objectPath, interfaceName, "command", this,
+    bus_.disconnect(QString(), bus::objectPath, bus::interfaceName, bus::commandSignal, this,
                     SLOT(commandReceived(QString, QVariantMap)));
   }
 }
 
 void SessionBusChannel::postStatus() {
   if (!bus_.isConnected()) return;
-  bus_.send(QDBusMessage::createSignal(objectPath, interfaceName, "status"));
+  bus_.send(QDBusMessage::createSignal(bus::objectPath, bus::interfaceName, bus::statusSignal));
 }
 
 std::unique_ptr<Registration> SessionBusChannel::listen(CommandHandler handler) {
   handler_ = std::move(handler);
   if (!connected_ && bus_.isConnected()) {
     // From any sender: the settings program has no well-known name while it starts.
-    connected_ = bus_.connect(QString(), objectPath, interfaceName, "command", this,
+    connected_ = bus_.connect(QString(), bus::objectPath, bus::interfaceName, bus::commandSignal, this,
                               SLOT(commandReceived(QString, QVariantMap)));
     if (!connected_) Log::error("cannot listen for commands: " + bus_.lastError().message().toStdString());
   }
@@ -44,12 +44,12 @@ std::unique_ptr<Registration> SessionBusChannel::listen(CommandHandler handler) 
 
 bool SessionBusChannel::settingsAppRunning() {
   if (!bus_.isConnected()) return false;
-  return bus_.interface()->isServiceRegistered(settingsBusName).value();
+  return bus_.interface()->isServiceRegistered(bus::settingsName).value();
 }
 
 void SessionBusChannel::send(const std::string& command, const nlohmann::json& userInfo) {
   if (!bus_.isConnected()) return;
-  auto message = QDBusMessage::createSignal(objectPath, interfaceName, "command");
+  auto message = QDBusMessage::createSignal(bus::objectPath, bus::interfaceName, bus::commandSignal);
   message << QString::fromStdString(command) << fromJson(userInfo);
   bus_.send(message);
 }

@@ -1,4 +1,4 @@
-#include "platform/linux/BluezStack.h"
+#include "platform/linux/bluetooth/BluezStack.h"
 
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -9,8 +9,8 @@
 
 #include "core/log/Log.h"
 #include "core/settings/Address.h"
-#include "platform/linux/BluezObjects.h"
-#include "platform/linux/DBusSignalRelay.h"
+#include "platform/linux/bluetooth/BluezObjects.h"
+#include "platform/linux/dbus/DBusSignalRelay.h"
 
 namespace wh::platform {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/ProcFsProcessTable.h"
+#include "platform/linux/audio/ProcFsProcessTable.h"
 
 #include <dirent.h>
 #include <fcntl.h>

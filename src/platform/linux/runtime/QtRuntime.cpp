@@ -1,4 +1,4 @@
-#include "platform/linux/QtRuntime.h"
+#include "platform/linux/runtime/QtRuntime.h"
 
 #include <QMetaObject>
 #include <QThread>
@@ -6,7 +6,7 @@
 
 #include <cmath>
 
-#include "platform/linux/ThreadSerialQueue.h"
+#include "platform/linux/runtime/ThreadSerialQueue.h"
 
 namespace wh::platform {
 

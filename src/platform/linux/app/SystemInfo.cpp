@@ -1,4 +1,4 @@
-#include "platform/linux/SystemInfo.h"
+#include "platform/linux/app/SystemInfo.h"
 
 #include <unistd.h>
 

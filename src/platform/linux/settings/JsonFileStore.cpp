@@ -1,4 +1,4 @@
-#include "platform/linux/JsonFileStore.h"
+#include "platform/linux/settings/JsonFileStore.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

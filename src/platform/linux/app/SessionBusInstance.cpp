@@ -1,4 +1,4 @@
-#include "platform/linux/SessionBusInstance.h"
+#include "platform/linux/app/SessionBusInstance.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -9,26 +9,26 @@
 namespace wh::platform {
 
 bool SessionBusInstance::claim(std::function<void()> reopen) {
-  QDBusConnection bus = QDBusConnection::sessionBus();
-  if (!bus.isConnected()) {
+  QDBusConnection session = QDBusConnection::sessionBus();
+  if (!session.isConnected()) {
     Log::error("no session bus: cannot tell whether another instance runs");
     return true;
   }
   reopen_ = std::move(reopen);
-  bus.registerObject(objectPath, this, QDBusConnection::ExportScriptableSlots);
-  const auto reply = bus.interface()->registerService(busName, QDBusConnectionInterface::DontQueueService,
+  session.registerObject(bus::objectPath, this, QDBusConnection::ExportScriptableSlots);
+  const auto reply = session.interface()->registerService(bus::agentName, QDBusConnectionInterface::DontQueueService,
                                                       QDBusConnectionInterface::DontAllowReplacement);
   if (reply.isValid() && reply.value() == QDBusConnectionInterface::ServiceRegistered) return true;
-  if (!reply.isValid() && !bus.interface()->isServiceRegistered(busName).value()) {
+  if (!reply.isValid() && !session.interface()->isServiceRegistered(bus::agentName).value()) {
     // The bus refused the name but nobody else holds it: run, without the single-instance guard.
-    Log::error("could not own " + std::string(busName) + ": " + reply.error().message().toStdString());
+    Log::error("could not own " + std::string(bus::agentName) + ": " + reply.error().message().toStdString());
     return true;
   }
 
-  bus.unregisterObject(objectPath);
+  session.unregisterObject(bus::objectPath);
   reopen_ = nullptr;
-  auto call = QDBusMessage::createMethodCall(busName, objectPath, interfaceName, "Reopen");
-  bus.call(call, QDBus::Block, 5000);
+  auto call = QDBusMessage::createMethodCall(bus::agentName, bus::objectPath, bus::interfaceName, bus::reopenMethod);
+  session.call(call, QDBus::Block, 5000);
   return false;
 }
 

@@ -1,9 +1,9 @@
-#include "platform/linux/BluezAuthority.h"
+#include "platform/linux/bluetooth/BluezAuthority.h"
 
 #include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
 
-#include "platform/linux/BluezObjects.h"
+#include "platform/linux/bluetooth/BluezObjects.h"
 
 namespace wh::platform {
 

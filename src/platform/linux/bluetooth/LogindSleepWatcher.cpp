@@ -1,4 +1,4 @@
-#include "platform/linux/LogindSleepWatcher.h"
+#include "platform/linux/bluetooth/LogindSleepWatcher.h"
 
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include "core/log/Log.h"
-#include "platform/linux/DBusSignalRelay.h"
+#include "platform/linux/dbus/DBusSignalRelay.h"
 
 namespace wh::platform {
 

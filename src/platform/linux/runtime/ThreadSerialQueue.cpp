@@ -1,4 +1,4 @@
-#include "platform/linux/ThreadSerialQueue.h"
+#include "platform/linux/runtime/ThreadSerialQueue.h"
 
 #include <pthread.h>
 #include <sys/resource.h>

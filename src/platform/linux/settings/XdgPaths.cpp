@@ -1,4 +1,4 @@
-#include "platform/linux/XdgPaths.h"
+#include "platform/linux/settings/XdgPaths.h"
 
 #include <pwd.h>
 #include <unistd.h>

@@ -6,16 +6,16 @@
 
 #include <functional>
 
+#include "platform/linux/app/BusNames.h"
+
 namespace wh::platform {
 
 class SessionBusInstance final : public QObject {
   Q_OBJECT
+  // moc takes only a literal here: bus::interfaceName.
   Q_CLASSINFO("D-Bus Interface", "com.quintelbarrows.wrenhaven")
 
  public:
-  static constexpr const char* busName = "com.quintelbarrows.wrenhaven";
-  static constexpr const char* objectPath = "/com/quintelbarrows/wrenhaven";
-  static constexpr const char* interfaceName = "com.quintelbarrows.wrenhaven";
 
   // Claims the name. Answers true when this process now owns it, or when there is no session
   // bus to ask (then nobody can tell two instances apart, and this one runs). Answers false

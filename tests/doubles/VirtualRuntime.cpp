@@ -1,4 +1,4 @@
-#include "core/runtime/VirtualRuntime.h"
+#include "doubles/VirtualRuntime.h"
 
 #include <algorithm>
 

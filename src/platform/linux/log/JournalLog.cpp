@@ -1,4 +1,4 @@
-#include "platform/linux/JournalLog.h"
+#include "platform/linux/log/JournalLog.h"
 
 #include <syslog.h>
 #include <systemd/sd-journal.h>

@@ -1,4 +1,4 @@
-#include "platform/linux/BluezObjects.h"
+#include "platform/linux/bluetooth/BluezObjects.h"
 
 #include <QDBusObjectPath>
 

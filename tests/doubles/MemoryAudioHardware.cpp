@@ -1,4 +1,4 @@
-#include "core/audio/MemoryAudioHardware.h"
+#include "doubles/MemoryAudioHardware.h"
 
 namespace wh {
 

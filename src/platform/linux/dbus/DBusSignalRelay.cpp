@@ -1,4 +1,4 @@
-#include "platform/linux/DBusSignalRelay.h"
+#include "platform/linux/dbus/DBusSignalRelay.h"
 
 namespace wh::platform {
 

@@ -1,13 +1,14 @@
 #pragma once
 // The channel between the agent and the settings program on the session bus: the signals
-// `status` (no arguments) and `command` (the command text and a dictionary of user info) on the
-// interface com.quintelbarrows.wrenhaven at /com/quintelbarrows/wrenhaven.
+// `status` (no arguments) and `command` (the command text and a dictionary of user info), named
+// in BusNames.h.
 
 #include <QDBusConnection>
 #include <QObject>
 #include <QVariantMap>
 
 #include "core/app/AgentChannel.h"
+#include "platform/linux/app/BusNames.h"
 #include "core/runtime/Runtime.h"
 #include "core/settings/Settings.h"
 
@@ -17,10 +18,6 @@ class SessionBusChannel final : public QObject, public AgentChannel, public Comm
   Q_OBJECT
 
  public:
-  static constexpr const char* objectPath = "/com/quintelbarrows/wrenhaven";
-  static constexpr const char* interfaceName = "com.quintelbarrows.wrenhaven";
-  static constexpr const char* settingsBusName = "com.quintelbarrows.wrenhaven.settings";
-
   explicit SessionBusChannel(QDBusConnection bus = QDBusConnection::sessionBus());
   ~SessionBusChannel() override;
 

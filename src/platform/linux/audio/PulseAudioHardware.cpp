@@ -1,4 +1,4 @@
-#include "platform/linux/PulseAudioHardware.h"
+#include "platform/linux/audio/PulseAudioHardware.h"
 
 #include <pulse/pulseaudio.h>
 
