@@ -17,9 +17,7 @@ class MemoryProcessTable final : public ProcessTable {
  public:
   struct Process {
     std::optional<std::int32_t> parent;
-    std::optional<std::string> executable;
-    std::optional<std::string> controlGroup;
-    std::optional<std::string> flatpakInfo;
+    std::optional<std::string> executable, controlGroup, flatpakInfo;
   };
 
   std::int32_t own = 1000;
@@ -30,7 +28,7 @@ class MemoryProcessTable final : public ProcessTable {
   std::vector<std::int32_t> pids() override {
     ++reads;
     std::vector<std::int32_t> out;
-    for (const auto& [pid, process] : processes) out.push_back(pid);
+    for (const auto& entry : processes) out.push_back(entry.first);
     return out;
   }
   std::optional<std::int32_t> parentPid(std::int32_t pid) override { return field(pid, &Process::parent); }

@@ -1,16 +1,11 @@
 #pragma once
-// The audio port held in memory, for tests and benchmarks. Every property can be made unreadable
-// (left empty), writes can be refused, and reads are counted. Changes are silent until the test
-// calls notify(), which calls the matching handlers at once, as the sound server's report would
-// on the main thread; so a test can also make a change that nobody is told about.
+// The audio port held in memory, for tests and benchmarks. Any property can be left unreadable
+// (empty), writes can be refused, and reads of the process list are counted. Changes are silent
+// until the test calls notify(), which calls the matching handlers at once, as the sound server's
+// report would on the main thread; so a test can also make a change that nobody is told about.
 
-#include <cstddef>
 #include <map>
-#include <memory>
-#include <optional>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "core/audio/AudioHardware.h"
 
@@ -20,68 +15,93 @@ class MemoryAudioHardware final : public AudioHardware {
  public:
   struct Device {
     AudioObjectID id = audioObjectUnknown;
-    std::optional<std::string> uid;
-    std::optional<std::string> name;
-    std::optional<std::uint32_t> transport;
-    std::optional<std::uint32_t> inputStreams;
-    std::optional<std::uint32_t> outputStreams;
+    std::optional<std::string> uid, name;
+    std::optional<std::uint32_t> transport, inputStreams, outputStreams;
     std::optional<double> nominalSampleRate;
   };
   struct Process {
     AudioObjectID id = audioObjectUnknown;
     std::optional<std::int32_t> pid;
     std::optional<std::string> bundleID;
-    std::optional<bool> runningInput = false;
-    std::optional<bool> runningOutput = false;
-  };
-  // Reads of process properties, for telling cached identities from fresh reads.
-  struct ReadCounts {
-    std::size_t processObjects = 0;
-    std::size_t pid = 0;
-    std::size_t bundleID = 0;
-    std::size_t runningInput = 0;
-    std::size_t runningOutput = 0;
+    std::optional<bool> runningInput = false, runningOutput = false;
   };
 
   std::vector<Device> deviceList;
   std::vector<Process> processList;
   std::map<AudioProperty, std::optional<AudioObjectID>> defaults;
-  // Writes that the hardware refuses, by property.
   std::map<AudioProperty, bool> refuseWrites;
-  // Every accepted or refused write, in order.
-  std::vector<std::pair<AudioProperty, AudioObjectID>> writes;
-  ReadCounts reads;
+  std::vector<std::pair<AudioProperty, AudioObjectID>> writes;  // accepted and refused, in order
+  std::size_t processListReads = 0;
 
-  Process* process(AudioObjectID id);
-  Device* device(AudioObjectID id);
-
-  // Calls every handler registered for that object and property.
-  void notify(AudioObjectID object, AudioProperty property);
-  std::size_t listenerCount(AudioObjectID object, AudioProperty property) const;
+  // Calls the handlers registered for that object and property, except those that an earlier
+  // handler of the same round removed.
+  void notify(AudioObjectID object, AudioProperty property) {
+    const auto registered = listeners_;
+    for (const auto& [token, r] : registered) {
+      if (r.object == object && r.property == property && listeners_.count(token) > 0) r.handler();
+    }
+  }
   std::size_t listenerCount() const { return listeners_.size(); }
 
-  std::vector<AudioObjectID> devices() override;
-  std::optional<std::string> deviceUID(AudioObjectID device) override;
-  std::optional<std::string> deviceName(AudioObjectID device) override;
-  std::optional<std::uint32_t> deviceTransport(AudioObjectID device) override;
-  std::optional<std::uint32_t> deviceStreamCount(AudioObjectID device, Direction direction) override;
-  std::optional<double> deviceNominalSampleRate(AudioObjectID device) override;
-  std::optional<AudioObjectID> defaultDevice(AudioProperty which) override;
-  bool setDefaultDevice(AudioProperty which, AudioObjectID device) override;
-  std::vector<AudioObjectID> processObjects() override;
-  std::optional<std::int32_t> processPID(AudioObjectID process) override;
-  std::optional<std::string> processBundleID(AudioObjectID process) override;
-  std::optional<bool> processIsRunningInput(AudioObjectID process) override;
-  std::optional<bool> processIsRunningOutput(AudioObjectID process) override;
-  ListenerToken addListener(AudioObjectID object, AudioProperty property, std::function<void()> handler) override;
-  void removeListener(ListenerToken token) override;
+  std::vector<AudioObjectID> devices() override { return ids(deviceList); }
+  std::optional<std::string> deviceUID(AudioObjectID id) override { return read(deviceList, id, &Device::uid); }
+  std::optional<std::string> deviceName(AudioObjectID id) override { return read(deviceList, id, &Device::name); }
+  std::optional<std::uint32_t> deviceTransport(AudioObjectID id) override {
+    return read(deviceList, id, &Device::transport);
+  }
+  std::optional<std::uint32_t> deviceStreamCount(AudioObjectID id, Direction direction) override {
+    return read(deviceList, id, direction == Direction::input ? &Device::inputStreams : &Device::outputStreams);
+  }
+  std::optional<double> deviceNominalSampleRate(AudioObjectID id) override {
+    return read(deviceList, id, &Device::nominalSampleRate);
+  }
+  std::optional<AudioObjectID> defaultDevice(AudioProperty which) override { return defaults[which]; }
+  bool setDefaultDevice(AudioProperty which, AudioObjectID id) override {
+    writes.emplace_back(which, id);
+    if (!refuseWrites[which]) defaults[which] = id;
+    return !refuseWrites[which];
+  }
+  std::vector<AudioObjectID> processObjects() override {
+    ++processListReads;
+    return ids(processList);
+  }
+  std::optional<std::int32_t> processPID(AudioObjectID id) override { return read(processList, id, &Process::pid); }
+  std::optional<std::string> processBundleID(AudioObjectID id) override {
+    return read(processList, id, &Process::bundleID);
+  }
+  std::optional<bool> processIsRunningInput(AudioObjectID id) override {
+    return read(processList, id, &Process::runningInput);
+  }
+  std::optional<bool> processIsRunningOutput(AudioObjectID id) override {
+    return read(processList, id, &Process::runningOutput);
+  }
+  ListenerToken addListener(AudioObjectID object, AudioProperty property, std::function<void()> handler) override {
+    listeners_[nextToken_] = {object, property, std::move(handler)};
+    return nextToken_++;
+  }
+  void removeListener(ListenerToken token) override { listeners_.erase(token); }
 
  private:
   struct Registration {
     AudioObjectID object;
     AudioProperty property;
-    std::shared_ptr<std::function<void()>> handler;
+    std::function<void()> handler;
   };
+
+  template <class Record>
+  static std::vector<AudioObjectID> ids(const std::vector<Record>& records) {
+    std::vector<AudioObjectID> out;
+    for (const auto& record : records) out.push_back(record.id);
+    return out;
+  }
+  template <class Record, class T>
+  static std::optional<T> read(const std::vector<Record>& records, AudioObjectID id, std::optional<T> Record::*field) {
+    for (const auto& record : records) {
+      if (record.id == id) return record.*field;
+    }
+    return std::nullopt;
+  }
+
   std::map<ListenerToken, Registration> listeners_;
   ListenerToken nextToken_ = 1;
 };
