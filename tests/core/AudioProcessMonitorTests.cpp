@@ -28,19 +28,17 @@ TEST_F(AudioProcessMonitorTest, EveryProcessButTheAgentIsPublishedOnEachChangeAn
   add(11, 2001, "org.example.Player", true);
   add(12, 2002, "");  // the server knows no id: the process table names the program
   table.processes[2002] = {1, "/usr/bin/recorder", "/user.slice/session-2.scope", {}};
-  hw.processList.push_back({13, std::nullopt, std::nullopt, std::nullopt, std::nullopt});
   monitor.start();
   monitor.start();
   monitor.refresh();
   EXPECT_EQ(monitor.processes(), (List{{11, 2001, "org.example.Player", false, true, "org.example.Player"},
-                                       {12, 2002, "recorder", false, false, "recorder"},
-                                       {13, 0, "", false, false, ""}}));
+                                       {12, 2002, "recorder", false, false, "recorder"}}));
   EXPECT_EQ(published, 1) << "an unchanged list is not published";
   EXPECT_EQ(hw.processListReads, 2u) << "starting again does nothing";
-  std::swap(hw.processList[2], hw.processList[3]);
-  hw.processList[1].runningOutput = false;
+  std::swap(hw.processList[1], hw.processList[2]);
+  hw.processList[2].runningOutput = false;
   monitor.refresh();
-  hw.processList[1].runningOutput = true;
+  hw.processList[2].runningOutput = true;
   add(14, 2004, "org.example.Newcomer", true);
   monitor.refresh();
   EXPECT_EQ(published, 3);

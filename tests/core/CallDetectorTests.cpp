@@ -29,15 +29,10 @@ TEST(CallDetector, ACapturingProcessIsInACallByItsOwnIdItsOwnersIdOrAsAHelperNam
   }
 }
 
-TEST(CallDetector, AStoredStringArrayReplacesTheBuiltInListEvenWhenEmptyAndAnythingElseDoesNot) {
+TEST(CallDetector, AMeetingAppsSettingThatIsNoStringArrayReadsAsTheBuiltInList) {
   MemoryStore store;
   NotificationCenter notifications;
   Settings settings{store, notifications, true, nullptr};
-  EXPECT_EQ(CallDetector::meetingApps(settings), CallDetector::defaultMeetingApps());
-  for (const List& list : {List{"org.jitsi.jitsi-meet", "zoom"}, List{}}) {
-    store.set(Keys::meetingApps, StoreValue::stringArray(list));
-    EXPECT_EQ(CallDetector::meetingApps(settings), list);
-  }
   store.set(Keys::meetingApps, StoreValue::fromJson(nlohmann::json::array({"zoom", 1})));
   EXPECT_EQ(CallDetector::meetingApps(settings), CallDetector::defaultMeetingApps());
 }

@@ -2,13 +2,6 @@
 // The process table and the desktop entries held in memory, for tests and benchmarks. Reads of
 // the process table are counted, so a test can tell that identities are not resolved again.
 
-#include <cstddef>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "core/audio/AppGrouping.h"
 
 namespace wh {
@@ -31,17 +24,17 @@ class MemoryProcessTable final : public ProcessTable {
     for (const auto& entry : processes) out.push_back(entry.first);
     return out;
   }
-  std::optional<std::int32_t> parentPid(std::int32_t pid) override { return field(pid, &Process::parent); }
-  std::optional<std::string> executable(std::int32_t pid) override { return field(pid, &Process::executable); }
-  std::optional<std::string> controlGroup(std::int32_t pid) override { return field(pid, &Process::controlGroup); }
-  std::optional<std::string> flatpakInfo(std::int32_t pid) override { return field(pid, &Process::flatpakInfo); }
+  std::optional<std::int32_t> parentPid(std::int32_t pid) override { return read(pid, &Process::parent); }
+  std::optional<std::string> executable(std::int32_t pid) override { return read(pid, &Process::executable); }
+  std::optional<std::string> controlGroup(std::int32_t pid) override { return read(pid, &Process::controlGroup); }
+  std::optional<std::string> flatpakInfo(std::int32_t pid) override { return read(pid, &Process::flatpakInfo); }
 
  private:
   template <class T>
-  std::optional<T> field(std::int32_t pid, std::optional<T> Process::*member) {
+  std::optional<T> read(std::int32_t pid, std::optional<T> Process::*field) {
     ++reads;
     const auto found = processes.find(pid);
-    return found == processes.end() ? std::nullopt : found->second.*member;
+    return found == processes.end() ? std::nullopt : found->second.*field;
   }
 };
 

@@ -1,8 +1,7 @@
 #pragma once
-// The audio port held in memory, for tests and benchmarks. Any property can be left unreadable
-// (empty), writes can be refused, and reads of the process list are counted. Changes are silent
-// until the test calls notify(), which calls the matching handlers at once, as the sound server's
-// report would on the main thread; so a test can also make a change that nobody is told about.
+// The audio port held in memory. Any property can be left unreadable (empty), writes can be
+// refused, and reads of the process list are counted. Changes are silent until the test calls
+// notify(), which calls the matching handlers at once, as the sound server's report would.
 
 #include <map>
 #include <utility>
@@ -33,8 +32,7 @@ class MemoryAudioHardware final : public AudioHardware {
   std::vector<std::pair<AudioProperty, AudioObjectID>> writes;  // accepted and refused, in order
   std::size_t processListReads = 0;
 
-  // Calls the handlers registered for that object and property, except those that an earlier
-  // handler of the same round removed.
+  // Calls the handlers of that property, but none that an earlier one of the round removed.
   void notify(AudioObjectID object, AudioProperty property) {
     const auto registered = listeners_;
     for (const auto& [token, r] : registered) {
@@ -44,16 +42,14 @@ class MemoryAudioHardware final : public AudioHardware {
   std::size_t listenerCount() const { return listeners_.size(); }
 
   std::vector<AudioObjectID> devices() override { return ids(deviceList); }
-  std::optional<std::string> deviceUID(AudioObjectID id) override { return read(deviceList, id, &Device::uid); }
-  std::optional<std::string> deviceName(AudioObjectID id) override { return read(deviceList, id, &Device::name); }
-  std::optional<std::uint32_t> deviceTransport(AudioObjectID id) override {
-    return read(deviceList, id, &Device::transport);
-  }
+  std::optional<std::string> deviceUID(AudioObjectID id) override { return device(id, &Device::uid); }
+  std::optional<std::string> deviceName(AudioObjectID id) override { return device(id, &Device::name); }
+  std::optional<std::uint32_t> deviceTransport(AudioObjectID id) override { return device(id, &Device::transport); }
   std::optional<std::uint32_t> deviceStreamCount(AudioObjectID id, Direction direction) override {
-    return read(deviceList, id, direction == Direction::input ? &Device::inputStreams : &Device::outputStreams);
+    return device(id, direction == Direction::input ? &Device::inputStreams : &Device::outputStreams);
   }
   std::optional<double> deviceNominalSampleRate(AudioObjectID id) override {
-    return read(deviceList, id, &Device::nominalSampleRate);
+    return device(id, &Device::nominalSampleRate);
   }
   std::optional<AudioObjectID> defaultDevice(AudioProperty which) override { return defaults[which]; }
   bool setDefaultDevice(AudioProperty which, AudioObjectID id) override {
@@ -65,16 +61,10 @@ class MemoryAudioHardware final : public AudioHardware {
     ++processListReads;
     return ids(processList);
   }
-  std::optional<std::int32_t> processPID(AudioObjectID id) override { return read(processList, id, &Process::pid); }
-  std::optional<std::string> processBundleID(AudioObjectID id) override {
-    return read(processList, id, &Process::bundleID);
-  }
-  std::optional<bool> processIsRunningInput(AudioObjectID id) override {
-    return read(processList, id, &Process::runningInput);
-  }
-  std::optional<bool> processIsRunningOutput(AudioObjectID id) override {
-    return read(processList, id, &Process::runningOutput);
-  }
+  std::optional<std::int32_t> processPID(AudioObjectID id) override { return process(id, &Process::pid); }
+  std::optional<std::string> processBundleID(AudioObjectID id) override { return process(id, &Process::bundleID); }
+  std::optional<bool> processIsRunningInput(AudioObjectID id) override { return process(id, &Process::runningInput); }
+  std::optional<bool> processIsRunningOutput(AudioObjectID id) override { return process(id, &Process::runningOutput); }
   ListenerToken addListener(AudioObjectID object, AudioProperty property, std::function<void()> handler) override {
     listeners_[nextToken_] = {object, property, std::move(handler)};
     return nextToken_++;
@@ -101,6 +91,10 @@ class MemoryAudioHardware final : public AudioHardware {
     }
     return std::nullopt;
   }
+  template <class T>
+  std::optional<T> device(AudioObjectID id, std::optional<T> Device::*field) { return read(deviceList, id, field); }
+  template <class T>
+  std::optional<T> process(AudioObjectID id, std::optional<T> Process::*field) { return read(processList, id, field); }
 
   std::map<ListenerToken, Registration> listeners_;
   ListenerToken nextToken_ = 1;
