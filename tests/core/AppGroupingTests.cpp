@@ -45,7 +45,7 @@ TEST_F(AppGroupingTest, AProcessIsNamedByItsUnitFlatpakDesktopEntryOrProgramAndR
   table.processes = {{10, {1, "/usr/bin/editor", "/app.slice/app-gnome-org.example.Unit-10.scope", flatpak}},
                      {11, {1, "/usr/bin/editor", "/user.slice/session-2.scope", flatpak}},
                      {12, {1, "/usr/bin/editor", {}, {}}},     {13, {1, "/usr/lib/tool (deleted)", {}, {}}},
-                     {14, {1, "/usr/bin/editormain", {}, {}}}, {15, {1, "/usr/bin/player", {}, {}}},
+                     {14, {1, "/usr/bin/Editormain", {}, {}}}, {15, {1, "/usr/bin/player", {}, {}}},
                      {16, {1, "/usr/bin/flatpak", {}, {}}},    {17, {1, "/usr/bin/tray", {}, {}}},
                      {18, {1, "/usr/bin/applehelper", {}, {}}}, {19, {1, "/usr/bin/music", {}, {}}}};
   const std::vector<std::pair<int, std::optional<std::string>>> cases = {
