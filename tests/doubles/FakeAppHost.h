@@ -18,16 +18,18 @@ class FakeAppHost : public AppHost {
     reopen = std::move(handler);
     return !otherInstance;
   }
-  void terminate() override { ++terminations; }
   std::string systemVersion() const override { return "Debian GNU/Linux 12 (bookworm)"; }
-  bool accessibilityTrusted() const override { return trusted; }
+  bool accessibilityTrusted() const override {
+    ++accessChecks;
+    return trusted;
+  }
   void openBluetoothSettings() override { ++bluetoothSettingsOpened; }
 
   std::set<std::string> variables;
   bool otherInstance = false;
   bool trusted = false;
   int claims = 0;
-  int terminations = 0;
+  mutable int accessChecks = 0;
   int bluetoothSettingsOpened = 0;
   std::function<void()> reopen;  // what a later instance's reopen calls
 };
