@@ -4,6 +4,9 @@
 
 namespace wh::test {
 
+// The whole content of a file; empty when it cannot be read.
+std::string readFile(const std::filesystem::path& path);
+
 // A fresh folder under the system's temporary folder, removed with everything in it on destruction.
 class TempDir {
  public:
