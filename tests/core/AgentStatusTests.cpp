@@ -96,7 +96,13 @@ TEST_F(AgentStatusTest, MalformedAndUnknownCommandsOnlyPublish) {
   EXPECT_EQ(rt.pendingMainWork(), 0u) << "no onboarding watch for a value that is not a bool";
 }
 
-TEST_F(AgentStatusTest, CommandsReachTheManagerTheSettingsAndTheActions) {
+TEST_F(AgentStatusTest, CommandsReachTheManagerTheSettingsAndTheActionsAndFollowTheBluetoothPermission) {
+  authority.state = BluetoothAuthorization::denied;
+  channel.send("requestBluetooth");
+  EXPECT_EQ(host.bluetoothSettingsOpened, 1);
+  authority.state = BluetoothAuthorization::undetermined;
+  channel.send("requestBluetooth");
+  EXPECT_EQ(authority.watchStarts, 1) << "asks for access";
   channel.send("toggle:aa-bb-cc-dd-ee-ff");
   rt.drainSerialQueues();
   EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), BluetoothManager::Phase::Kind::connected);
@@ -116,18 +122,6 @@ TEST_F(AgentStatusTest, CommandsReachTheManagerTheSettingsAndTheActions) {
   channel.send("openSettings");
   channel.send("openGuide");
   EXPECT_EQ(opened, (std::vector<bool>{false, true}));
-}
-
-TEST_F(AgentStatusTest, RequestBluetoothFollowsThePermission) {
-  authority.state = BluetoothAuthorization::denied;
-  channel.send("requestBluetooth");
-  EXPECT_EQ(host.bluetoothSettingsOpened, 1);
-  authority.state = BluetoothAuthorization::undetermined;
-  channel.send("requestBluetooth");
-  EXPECT_EQ(authority.watchStarts, 1) << "asks for access";
-  EXPECT_FALSE(store.object(StatusKeys::paired));
-  authority.change(BluetoothAuthorization::allowedAlways);
-  EXPECT_EQ(stored(StatusKeys::paired).size(), 2u);
 }
 
 TEST_F(AgentStatusTest, OnboardingWatchListsPairedDevicesEveryThreeSecondsWhileTheSettingsProgramRuns) {
@@ -152,18 +146,9 @@ TEST_F(AgentStatusTest, OnboardingWatchListsPairedDevicesEveryThreeSecondsWhileT
 }
 
 TEST_F(AgentStatusTest, PinnerCommandsSetTheOverrideEndAFightAndEvaluateWithoutAPublishOfTheirOwn) {
-  const auto microphone = [](AudioObjectID id, const char* uid, const char* name, std::uint32_t transport) {
-    MemoryAudioHardware::Device device;
-    device.id = id;
-    device.uid = uid;
-    device.name = name;
-    device.transport = transport;
-    device.inputStreams = 1;
-    return device;
-  };
   hardware.deviceList = {
-      microphone(3, "alsa_input.pci-0000_00_1f.3.analog-stereo", "Built-in Microphone", Transport::builtIn),
-      microphone(4, "bluez_input.AA_BB_CC_DD_EE_FF.0", "WH-1000XM4", Transport::bluetooth)};
+      {3, "alsa_input.pci-0000_00_1f.3.analog-stereo", "Built-in Microphone", Transport::builtIn, 1, 0, 48000.0},
+      {4, "bluez_input.AA_BB_CC_DD_EE_FF.0", "WH-1000XM4", Transport::bluetooth, 1, 0, 16000.0}};
   auto& input = hardware.defaults[AudioProperty::defaultInputDevice];
   input = 4;
   channel.send("allowHeadphoneMic");
