@@ -121,7 +121,10 @@ int main(int argc, char** argv) {
   QApplication::setQuitOnLastWindowClosed(false);
 
   // Under a test runner nothing starts, and a second instance only hands over the reopen: both
-  // are decided before any adapter, queue or connection exists.
+  // are decided before any adapter, queue or connection exists. The system log is there already,
+  // so that a missing session bus is reported.
+  auto systemLog = std::make_shared<wh::platform::JournalLog>(build.bundleIdentifier, "core");
+  wh::Log::install(systemLog, nullptr);
   wh::app::LinuxAppHost host;
   wh::LaunchGate gate(host);
   switch (gate.decide()) {
@@ -139,7 +142,7 @@ int main(int argc, char** argv) {
       wh::platform::stateHome() / logName, logName,
       runtime.makeSerialQueue(wh::FileLog::queueLabel, wh::QueuePriority::utility), std::chrono::system_clock::now,
       [](std::FILE* file) { ::fsync(::fileno(file)); });
-  wh::Log::install(std::make_shared<wh::platform::JournalLog>(build.bundleIdentifier, "core"), fileLog);
+  wh::Log::install(systemLog, fileLog);
 
   wh::platform::JsonFileStore store(wh::platform::settingsFile());
   wh::NotificationCenter notifications;
