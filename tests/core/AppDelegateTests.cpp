@@ -113,9 +113,12 @@ TEST_F(AppDelegateTest, ChangesInOneTurnGiveOneRefreshThatEndsByPublishingAndNon
   EXPECT_EQ(late, 0);
 }
 
-TEST_F(AppDelegateTest, OnlyUserConnectsMoveTheOutputAndEveryConnectRefreshesBatteriesThreeSecondsLater) {
+TEST_F(AppDelegateTest, OnlyUserConnectsMoveTheOutputAndBatteriesAreReadAfterEveryConnectAndEveryFiveMinutes) {
   remember();
   launch();
+  rt.advance(AppDelegate::batteryInterval);
+  rt.drainSerialQueues();
+  EXPECT_EQ(sources.liveReads, 0) << "nothing connected, nothing to read";
   BatteryLevels levels;
   levels.single = 64;
   sources.live = {{std::nullopt, std::string(buds), levels}};
@@ -133,9 +136,13 @@ TEST_F(AppDelegateTest, OnlyUserConnectsMoveTheOutputAndEveryConnectRefreshesBat
     rt.advance(0.1);
     rt.drainSerialQueues();
     EXPECT_EQ(sources.liveReads, reads + 1) << user;
-    stack.disconnectFromOutside(buds);
+    if (!user) stack.disconnectFromOutside(buds);
   }
   EXPECT_EQ(services.battery.levels().at(buds).single, 64);
+  const int reads = sources.liveReads;
+  rt.advance(2 * AppDelegate::batteryInterval - rt.clock().now());
+  rt.drainSerialQueues();
+  EXPECT_EQ(sources.liveReads, reads + 1) << "the timer reads the connected headphones";
 }
 
 TEST_F(AppDelegateTest, HeadphonesWhoseOutputNeverAppearsAreReconnectedOnceWithReasonRepair) {
@@ -155,21 +162,6 @@ TEST_F(AppDelegateTest, HeadphonesWhoseOutputNeverAppearsAreReconnectedOnceWithR
   run(10);
   EXPECT_EQ(log->lines.back(), "gave up setting output for aa-bb-cc-dd-ee-ff");
   EXPECT_EQ(stack.calls.size(), 2u);
-}
-
-TEST_F(AppDelegateTest, TheBatteryTimerReadsConnectedHeadphonesEveryFiveMinutes) {
-  remember();
-  launch();
-  rt.advance(300);
-  rt.drainSerialQueues();
-  EXPECT_EQ(sources.liveReads, 0) << "nothing connected, nothing to read";
-  stack.connectFromOutside(buds);
-  rt.advance(3);
-  rt.drainSerialQueues();
-  const int afterConnect = sources.liveReads;
-  rt.advance(297);
-  rt.drainSerialQueues();
-  EXPECT_EQ(sources.liveReads, afterConnect + 1);
 }
 
 TEST_F(AppDelegateTest, ReopenShowsAHiddenMenuIconAgainThroughTheChangeStep) {
