@@ -3,44 +3,19 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
-#include <cstring>
 #include <thread>
 
 #include "platform/linux/app/SystemInfo.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
+#include "support/StandInSocket.h"
 
 namespace wh {
 namespace {
 
 using namespace std::chrono_literals;
 using test::ChildProcess;
-
-// A socket that listens and never answers: it only tells whether anyone connected to it.
-class ListeningSocket {
- public:
-  explicit ListeningSocket(const std::filesystem::path& path) : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 || ::listen(fd_, 8) != 0) {
-      ADD_FAILURE() << "cannot listen on " << path;
-    }
-  }
-  ~ListeningSocket() { ::close(fd_); }
-  bool connected() const {
-    const int client = ::accept(fd_, nullptr, nullptr);
-    if (client >= 0) ::close(client);
-    return client >= 0;
-  }
-
- private:
-  int fd_;
-};
 
 class AgentProcessTest : public testing::Test {
  protected:
@@ -54,13 +29,14 @@ class AgentProcessTest : public testing::Test {
   }
   // Nothing connected to the sound server or the system bus.
   void expectNoConnections() const {
+    ASSERT_EQ(soundServer.whyNot() + systemBus.whyNot(), "");
     EXPECT_FALSE(soundServer.connected()) << "the sound server was reached";
     EXPECT_FALSE(systemBus.connected()) << "the system bus was reached";
   }
 
   test::AgentHome home;
-  ListeningSocket soundServer{home.path() / "pulse"};
-  ListeningSocket systemBus{home.path() / "system"};
+  test::StandInSocket soundServer{home.path() / "pulse", test::StandInSocket::Kind::stream};
+  test::StandInSocket systemBus{home.path() / "system", test::StandInSocket::Kind::stream};
 };
 
 TEST_F(AgentProcessTest, DiagnosePrintsTheReportAndExitsWithoutDisplayBusOrLog) {
