@@ -22,16 +22,12 @@ class AppDelegateTest : public test::AgentWorld {
     }
   }
 
-  AppDelegate delegate{rt,       settings, notifications, host,   BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
-                       services, access,   status,        monitor};
+  AppDelegate delegate{rt, settings, notifications, host, BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
+                       services, access, status, monitor};
 };
 
 TEST(LaunchGateTest, ATestRunnerOrAnotherInstanceStopsTheLaunchBeforeTheClaimOrAfterIt) {
-  struct Case {
-    bool testRunner, otherInstance;
-    LaunchGate::Decision decision;
-    int claims;
-  };
+  struct Case { bool testRunner, otherInstance; LaunchGate::Decision decision; int claims; };
   for (const auto& c : {Case{true, true, LaunchGate::Decision::hostedByTestRunner, 0},
                         Case{false, true, LaunchGate::Decision::anotherInstanceRuns, 1},
                         Case{false, false, LaunchGate::Decision::run, 1}}) {
@@ -62,8 +58,6 @@ TEST_F(AppDelegateTest, LaunchListensPublishesAndLogsTheStartLineOnceAccessibili
   rt.drainSerialQueues();
   EXPECT_EQ(log->lines.back(), "Wrenhaven 0.1.0 (7) started on Debian GNU/Linux 12 (bookworm), "
                                "accessibility true, 2 saved devices");
-  AppDelegate unknown{rt, settings, notifications, host, BuildInfo{"x", "", ""}, services, access, status, monitor};
-  EXPECT_EQ(unknown.startLine().substr(0, 15), "Wrenhaven ? (?)");
 }
 
 TEST_F(AppDelegateTest, BluetoothIsTouchedOnlyForRememberedHeadphonesAndStartsOnceWhenAllowed) {
@@ -159,9 +153,6 @@ TEST_F(AppDelegateTest, HeadphonesWhoseOutputNeverAppearsAreReconnectedOnceWithR
   EXPECT_EQ(stack.calls, (std::vector<std::string>{"close aa-bb-cc-dd-ee-ff", "open aa-bb-cc-dd-ee-ff"}));
   EXPECT_NE(std::find(log->lines.begin(), log->lines.end(), "connecting aa-bb-cc-dd-ee-ff (repair, attempt 1)"),
             log->lines.end());
-  run(10);
-  EXPECT_EQ(log->lines.back(), "gave up setting output for aa-bb-cc-dd-ee-ff");
-  EXPECT_EQ(stack.calls.size(), 2u);
 }
 
 TEST_F(AppDelegateTest, ReopenShowsAHiddenMenuIconAgainThroughTheChangeStep) {
