@@ -28,33 +28,50 @@ PulseDeviceInfo device(std::uint32_t index, bool sink, std::string name, std::ma
   return info;
 }
 
-TEST(PulseTransport, FollowsBusApiFormFactorAndFlags) {
+// Property sets as the servers really report them.
+TEST(PulseTransport, ClassifiesTheNodesEachServerReallyReports) {
   struct Case {
+    const char* what;
+    std::string name;
     std::map<std::string, std::string> properties;
     bool hardware;
-    bool network;
     std::uint32_t expected;
   };
+  const std::uint32_t blue = Transport::bluetooth;
+  const std::uint32_t grup = Transport::aggregate;
+  const std::uint32_t bltn = Transport::builtIn;
   const std::vector<Case> cases = {
-      {{{"device.bus", "bluetooth"}}, true, false, fourCharCode("blue")},
-      {{{"device.api", "bluez5"}}, false, false, fourCharCode("blue")},
-      {{{"device.api", "bluez5"}, {"api.bluez5.profile", "bap-sink"}}, true, false, fourCharCode("blea")},
-      {{{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}}, true, false, fourCharCode("blue")},
-      {{{"device.bus", "pci"}}, true, false, fourCharCode("bltn")},
-      {{{"device.bus", "platform"}}, true, false, fourCharCode("bltn")},
-      {{{"device.form_factor", "internal"}, {"device.bus", "usb"}}, true, false, fourCharCode("bltn")},
-      {{{"device.bus", "usb"}}, true, false, fourCharCode("usb ")},
-      {{{"device.bus", "firewire"}}, true, false, fourCharCode("1394")},
-      {{}, false, true, fourCharCode("ntwk")},
-      {{}, false, false, fourCharCode("grup")},
-      {{{"device.bus", "isa"}}, true, false, fourCharCode("unkn")},
+      {"PipeWire 0.3 + WirePlumber 0.4, A2DP", "bluez_output.AA_BB_CC_DD_EE_FF.1",
+       {{"api.bluez5.address", "AA:BB:CC:DD:EE:FF"}, {"api.bluez5.codec", "aac"}, {"api.bluez5.profile", "a2dp-sink"},
+        {"device.id", "45"}, {"factory.name", "api.bluez5.a2dp.sink"}}, true, blue},
+      {"WirePlumber 0.4, headset microphone", "bluez_input.AA_BB_CC_DD_EE_FF.0",
+       {{"api.bluez5.profile", "headset-head-unit"}, {"api.bluez5.codec", "msbc"}, {"device.id", "45"}}, true, blue},
+      {"WirePlumber 0.5 loopback source", "bluez_input.AA:BB:CC:DD:EE:FF",
+       {{"bluez5.loopback", "true"}, {"device.id", "45"}, {"priority.session", "2010"}}, false, blue},
+      {"WirePlumber 0.5 loopback renamed by a rule", "headset-mic",
+       {{"bluez5.loopback", "true"}, {"device.id", "45"}}, false, blue},
+      {"a BlueZ node renamed by a rule", "my-headphones",
+       {{"api.bluez5.address", "AA:BB:CC:DD:EE:FF"}, {"api.bluez5.profile", "a2dp-sink"}}, true, blue},
+      {"WirePlumber 0.5, LE audio", "bluez_output.AA_BB_CC_DD_EE_FF.1",
+       {{"api.bluez5.profile", "bap-sink"}, {"api.bluez5.codec", "lc3"}, {"device.api", "bluez5"}}, true, Transport::bluetoothLE},
+      {"PulseAudio, A2DP", "bluez_sink.11_22_33_44_55_66.a2dp_sink",
+       {{"bluetooth.protocol", "a2dp_sink"}, {"device.bus", "bluetooth"}, {"device.form_factor", "headphone"}}, true,
+       blue},
+      {"PulseAudio, headset", "bluez_source.11_22_33_44_55_66.handsfree_head_unit",
+       {{"bluetooth.protocol", "handsfree_head_unit"}, {"device.string", "11:22:33:44:55:66"}}, true, blue},
+      {"laptop card", "alsa_output.pci-0000_00_1f.3.analog-stereo",
+       {{"device.api", "alsa"}, {"device.bus", "pci"}, {"device.form_factor", "internal"}}, true, bltn},
+      {"laptop card on the SoC", "alsa_input.platform-sof_sdw.HiFi__hw_sofsoundwire_4__source",
+       {{"device.api", "alsa"}, {"device.bus", "platform"}}, true, bltn},
+      {"USB headset", "alsa_input.usb-Logitech_USB_Headset-00.mono-fallback",
+       {{"device.api", "alsa"}, {"device.bus", "usb"}, {"device.form_factor", "headset"}}, true, fourCharCode("usb ")},
+      {"null sink", "rig_virtual_sink", {{"device.class", "abstract"}}, false, grup},
+      {"filter chain", "effect_input.eq", {{"media.class", "Audio/Sink"}, {"node.virtual", "true"}}, false, grup},
   };
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    PulseDeviceInfo info = device(0, true, "x", cases[i].properties);
-    info.hardware = cases[i].hardware;
-    info.network = cases[i].network;
-    EXPECT_EQ(pulseTransport(info), cases[i].expected) << "case " << i;
+  for (const auto& c : cases) {
+    EXPECT_EQ(pulseTransport(c.name, c.properties, c.hardware, false), c.expected) << c.what;
   }
+  EXPECT_EQ(pulseTransport("tunnel.host.sink", {}, false, true), fourCharCode("ntwk"));
 }
 
 class PulseMirrorTest : public testing::Test {
@@ -106,6 +123,14 @@ TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndKeepTheirIDs
   mirror.removeDevice(true, 9);
   EXPECT_FALSE(mirror.deviceName(speakers));
   mirror.removeDevice(true, 9);  // twice: nothing happens
+
+  // A node that says nothing of itself is what its card is, once the card is known.
+  auto renamed = device(5, false, "headset-mic", {{"device.id", "7"}});
+  renamed.card = 7;
+  mirror.applyDevice(renamed);
+  EXPECT_EQ(mirror.deviceTransport(idOf("headset-mic")), Transport::aggregate);
+  mirror.applyCard(7, {{"device.api", "bluez5"}, {"device.bus", "bluetooth"}});
+  EXPECT_EQ(mirror.deviceTransport(idOf("headset-mic")), Transport::bluetooth);
 }
 
 TEST_F(PulseMirrorTest, ProcessesAreClientsWithStreamsInWhateverOrderTheServerReportsThem) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 #include <set>
+#include <string_view>
 
 namespace wh::platform {
 
@@ -20,10 +21,17 @@ std::optional<std::string> propertyOf(const pa_proplist* properties, const char*
   return std::string(value);
 }
 
-std::map<std::string, std::string> deviceProperties(const pa_proplist* properties) {
-  std::map<std::string, std::string> out;
-  for (const char* key : {"device.bus", "device.api", "device.form_factor", "api.bluez5.profile", "bluetooth.protocol"}) {
-    if (auto value = propertyOf(properties, key)) out.emplace(key, std::move(*value));
+// The properties that say what a device is: device.*, and what each server adds to Bluetooth nodes.
+PulseProperties deviceProperties(const pa_proplist* properties) {
+  PulseProperties out;
+  if (properties == nullptr) return out;
+  void* state = nullptr;
+  while (const char* key = pa_proplist_iterate(properties, &state)) {
+    const std::string_view name(key);
+    const bool wanted = name.starts_with("device.") || name.starts_with("api.bluez5.") ||
+                        name.starts_with("bluez5.") || name.starts_with("bluetooth.");
+    if (!wanted) continue;
+    if (const char* value = pa_proplist_gets(properties, key)) out.emplace(key, value);
   }
   return out;
 }
@@ -53,6 +61,7 @@ PulseDeviceInfo deviceRecord(const Info& info, bool isSink, unsigned hardwareFla
   device.hardware = (info.flags & hardwareFlag) != 0;
   device.network = (info.flags & networkFlag) != 0;
   device.properties = deviceProperties(info.proplist);
+  if (info.card != PA_INVALID_INDEX) device.card = info.card;
   return device;
 }
 
@@ -227,9 +236,11 @@ class PulseAudioHardware::Connection {
   void synchronise() {
     const auto mask = static_cast<pa_subscription_mask_t>(
         PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_CLIENT |
-        PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE_OUTPUT | PA_SUBSCRIPTION_MASK_SERVER);
+        PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE_OUTPUT | PA_SUBSCRIPTION_MASK_SERVER |
+        PA_SUBSCRIPTION_MASK_CARD);
     track(pa_context_subscribe(context_, mask, nullptr, nullptr));
-    pendingLists_ = 6;
+    pendingLists_ = 7;
+    track(pa_context_get_card_info_list(context_, &Connection::onCard<true>, this));
     track(pa_context_get_server_info(context_, &Connection::onServer<true>, this));
     track(pa_context_get_sink_info_list(context_, &Connection::onSink<true>, this));
     track(pa_context_get_source_info_list(context_, &Connection::onSource<true>, this));
@@ -269,6 +280,9 @@ class PulseAudioHardware::Connection {
       case PA_SUBSCRIPTION_EVENT_SOURCE_OUTPUT:
         if (removed) return mirror.removeStream(false, index);
         return track(pa_context_get_source_output_info(context, index, &Connection::onSourceOutput<false>, self));
+      case PA_SUBSCRIPTION_EVENT_CARD:
+        if (removed) return mirror.removeCard(index);
+        return track(pa_context_get_card_info_by_index(context, index, &Connection::onCard<false>, self));
       case PA_SUBSCRIPTION_EVENT_SERVER:
         return track(pa_context_get_server_info(context, &Connection::onServer<false>, self));
       default:
@@ -314,6 +328,13 @@ class PulseAudioHardware::Connection {
       PulseDeviceInfo device = deviceRecord(source, false, PA_SOURCE_HARDWARE, PA_SOURCE_NETWORK);
       device.isMonitor = source.monitor_of_sink != PA_INVALID_INDEX;
       mirror.applyDevice(device);
+    });
+  }
+
+  template <bool List>
+  static void onCard(pa_context* context, const pa_card_info* info, int eol, void* userdata) {
+    answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_card_info& card) {
+      mirror.applyCard(card.index, deviceProperties(card.proplist));
     });
   }
 
