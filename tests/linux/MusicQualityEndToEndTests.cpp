@@ -25,7 +25,7 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-class MusicQualityEndToEndTest : public testing::Test {
+class MusicQualityEndToEndTest : public testing::TestWithParam<test::SoundServer> {
  protected:
   void start(const nlohmann::json& settings = nlohmann::json::object()) {
     if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
@@ -50,12 +50,12 @@ class MusicQualityEndToEndTest : public testing::Test {
   void selectHeadphoneMic() const { pulse.pactl({"set-default-source", PulseRig::headphonesInput}); }
 
   test::AgentHome home;
-  PulseRig pulse;
+  PulseRig pulse{PulseRig::laptopWithLoopback(), GetParam()};
   test::DBusDaemon bus;
   std::unique_ptr<ChildProcess> agent;
 };
 
-TEST_F(MusicQualityEndToEndTest, AHeadphoneMicrophoneMadeDefaultIsMovedBackToTheComputersOwn) {
+TEST_P(MusicQualityEndToEndTest, AHeadphoneMicrophoneMadeDefaultIsMovedBackToTheComputersOwn) {
   start();
   EXPECT_EQ(defaultSource(), PulseRig::laptopMicrophone);
   const auto selected = std::chrono::steady_clock::now();
@@ -69,7 +69,14 @@ TEST_F(MusicQualityEndToEndTest, AHeadphoneMicrophoneMadeDefaultIsMovedBackToThe
   EXPECT_EQ(status("agent.inCall"), false);
 }
 
-TEST_F(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerStopAndSayItIsFighting) {
+TEST_P(MusicQualityEndToEndTest, ALoopbackSourceInFrontOfTheHeadsetMicrophoneIsMovedBackToo) {
+  start();
+  ASSERT_EQ(pulse.pactl({"set-default-source", pulse.nodeName(PulseRig::headphonesLoopback)}).status, 0);
+  ASSERT_TRUE(test::eventually([&] { return defaultSource() == PulseRig::laptopMicrophone; }, 10s)) << log();
+  EXPECT_NE(log().find("pinned input to Built-in Audio Microphone (was WH-1000XM4)"), std::string::npos) << log();
+}
+
+TEST_P(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerStopAndSayItIsFighting) {
   start();
   // Switch back as soon as the agent has corrected, as a stubborn program would.
   int switches = 0;
@@ -90,7 +97,7 @@ TEST_F(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerSto
   EXPECT_EQ(text.find(paused), text.rfind(paused)) << "logged once";
 }
 
-TEST_F(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsThreeSecondsAfterTheCall) {
+TEST_P(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsThreeSecondsAfterTheCall) {
   start();
   auto call = pulse.record("application.id=us.zoom.xos application.name=Zoom");
   ASSERT_TRUE(test::eventually([&] { return pinStatus() == "releasedForCall"; }, 10s)) << pinStatus() << log();
@@ -108,7 +115,7 @@ TEST_F(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsT
   EXPECT_TRUE(test::eventually([&] { return status("agent.inCall") == false; }, 5s));
 }
 
-TEST_F(MusicQualityEndToEndTest, WithPinningOffNothingIsTouched) {
+TEST_P(MusicQualityEndToEndTest, WithPinningOffNothingIsTouched) {
   start({{"pinInput", false}});
   EXPECT_EQ(pinStatus(), "off");
   selectHeadphoneMic();
@@ -116,6 +123,8 @@ TEST_F(MusicQualityEndToEndTest, WithPinningOffNothingIsTouched) {
   EXPECT_EQ(defaultSource(), PulseRig::headphonesInput);
   EXPECT_EQ(log().find("pinned input"), std::string::npos) << log();
 }
+
+INSTANTIATE_TEST_SUITE_P(Servers, MusicQualityEndToEndTest, test::bothSoundServers(), test::soundServerTestName);
 
 }  // namespace
 }  // namespace wh

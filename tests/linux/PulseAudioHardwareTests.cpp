@@ -18,10 +18,10 @@ namespace {
 using namespace std::chrono_literals;
 using test::PulseRig;
 
-class PulseAudioHardwareTest : public testing::Test {
+class PulseAudioHardwareTest : public testing::TestWithParam<test::SoundServer> {
  protected:
   bool qt_ = (test::qtApplication(), true);
-  PulseRig rig;
+  PulseRig rig{GetParam()};
   QtRuntime runtime;
 
   void SetUp() override {
@@ -58,7 +58,7 @@ class PulseAudioHardwareTest : public testing::Test {
   }
 };
 
-TEST_F(PulseAudioHardwareTest, ListsSinksAndSourcesWithTransportDirectionRateAndName) {
+TEST_P(PulseAudioHardwareTest, ListsSinksAndSourcesWithTransportDirectionRateAndName) {
   auto hw = connect();
   const auto all = AudioDevice::all(*hw);
   ASSERT_EQ(all.size(), 6u);
@@ -96,7 +96,7 @@ TEST_F(PulseAudioHardwareTest, ListsSinksAndSourcesWithTransportDirectionRateAnd
   EXPECT_EQ(DefaultDevice::id(*hw, Direction::input), microphone.id);
 }
 
-TEST_F(PulseAudioHardwareTest, DefaultsSetHereReachTheServerAndDefaultsSetElsewhereReachTheListeners) {
+TEST_P(PulseAudioHardwareTest, DefaultsSetHereReachTheServerAndDefaultsSetElsewhereReachTheListeners) {
   auto hw = connect();
   int outputCalls = 0;
   int inputCalls = 0;
@@ -127,7 +127,7 @@ TEST_F(PulseAudioHardwareTest, DefaultsSetHereReachTheServerAndDefaultsSetElsewh
   EXPECT_EQ(rig.pactlLine({"get-default-sink"}), PulseRig::laptopSpeakers);
 }
 
-TEST_F(PulseAudioHardwareTest, ADroppedListenerIsNotCalledEvenWithAReportOnItsWay) {
+TEST_P(PulseAudioHardwareTest, ADroppedListenerIsNotCalledEvenWithAReportOnItsWay) {
   auto hw = connect();
   int keptCalls = 0;
   int droppedCalls = 0;
@@ -148,7 +148,7 @@ TEST_F(PulseAudioHardwareTest, ADroppedListenerIsNotCalledEvenWithAReportOnItsWa
   EXPECT_EQ(droppedCalls, 1);
 }
 
-TEST_F(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState) {
+TEST_P(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState) {
   auto hw = connect();
   auto player = rig.play("application.id=org.example.Player application.name=Player");
   auto recorder = rig.record();
@@ -200,7 +200,7 @@ TEST_F(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState
   EXPECT_EQ(hw->processObjects().size(), 4u);
 }
 
-TEST_F(PulseAudioHardwareTest, ShortLivedClientsThatVanishWhileBeingReadLeaveAnAccurateMirror) {
+TEST_P(PulseAudioHardwareTest, ShortLivedClientsThatVanishWhileBeingReadLeaveAnAccurateMirror) {
   auto hw = connect();
   std::vector<std::unique_ptr<test::ChildProcess>> players;
   for (int i = 0; i < 8; ++i) players.push_back(rig.playShort(0.05));
@@ -225,7 +225,7 @@ TEST_F(PulseAudioHardwareTest, ShortLivedClientsThatVanishWhileBeingReadLeaveAnA
   EXPECT_EQ(rig.pactlLine({"list", "short", "sink-inputs"}), "");
 }
 
-TEST_F(PulseAudioHardwareTest, SurvivesADaemonRestartWithItsListenersAndDeviceIDs) {
+TEST_P(PulseAudioHardwareTest, SurvivesADaemonRestartWithItsListenersAndDeviceIDs) {
   auto hw = connect();
   int deviceCalls = 0;
   int outputCalls = 0;
@@ -251,7 +251,7 @@ TEST_F(PulseAudioHardwareTest, SurvivesADaemonRestartWithItsListenersAndDeviceID
   EXPECT_EQ(rig.pactlLine({"get-default-sink"}), PulseRig::laptopSpeakers);
 }
 
-TEST_F(PulseAudioHardwareTest, ARefusedConnectionFailsSoftAndTheServerIsPickedUpWhenItComes) {
+TEST_P(PulseAudioHardwareTest, ARefusedConnectionFailsSoftAndTheServerIsPickedUpWhenItComes) {
   rig.stop();
   PulseAudioHardware::Options options;
   options.server = rig.server();
@@ -267,7 +267,7 @@ TEST_F(PulseAudioHardwareTest, ARefusedConnectionFailsSoftAndTheServerIsPickedUp
   EXPECT_TRUE(test::eventually([&] { return hw.ready() && AudioDevice::all(hw).size() == 6; }, 20s));
 }
 
-TEST_F(PulseAudioHardwareTest, AWriteToAFrozenServerTimesOutAndOneToADyingServerFails) {
+TEST_P(PulseAudioHardwareTest, AWriteToAFrozenServerTimesOutAndOneToADyingServerFails) {
   auto hw = connect(0.3);
   const auto headphones = byUID(*hw, PulseRig::headphonesOutput);
   rig.signalDaemon(SIGSTOP);
@@ -286,6 +286,8 @@ TEST_F(PulseAudioHardwareTest, AWriteToAFrozenServerTimesOutAndOneToADyingServer
   ASSERT_EQ(write.wait_for(20s), std::future_status::ready);
   EXPECT_FALSE(write.get());
 }
+
+INSTANTIATE_TEST_SUITE_P(Servers, PulseAudioHardwareTest, test::bothSoundServers(), test::soundServerTestName);
 
 }  // namespace
 }  // namespace wh::platform

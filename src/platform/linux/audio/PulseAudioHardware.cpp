@@ -71,7 +71,10 @@ PulseStreamInfo streamInfo(const Info& info) {
   stream.index = info.index;
   stream.client = clientOf(info.client);
   stream.corked = info.corked != 0;
-  stream.peakMeter = info.resample_method != nullptr && std::strcmp(info.resample_method, "peaks") == 0;
+  // A level meter's capture (PA_STREAM_PEAK_DETECT): PulseAudio resamples it with "peaks";
+  // pipewire-pulse reports its own resampler and marks the stream resample.peaks instead.
+  stream.peakMeter = (info.resample_method != nullptr && std::strcmp(info.resample_method, "peaks") == 0) ||
+                     propertyOf(info.proplist, "resample.peaks") == "true";
   return stream;
 }
 
@@ -110,7 +113,9 @@ class PulseAudioHardware::Connection {
   ~Connection() {
     pa_threaded_mainloop_lock(loop_);
     if (retry_ != nullptr) api_->time_free(retry_);
+    if (confirm_ != nullptr) api_->time_free(confirm_);
     retry_ = nullptr;
+    confirm_ = nullptr;
     drop(context_);
     drop(dead_);
     for (Waiter* waiter : waiters_) waiter->finish(false);
@@ -143,8 +148,9 @@ class PulseAudioHardware::Connection {
     // Once cancelled (under the loop's lock) the answer can no longer arrive.
     if (pa_operation_get_state(operation) == PA_OPERATION_RUNNING) pa_operation_cancel(operation);
     pa_operation_unref(operation);
-    pa_threaded_mainloop_unlock(loop_);
     std::lock_guard lock(waiter.mutex);
+    if (waiter.done && waiter.success) confirmLater();
+    pa_threaded_mainloop_unlock(loop_);
     return waiter.done && waiter.success;
   }
 
@@ -187,6 +193,26 @@ class PulseAudioHardware::Connection {
     for (Waiter* waiter : waiters_) waiter->finish(false);
     owner_.setState(false, true, error);
     scheduleRetry();
+  }
+
+  // Reads the server's defaults again a moment after a write. PipeWire's session manager decides
+  // the default itself: when another program's choice overtakes ours before it decides, the
+  // default never changes, no event comes, and only a fresh read shows that ours did not win.
+  void confirmLater() {
+    if (confirm_ != nullptr || context_ == nullptr) return;
+    timeval when{};
+    pa_gettimeofday(&when);
+    pa_timeval_add(&when, static_cast<pa_usec_t>(confirmDelay * 1e6));
+    confirm_ = api_->time_new(api_, &when, &Connection::onConfirm, this);
+  }
+
+  static void onConfirm(pa_mainloop_api* api, pa_time_event* event, const timeval*, void* userdata) {
+    auto* self = static_cast<Connection*>(userdata);
+    api->time_free(event);
+    self->confirm_ = nullptr;
+    if (self->context_ != nullptr && pa_context_get_state(self->context_) == PA_CONTEXT_READY) {
+      track(pa_context_get_server_info(self->context_, &Connection::onServer<false>, self));
+    }
   }
 
   void scheduleRetry() {
@@ -366,6 +392,8 @@ class PulseAudioHardware::Connection {
   pa_context* context_ = nullptr;
   pa_context* dead_ = nullptr;
   pa_time_event* retry_ = nullptr;
+  pa_time_event* confirm_ = nullptr;
+  static constexpr double confirmDelay = 0.25;  // seconds: PipeWire's session manager decides in milliseconds
   double delay_;
   int pendingLists_ = 0;
   std::set<Waiter*> waiters_;
