@@ -200,6 +200,23 @@ TEST_P(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState
   EXPECT_EQ(hw->processObjects().size(), 4u);
 }
 
+TEST_P(PulseAudioHardwareTest, ASandboxedClientIsKnownByWhatTheServerSaysNotByWhatItSaysItself) {
+  if (GetParam() != test::SoundServer::pipeWire) GTEST_SKIP() << "only PipeWire knows sandboxes";
+  auto hw = connect();
+  auto meeting = rig.sandboxedRecorder("us.zoom.Zoom", "application.process.id=4242 application.id=org.example.Fake");
+  if (!meeting) GTEST_SKIP() << "cannot make a sandbox here (unshare, mount and chroot)";
+  AudioObjectID object = audioObjectUnknown;
+  ASSERT_TRUE(test::eventually([&] {
+    for (auto id : hw->processObjects()) {
+      if (hw->processBundleID(id) == "us.zoom.Zoom") object = id;
+    }
+    return object != audioObjectUnknown;
+  })) << "attributed to its Flatpak application";
+  EXPECT_EQ(hw->processPID(object), std::nullopt) << "its own pid counts inside the sandbox";
+  EXPECT_TRUE(test::eventually([&] { return hw->processIsRunningInput(object) == true; }));
+  EXPECT_EQ(processOf(*hw, 4242), 0u);
+}
+
 TEST_P(PulseAudioHardwareTest, ShortLivedClientsThatVanishWhileBeingReadLeaveAnAccurateMirror) {
   auto hw = connect();
   std::vector<std::unique_ptr<test::ChildProcess>> players;

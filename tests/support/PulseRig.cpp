@@ -6,6 +6,8 @@
 #include <fstream>
 #include <sstream>
 
+#include <unistd.h>
+
 namespace wh::test {
 
 namespace {
@@ -316,10 +318,11 @@ std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& a
 
 std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& appID, const std::string& properties) const {
   const auto runtime = (folder() / "runtime").string();
-  auto process = std::make_unique<ChildProcess>(
-      std::vector<std::string>{"unshare", "--mount", "--pid", "--fork", "/bin/sh", "-c", sandboxScript,
-                               folder().string(), runtime, appID, "parecord", "--raw", "/dev/null"},
-      clientEnvironment(properties));
+  std::vector<std::string> argv{"unshare", "--mount", "--pid", "--fork"};
+  if (::geteuid() != 0) argv.insert(argv.begin() + 1, {"--user", "--map-root-user"});
+  argv.insert(argv.end(), {"/bin/sh", "-c", sandboxScript, folder().string(), runtime, appID, "parecord", "--raw",
+                           "/dev/null"});
+  auto process = std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
   if (!eventually([&] { return !process->running() || pactl({"list", "clients"}).output.find(appID) != std::string::npos; })) {
     return nullptr;
   }

@@ -3,7 +3,6 @@
 #include <pulse/pulseaudio.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <functional>
@@ -36,13 +35,14 @@ PulseProperties deviceProperties(const pa_proplist* properties) {
   return out;
 }
 
-std::optional<std::int32_t> pidOf(const pa_proplist* properties) {
-  const auto text = propertyOf(properties, PA_PROP_APPLICATION_PROCESS_ID);
-  if (!text) return std::nullopt;
-  std::int32_t pid = 0;
-  const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), pid);
-  if (error != std::errc() || end != text->data() + text->size() || pid <= 0) return std::nullopt;
-  return pid;
+// What a client says of itself and what the server knows of it.
+PulseProperties clientProperties(const pa_proplist* properties) {
+  PulseProperties out;
+  for (const char* key : {PA_PROP_APPLICATION_PROCESS_ID, PA_PROP_APPLICATION_ID, "client.api", "pipewire.sec.pid",
+                          "pipewire.access", "pipewire.client.access", "pipewire.access.portal.app_id"}) {
+    if (auto value = propertyOf(properties, key)) out.emplace(key, std::move(*value));
+  }
+  return out;
 }
 
 std::optional<std::uint32_t> clientOf(std::uint32_t index) {
@@ -367,7 +367,7 @@ class PulseAudioHardware::Connection {
   template <bool List>
   static void onClient(pa_context* context, const pa_client_info* info, int eol, void* userdata) {
     answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_client_info& client) {
-      mirror.applyClient({client.index, pidOf(client.proplist), propertyOf(client.proplist, PA_PROP_APPLICATION_ID)});
+      mirror.applyClient(pulseClient(client.index, clientProperties(client.proplist)));
     });
   }
 

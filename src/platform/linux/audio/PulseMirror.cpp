@@ -1,6 +1,7 @@
 #include "platform/linux/audio/PulseMirror.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace wh::platform {
 
@@ -46,6 +47,31 @@ std::uint32_t pulseTransport(const std::string& name, const PulseProperties& pro
   if (network) return fourCharCode("ntwk");
   if (!hardware) return fourCharCode("grup");
   return fourCharCode("unkn");
+}
+
+namespace {
+
+std::optional<std::int32_t> pidFrom(const std::string& text) {
+  std::int32_t pid = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size() || pid <= 0) return std::nullopt;
+  return pid;
+}
+
+}  // namespace
+
+PulseClientInfo pulseClient(std::uint32_t index, const PulseProperties& properties) {
+  PulseClientInfo client;
+  client.index = index;
+  const std::string portalApp = property(properties, "pipewire.access.portal.app_id");
+  const bool sandboxed = !portalApp.empty() || property(properties, "pipewire.access") == "flatpak" ||
+                         property(properties, "pipewire.client.access") == "flatpak";
+  const bool throughPulseServer = property(properties, "client.api") == "pipewire-pulse";
+  if (!throughPulseServer) client.pid = pidFrom(property(properties, "pipewire.sec.pid"));
+  if (!client.pid && !sandboxed) client.pid = pidFrom(property(properties, "application.process.id"));
+  const std::string appID = portalApp.empty() ? property(properties, "application.id") : portalApp;
+  if (!appID.empty()) client.appID = appID;
+  return client;
 }
 
 struct PulseMirror::Registration {

@@ -42,9 +42,17 @@ struct PulseDeviceInfo {
 
 struct PulseClientInfo {
   std::uint32_t index = 0;
-  std::optional<std::int32_t> pid;     // application.process.id
-  std::optional<std::string> appID;    // application.id
+  std::optional<std::int32_t> pid;   // the process on this machine
+  std::optional<std::string> appID;  // the application's id
 };
+
+// Who a client is, from its properties, trusting what the server learnt from the socket over
+// what the client says of itself. pipewire.sec.pid is the socket's peer: the client itself for a
+// native PipeWire client, but pipewire-pulse for every client of the pulse server. A sandboxed
+// client (Flatpak: pipewire.access "flatpak", pipewire.access.portal.app_id) counts its
+// application.process.id in the sandbox's own pid namespace, so that pid means nothing here;
+// its portal app id names the application.
+PulseClientInfo pulseClient(std::uint32_t index, const PulseProperties& properties);
 
 // A playback stream (sink input) or a capture stream (source output).
 struct PulseStreamInfo {
