@@ -7,11 +7,11 @@
 
 #include "QtLoop.h"
 #include "core/audio/AudioProcesses.h"
-#include "core/log/Log.h"
 #include "platform/linux/audio/ProcFsProcessTable.h"
 #include "platform/linux/audio/PulseAudioHardware.h"
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
+#include "support/CapturedLog.h"
 #include "support/PulseRig.h"
 
 namespace wh::platform {
@@ -19,48 +19,27 @@ namespace {
 
 using namespace std::chrono_literals;
 
-class Lines final : public SystemLog {
- public:
-  void write(LogLevel, const std::string& message) override {
-    std::lock_guard lock(mutex_);
-    lines_.push_back(message);
-  }
-  bool has(const std::string& line) {
-    std::lock_guard lock(mutex_);
-    return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
-  }
-  std::size_t count() {
-    std::lock_guard lock(mutex_);
-    return lines_.size();
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
-
 class AudioMonitorLiveTest : public testing::Test {
  protected:
   bool qt_ = (test::qtApplication(), true);
   test::PulseRig rig;
   test::TempDir data{"wrenhaven-xdg"};
   QtRuntime runtime;
-  std::shared_ptr<Lines> log = std::make_shared<Lines>();
+  test::CapturedLog log;
 
   void SetUp() override {
     if (!rig.available()) GTEST_SKIP() << rig.whyNot();
-    Log::install(log, nullptr);
   }
-  void TearDown() override { Log::install(nullptr, nullptr); }
+  bool logged(const std::string& line) const {
+    return std::find(log->lines.begin(), log->lines.end(), line) != log->lines.end();
+  }
 };
 
 TEST_F(AudioMonitorLiveTest, APlayingClientIsListedAndItsPauseAndResumeAreLogged) {
   const auto folder = data.path() / "applications";
   std::filesystem::create_directories(folder);
   std::ofstream(folder / "org.example.Player.desktop") << "[Desktop Entry]\nType=Application\nExec=pulse_client\n";
-  PulseAudioHardware::Options options;
-  options.server = rig.server();
-  PulseAudioHardware hardware(runtime.main(), options);
+  PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
   ASSERT_TRUE(hardware.waitUntilReady(10)) << hardware.lastError();
   ProcFsProcessTable table;
   XdgDesktopEntries entries({folder});
@@ -84,21 +63,21 @@ TEST_F(AudioMonitorLiveTest, APlayingClientIsListedAndItsPauseAndResumeAreLogged
   EXPECT_EQ(process.bundleID, "org.example.Player");
   EXPECT_EQ(process.appID, "org.example.Player");
   EXPECT_FALSE(process.runningInput);
-  EXPECT_EQ(log->count(), 0u) << "already playing when first seen";
+  EXPECT_TRUE(log->lines.empty()) << "already playing when first seen";
 
   player->terminate(SIGUSR1);
   ASSERT_TRUE(test::spinUntil([&] { return listed(false); }));
-  EXPECT_TRUE(log->has("org.example.Player stopped output"));
+  EXPECT_TRUE(logged("org.example.Player stopped output"));
   player->terminate(SIGUSR2);
   ASSERT_TRUE(test::spinUntil([&] { return listed(true); }));
-  EXPECT_TRUE(log->has("org.example.Player started output"));
+  EXPECT_TRUE(logged("org.example.Player started output"));
   EXPECT_EQ(monitor.pollInterval(), AudioProcessMonitor::activePollInterval);
 
   const int before = changes;
   player.reset();
   ASSERT_TRUE(test::spinUntil([&] { return monitor.processes().empty(); }));
   EXPECT_GT(changes, before);
-  EXPECT_EQ(log->count(), 2u) << "a process that ends is not logged";
+  EXPECT_EQ(log->lines.size(), 2u) << "a process that ends is not logged";
   EXPECT_EQ(monitor.pollInterval(), AudioProcessMonitor::idlePollInterval);
 }
 

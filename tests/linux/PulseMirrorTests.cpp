@@ -16,16 +16,9 @@ class Mirror final : public PulseMirror {
   bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
 };
 
-PulseDeviceInfo device(std::uint32_t index, bool sink, std::string name, std::map<std::string, std::string> properties,
+PulseDeviceInfo device(std::uint32_t index, bool sink, const std::string& name, PulseProperties properties = {},
                        std::uint32_t rate = 48000) {
-  PulseDeviceInfo info;
-  info.index = index;
-  info.isSink = sink;
-  info.name = name;
-  info.description = "About " + name;
-  info.rate = rate;
-  info.properties = std::move(properties);
-  return info;
+  return {index, sink, name, "About " + name, rate, false, false, false, std::move(properties), std::nullopt};
 }
 
 // Property sets as the servers really report them.
@@ -83,156 +76,108 @@ class PulseMirrorTest : public testing::Test {
     auto found = AudioDevice::byUID(mirror, uid);
     return found ? found->id : audioObjectUnknown;
   }
-  AudioObjectID processWithPid(std::int32_t pid) {
-    for (auto id : mirror.processObjects()) {
-      if (mirror.processPID(id) == pid) return id;
-    }
-    return audioObjectUnknown;
-  }
 };
 
 TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndKeepTheirIDsAcrossReconnections) {
-  auto monitor = device(0, false, "speakers.monitor", {});
+  auto monitor = device(0, false, "speakers.monitor");
   monitor.isMonitor = true;
   mirror.applyDevice(device(4, false, "mic", {{"device.bus", "pci"}}, 16000));
   mirror.applyDevice(monitor);
   mirror.applyDevice(device(1, true, "speakers", {{"device.bus", "pci"}}));
-  auto unnamed = device(2, true, "bare", {});
+  auto unnamed = device(2, true, "bare");
   unnamed.description.clear();
   mirror.applyDevice(unnamed);
+  mirror.applyDefaults("speakers", "speakers.monitor");
 
   const auto all = AudioDevice::all(mirror);
   ASSERT_EQ(all.size(), 3u);
   EXPECT_EQ(all[0].uid, "speakers");
-  EXPECT_TRUE(all[0].hasOutput);
-  EXPECT_FALSE(all[0].hasInput);
+  EXPECT_TRUE(all[0].hasOutput && !all[0].hasInput);
   EXPECT_EQ(all[0].name, "About speakers");
   EXPECT_EQ(all[1].name, "bare") << "no description: the uid stands in";
-  EXPECT_EQ(all[1].transport, Transport::aggregate);
-  EXPECT_EQ(all[2].uid, "mic");
-  EXPECT_TRUE(all[2].hasInput);
+  EXPECT_TRUE(all[2].hasInput && !all[2].hasOutput);
   EXPECT_EQ(mirror.deviceNominalSampleRate(all[2].id), 16000.0);
-  EXPECT_NE(all[0].id, audioSystemObject);
+  EXPECT_EQ(DefaultDevice::id(mirror, Direction::output), all[0].id);
+  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::input)) << "a monitor is no device";
+  mirror.noteDefault(false, "mic");
+  EXPECT_EQ(DefaultDevice::id(mirror, Direction::input), all[2].id);
+  EXPECT_FALSE(mirror.deviceServerName(all[2].id, true)) << "a source is no sink";
 
-  const AudioObjectID speakers = all[0].id;
   mirror.clear();
   EXPECT_TRUE(mirror.devices().empty());
-  EXPECT_FALSE(mirror.deviceUID(speakers)) << "a device that is gone reads as nothing";
-  mirror.applyDevice(device(9, true, "speakers", {{"device.bus", "pci"}}));
-  EXPECT_EQ(idOf("speakers"), speakers) << "the same device after a server restart keeps its id";
+  EXPECT_FALSE(mirror.deviceUID(all[0].id)) << "a device that is gone reads as nothing";
+  mirror.applyDevice(device(9, true, "speakers"));
+  EXPECT_EQ(idOf("speakers"), all[0].id) << "the same device after a server restart keeps its id";
+  mirror.applyDefaults("speakers", "");
   mirror.removeDevice(true, 9);
-  EXPECT_FALSE(mirror.deviceName(speakers));
-  mirror.removeDevice(true, 9);  // twice: nothing happens
+  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::output)) << "a default that is gone reads as nothing";
 
   // A node that says nothing of itself is what its card is, once the card is known.
   auto renamed = device(5, false, "headset-mic", {{"device.id", "7"}});
   renamed.card = 7;
   mirror.applyDevice(renamed);
   EXPECT_EQ(mirror.deviceTransport(idOf("headset-mic")), Transport::aggregate);
-  mirror.applyCard(7, {{"device.api", "bluez5"}, {"device.bus", "bluetooth"}});
+  mirror.applyCard(7, {{"device.api", "bluez5"}});
   EXPECT_EQ(mirror.deviceTransport(idOf("headset-mic")), Transport::bluetooth);
 }
 
 TEST_F(PulseMirrorTest, ProcessesAreClientsWithStreamsInWhateverOrderTheServerReportsThem) {
   mirror.applyClient({3, 300, std::nullopt});
   EXPECT_TRUE(mirror.processObjects().empty()) << "a client without streams is no audio process";
-
   mirror.applyStream(true, {10, 3, false, false});
-  const AudioObjectID player = processWithPid(300);
-  ASSERT_NE(player, audioObjectUnknown);
-  EXPECT_EQ(mirror.processIsRunningOutput(player), true);
-  EXPECT_EQ(mirror.processIsRunningInput(player), false);
-  EXPECT_FALSE(mirror.processBundleID(player));
-  mirror.applyStream(true, {10, 3, true, false});
-  EXPECT_EQ(mirror.processIsRunningOutput(player), false) << "corked";
-
-  // A stream can be reported before its client.
-  mirror.applyStream(false, {20, 4, false, true});
-  EXPECT_EQ(mirror.processObjects().size(), 1u);
+  mirror.applyStream(false, {20, 4, false, true});  // a level meter, reported before its client
   mirror.applyClient({4, std::nullopt, std::string("org.example.Meter")});
+  mirror.applyStream(true, {30, std::nullopt, false, false});  // a module's own stream
   const auto ids = mirror.processObjects();
   ASSERT_EQ(ids.size(), 2u);
-  EXPECT_EQ(ids[0], player) << "in the server's client order";
-  EXPECT_FALSE(mirror.processPID(ids[1])) << "no pid reported";
+  EXPECT_EQ(mirror.processPID(ids[0]), 300) << "in the server's client order";
+  EXPECT_EQ(mirror.processIsRunningOutput(ids[0]), true);
   EXPECT_EQ(mirror.processBundleID(ids[1]), "org.example.Meter");
   EXPECT_EQ(mirror.processIsRunningInput(ids[1]), false) << "a level meter is not input";
   mirror.applyStream(false, {21, 4, false, false});
   EXPECT_EQ(mirror.processIsRunningInput(ids[1]), true);
-
-  mirror.applyStream(true, {30, std::nullopt, false, false});  // a module's own stream
-  EXPECT_EQ(mirror.processObjects().size(), 2u);
+  mirror.applyStream(true, {10, 3, true, false});
+  EXPECT_EQ(mirror.processIsRunningOutput(ids[0]), false) << "corked";
 
   mirror.removeStream(true, 10);
-  EXPECT_EQ(mirror.processObjects(), std::vector<AudioObjectID>{ids[1]});
   mirror.removeClient(4);
   EXPECT_TRUE(mirror.processObjects().empty());
   EXPECT_FALSE(mirror.processIsRunningInput(ids[1])) << "a process that is gone reads as nothing";
-
-  mirror.applyStream(true, {11, 3, false, false});
   mirror.clear();
   mirror.applyClient({3, 300, std::nullopt});
   mirror.applyStream(true, {11, 3, false, false});
-  EXPECT_NE(processWithPid(300), player) << "after a reconnection a client is a new object";
-}
-
-TEST_F(PulseMirrorTest, DefaultsResolveToPresentDevicesOnly) {
-  mirror.applyDevice(device(1, true, "speakers", {}));
-  mirror.applyDevice(device(2, false, "mic", {}));
-  mirror.applyDefaults("speakers", "speakers.monitor");
-  EXPECT_EQ(mirror.defaultDevice(AudioProperty::defaultOutputDevice), idOf("speakers"));
-  EXPECT_EQ(mirror.defaultDevice(AudioProperty::defaultSystemOutputDevice), idOf("speakers"));
-  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::input)) << "a monitor is no device";
-  mirror.noteDefault(false, "mic");
-  EXPECT_EQ(DefaultDevice::id(mirror, Direction::input), idOf("mic"));
-  mirror.removeDevice(true, 1);
-  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::output));
-  EXPECT_EQ(mirror.deviceServerName(idOf("mic"), false), "mic");
-  EXPECT_FALSE(mirror.deviceServerName(idOf("mic"), true)) << "a source is no sink";
+  EXPECT_NE(mirror.processObjects().at(0), ids[0]) << "after a reconnection a client is a new object";
 }
 
 TEST_F(PulseMirrorTest, ListenersHearTheirOwnPropertyOncePerTurnAndNeverAfterRemoval) {
-  int devices = 0;
-  int output = 0;
-  int list = 0;
-  int running = 0;
+  std::map<AudioProperty, int> calls;
+  for (auto property : {AudioProperty::devices, AudioProperty::defaultOutputDevice, AudioProperty::processObjectList}) {
+    mirror.addListener(audioSystemObject, property, [&calls, property] { ++calls[property]; });
+  }
   int dropped = 0;
-  mirror.addListener(audioSystemObject, AudioProperty::devices, [&] { ++devices; });
-  mirror.addListener(audioSystemObject, AudioProperty::defaultOutputDevice, [&] { ++output; });
-  mirror.addListener(audioSystemObject, AudioProperty::processObjectList, [&] { ++list; });
   const auto token = mirror.addListener(audioSystemObject, AudioProperty::devices, [&] { ++dropped; });
-
-  mirror.applyDevice(device(1, true, "speakers", {}));
-  mirror.applyDevice(device(2, true, "headphones", {}));
-  mirror.applyDevice(device(2, true, "headphones", {}));  // unchanged: no report
-  EXPECT_EQ(devices, 0) << "delivered on the main queue";
+  mirror.applyDevice(device(1, true, "speakers"));
+  mirror.applyDevice(device(2, true, "headphones"));
+  mirror.applyDevice(device(2, true, "headphones"));  // unchanged: no report
+  EXPECT_EQ(calls[AudioProperty::devices], 0) << "delivered on the main queue";
   mirror.removeListener(token);  // removed while its delivery waits
   rt.runReady();
-  EXPECT_EQ(devices, 1) << "two changes before the main queue's turn, one call";
-  EXPECT_EQ(dropped, 0);
-  EXPECT_EQ(output, 0);
+  EXPECT_EQ(calls, (std::map<AudioProperty, int>{{AudioProperty::devices, 1}})) << "two changes, one call";
 
   mirror.applyDefaults("headphones", "");
   mirror.applyClient({3, 300, std::nullopt});
-  rt.runReady();
-  EXPECT_EQ(output, 1);
-  EXPECT_EQ(list, 0) << "no streams yet";
-
   mirror.applyStream(true, {10, 3, true, false});
   rt.runReady();
-  EXPECT_EQ(list, 1);
-  const AudioObjectID player = mirror.processObjects().at(0);
-  mirror.addListener(player, AudioProperty::processIsRunningOutput, [&] { ++running; });
+  int running = 0;
+  mirror.addListener(mirror.processObjects().at(0), AudioProperty::processIsRunningOutput, [&] { ++running; });
   mirror.applyStream(true, {10, 3, false, false});
   mirror.applyStream(true, {11, 3, false, false});  // still running: no second report
-  rt.runReady();
-  EXPECT_EQ(running, 1);
-  EXPECT_EQ(list, 1);
-
   mirror.clear();
   rt.runReady();
-  EXPECT_EQ(devices, 2);
-  EXPECT_EQ(output, 2);
-  EXPECT_EQ(list, 2);
+  EXPECT_EQ(running, 1);
+  EXPECT_EQ(calls[AudioProperty::devices], 2);
+  EXPECT_EQ(calls[AudioProperty::defaultOutputDevice], 2);
+  EXPECT_EQ(calls[AudioProperty::processObjectList], 2);
   EXPECT_EQ(dropped, 0);
 }
 

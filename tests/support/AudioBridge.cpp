@@ -7,7 +7,8 @@ namespace wh::test {
 namespace {
 
 // Watches Device1.Connected on the system bus and loads or unloads the headphones' nodes with
-// pactl. Node names and properties are those a PipeWire system gives Bluetooth headphones.
+// pactl, named as PipeWire names them. (PulseAudio's null source takes no properties: its name
+// alone says Bluetooth.)
 constexpr const char* kBridge = R"(
 import subprocess, sys, time, dbus
 from dbus.mainloop.glib import DBusGMainLoop
@@ -17,63 +18,48 @@ bus = dbus.bus.BusConnection(sys.argv[1])
 delay = float(sys.argv[2])
 connected, modules, paths = {}, {}, {}
 
-def pactl(*args):
-    return subprocess.run(["pactl", *args], capture_output=True, text=True)
-
 def appear(address, generation):
     if connected.get(address) != generation or address in modules:
         return False
     under = address.replace(":", "_")
     try:
-        device = bus.get_object("org.bluez", paths[address])
-        name = str(device.Get("org.bluez.Device1", "Alias", dbus_interface="org.freedesktop.DBus.Properties"))
+        name = str(bus.get_object("org.bluez", paths[address]).Get(
+            "org.bluez.Device1", "Alias", dbus_interface="org.freedesktop.DBus.Properties"))
     except dbus.DBusException:
         name = address
-    loaded = []
-    for kind, node, rate, channels, description in (
-            ("sink", "bluez_output.%s.1" % under, 44100, 2, name),
-            ("source", "bluez_input.%s.0" % under, 16000, 1, name + " Microphone")):
-        properties = ('device.description="%s" device.bus=bluetooth device.api=bluez5 '
-                      'device.form_factor=headphone api.bluez5.address=%s' % (description, address))
-        result = pactl("load-module", "module-null-" + kind, kind + "_name=" + node, "rate=%d" % rate,
-                       "channels=%d" % channels, kind + "_properties='" + properties + "'")
-        if result.returncode == 0:
-            loaded.append(result.stdout.strip())
-        else:
+    sink = ("sink_properties='device.description=\"%s\" device.bus=bluetooth device.api=bluez5 "
+            "device.form_factor=headphone api.bluez5.address=%s'" % (name, address))
+    modules[address] = []
+    for args in (["module-null-sink", "sink_name=bluez_output.%s.1" % under, "rate=44100", sink],
+                 ["module-null-source", "source_name=bluez_input.%s.0" % under, "rate=16000", "channels=1"]):
+        result = subprocess.run(["pactl", "load-module", *args], capture_output=True, text=True)
+        modules[address].append(result.stdout.strip())
+        if result.returncode != 0:
             print("failed", result.stderr.strip(), flush=True)
-    modules[address] = loaded
     print("appeared", address, "%.6f" % time.clock_gettime(time.CLOCK_MONOTONIC), flush=True)
     return False
 
-def vanish(address):
-    connected.pop(address, None)
-    for module in modules.pop(address, []):
-        pactl("unload-module", module)
-    print("vanished", address, flush=True)
-
 def changed(interface, properties, invalidated, path=None):
-    if interface != "org.bluez.Device1" or "dev_" not in path:
+    if interface != "org.bluez.Device1" or "dev_" not in path or "Connected" not in properties:
         return
     address = path.rsplit("/dev_", 1)[1].replace("_", ":")
     paths[address] = path
-    if "Connected" not in properties:
-        return
-    if properties["Connected"]:
-        if address in connected or delay < 0:
-            connected.setdefault(address, object())
-            return
-        generation = object()
-        connected[address] = generation
+    if not properties["Connected"]:
+        connected.pop(address, None)
+        for module in modules.pop(address, []):
+            subprocess.run(["pactl", "unload-module", module], capture_output=True)
+        print("vanished", address, flush=True)
+    elif address not in connected and delay >= 0:
+        connected[address] = generation = object()
         GLib.timeout_add(int(delay * 1000), appear, address, generation)
     else:
-        vanish(address)
+        connected.setdefault(address, object())
 
 bus.add_signal_receiver(changed, signal_name="PropertiesChanged",
                         dbus_interface="org.freedesktop.DBus.Properties", path_keyword="path")
 print("ready", flush=True)
 GLib.MainLoop().run()
 )";
-
 }  // namespace
 
 AudioBridge::AudioBridge(const SystemBusRig& bus, const PulseRig& pulse, double delaySeconds) {
