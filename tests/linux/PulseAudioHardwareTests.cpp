@@ -1,15 +1,20 @@
-// The sound server adapter against private PulseAudio and PipeWire servers with a laptop's card
-// and Bluetooth headphones, and real clients playing and recording on them.
+// The sound server adapter, and the audio process monitor over it, against private PulseAudio and
+// PipeWire servers with a laptop's card and Bluetooth headphones, and real clients on them.
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fstream>
 #include <future>
 #include <thread>
 
 #include "QtLoop.h"
+#include "core/audio/AudioProcesses.h"
 #include "core/audio/CoreAudio.h"
+#include "platform/linux/audio/ProcFsProcessTable.h"
 #include "platform/linux/audio/PulseAudioHardware.h"
+#include "platform/linux/audio/XdgDesktopEntries.h"
 #include "platform/linux/runtime/QtRuntime.h"
+#include "support/CapturedLog.h"
 #include "support/PulseRig.h"
 
 namespace wh::platform {
@@ -216,6 +221,57 @@ TEST_P(PulseAudioHardwareTest, AWriteToAFrozenServerTimesOutAndOneToADyingServer
   rig.stop(true);  // a write waiting for a server that dies ends with the connection
   ASSERT_EQ(write.wait_for(20s), std::future_status::ready);
   EXPECT_FALSE(write.get());
+}
+
+// The audio process monitor over the adapter, the real /proc and a desktop entry file.
+TEST_P(PulseAudioHardwareTest, TheMonitorListsAPlayingClientAsItsApplicationAndLogsItsPauseAndResume) {
+  test::TempDir data{"wrenhaven-xdg"};
+  test::CapturedLog log;
+  const auto logged = [&](const std::string& line) {
+    return std::find(log->lines.begin(), log->lines.end(), line) != log->lines.end();
+  };
+  const auto folder = data.path() / "applications";
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / "org.example.Player.desktop") << "[Desktop Entry]\nType=Application\nExec=pulse_client\n";
+  auto hardware = connect();
+  ProcFsProcessTable table;
+  XdgDesktopEntries entries({folder});
+  AppGrouping grouping(table, entries);
+  AudioProcessMonitor monitor(runtime, *hardware, grouping);
+  int changes = 0;
+  monitor.addObserver([&](const std::vector<AudioProcess>&) { ++changes; });
+  monitor.start();
+
+  // The server knows no application id for this one: /proc and the desktop entry do.
+  auto player = rig.client({});
+  ASSERT_TRUE(player);
+  const auto listed = [&](bool playing) {
+    const auto& list = monitor.processes();
+    return std::any_of(list.begin(), list.end(), [&](const AudioProcess& p) {
+      return p.pid == player->pid() && p.runningOutput == playing;
+    });
+  };
+  ASSERT_TRUE(test::spinUntil([&] { return listed(true); }));
+  const AudioProcess& process = monitor.processes().front();
+  EXPECT_EQ(process.bundleID, "org.example.Player");
+  EXPECT_EQ(process.appID, "org.example.Player");
+  EXPECT_FALSE(process.runningInput);
+  EXPECT_TRUE(log->lines.empty()) << "already playing when first seen";
+
+  player->terminate(SIGUSR1);
+  ASSERT_TRUE(test::spinUntil([&] { return listed(false); }));
+  EXPECT_TRUE(logged("org.example.Player stopped output"));
+  player->terminate(SIGUSR2);
+  ASSERT_TRUE(test::spinUntil([&] { return listed(true); }));
+  EXPECT_TRUE(logged("org.example.Player started output"));
+  EXPECT_EQ(monitor.pollInterval(), AudioProcessMonitor::activePollInterval);
+
+  const int before = changes;
+  player.reset();
+  ASSERT_TRUE(test::spinUntil([&] { return monitor.processes().empty(); }));
+  EXPECT_GT(changes, before);
+  EXPECT_EQ(log->lines.size(), 2u) << "a process that ends is not logged";
+  EXPECT_EQ(monitor.pollInterval(), AudioProcessMonitor::idlePollInterval);
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, PulseAudioHardwareTest, test::bothSoundServers(), test::soundServerTestName);
