@@ -43,11 +43,10 @@ class PulseRig {
   static constexpr const char* olderHeadphonesOutput = "bluez_sink.11_22_33_44_55_66.a2dp_sink";
   static constexpr const char* virtualSink = "rig_virtual_sink";
 
-  // The laptop's speakers (48 kHz) and microphone (the defaults), headphones as WirePlumber 0.4
-  // makes them (output 44.1 kHz, headset microphone 16 kHz mono), a second pair as PulseAudio
-  // makes them, and a plain virtual sink.
+  // The laptop's speakers and microphone (the defaults), headphones as WirePlumber 0.4 makes them
+  // (output 44.1 kHz, headset microphone 16 kHz mono), a pair as PulseAudio makes them, a virtual
+  // sink; and the same with WirePlumber 0.5's loopback source in front of the headset microphone.
   static std::vector<Device> laptopWithHeadphones();
-  // The same with WirePlumber 0.5's loopback source in front of the headset microphone.
   static std::vector<Device> laptopWithLoopback();
 
   explicit PulseRig(std::vector<Device> devices = laptopWithHeadphones(), SoundServer server = SoundServer::pulseAudio);
@@ -83,7 +82,7 @@ class PulseRig {
   // root holding a .flatpak-info that names `appID`. Null where no sandbox can be made.
   std::unique_ptr<ChildProcess> sandboxedRecorder(const std::string& appID, const std::string& properties = {}) const;
 
-  // Ends the server politely, or at once as a crash would; start() brings it back as it was.
+  // Ends the server politely or as a crash would; start() brings it back as it was.
   void stop(bool crash = false);
   bool start();
   bool running() const { return !daemons_.empty(); }
