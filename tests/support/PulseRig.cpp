@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
-#include <sstream>
 
 namespace wh::test {
 
@@ -19,29 +18,27 @@ void writeFile(const std::filesystem::path& path, const std::string& text) {
 }
 
 // WirePlumber without hardware monitors and without the Flatpak portal (it needs a session bus):
-// 0.4 reads the Lua file, 0.5 the profile.
-constexpr const char* wirePlumber04 = R"(default_access.properties["enable-flatpak-portal"] = false
-load_module("metadata")
-default_access.enable()
-device_defaults.enable()
-stream_defaults.enable()
-)";
-constexpr const char* wirePlumber05 =
-    "wireplumber.profiles = { main = { hardware.audio = disabled, hardware.bluetooth = disabled, "
-    "hardware.video-capture = disabled } }\n";
+// 0.4 reads the Lua files, 0.5 the profile.
+const std::map<std::string, std::string> wirePlumberConfig = {
+    {"main.lua.d/90-enable-all.lua", "default_access.properties[\"enable-flatpak-portal\"] = false\nload_module(\"metadata\")\n"
+                              "default_access.enable()\ndevice_defaults.enable()\nstream_defaults.enable()\n"},
+    {"bluetooth.lua.d/90-enable-all.lua", ""},
+    {"wireplumber.conf.d/rig.conf", "wireplumber.profiles = { main = { hardware.audio = disabled, "
+                                    "hardware.bluetooth = disabled, hardware.video-capture = disabled } }\n"}};
 
 // A Flatpak-like sandbox: private mount and pid namespaces, a root made of the host's /usr, /etc
 // and /dev, the server's runtime folder and a .flatpak-info.
 constexpr const char* sandboxScript = R"(set -e
-root=$0/sandbox runtime=$1 app=$2; shift 2
+root=$0/sandbox runtime=$0/runtime app=$1; shift
 mkdir -p "$root/usr" "$root/etc" "$root/dev" "$root/proc" "$root$runtime"
 for l in bin lib lib64 sbin; do [ -e "$root/$l" ] || ln -s usr/$l "$root/$l"; done
 printf '[Application]\nname=%s\n' "$app" > "$root/.flatpak-info"
 for d in /usr /etc /dev "$runtime"; do mount --bind "$d" "$root$d"; done
 mount -t proc proc "$root/proc"; exec chroot "$root" "$@"
 )";
-std::string properties(const PulseRig::Device& device) {
-  std::string text;
+
+std::string propertyText(const PulseRig::Device& device) {
+  std::string text = "node.description=\"" + device.description + "\" device.description=\"" + device.description + "\"";
   for (const auto& [key, value] : device.properties) text += " " + key + "=\"" + value + "\"";
   return text;
 }
@@ -57,30 +54,23 @@ std::string soundServerTestName(const testing::TestParamInfo<SoundServer>& info)
 }
 
 std::vector<PulseRig::Device> PulseRig::laptopWithHeadphones() {
-  const std::map<std::string, std::string> laptop = {
-      {"device.bus", "pci"}, {"device.form_factor", "internal"}, {"device.api", "alsa"}};
-  const auto wirePlumber = [](const std::string& profile, const std::string& codec) {
-    return std::map<std::string, std::string>{{"device.api", "bluez5"},
-                                              {"api.bluez5.address", headphonesAddress},
-                                              {"api.bluez5.profile", profile},
-                                              {"api.bluez5.codec", codec}};
+  const std::map<std::string, std::string> laptop = {{"device.bus", "pci"}, {"device.api", "alsa"}};
+  const auto bluez = [](const char* profile, const char* codec) {
+    return std::map<std::string, std::string>{{"device.api", "bluez5"}, {"api.bluez5.address", "AA:BB:CC:DD:EE:FF"},
+                                              {"api.bluez5.profile", profile}, {"api.bluez5.codec", codec}};
   };
-  return {
-      {true, laptopSpeakers, "Built-in Audio Analog Stereo", 48000, 2, laptop},
-      {false, laptopMicrophone, "Built-in Audio Microphone", 48000, 2, laptop},
-      {true, headphonesOutput, "WH-1000XM4", 44100, 2, wirePlumber("a2dp-sink", "aac")},
-      {false, headphonesInput, "WH-1000XM4 Microphone", 16000, 1, wirePlumber("headset-head-unit", "msbc")},
-      {true, olderHeadphonesOutput, "Buds Pro", 48000, 2,
-       {{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}, {"device.form_factor", "headphone"}}},
-      {true, virtualSink, "Virtual Sink", 48000, 2, {}},
-  };
+  return {{true, laptopSpeakers, "Built-in Audio Analog Stereo", 48000, 2, laptop},
+          {false, laptopMicrophone, "Built-in Audio Microphone", 48000, 2, laptop},
+          {true, headphonesOutput, "WH-1000XM4", 44100, 2, bluez("a2dp-sink", "aac")},
+          {false, headphonesInput, "WH-1000XM4 Microphone", 16000, 1, bluez("headset-head-unit", "msbc")},
+          {true, olderHeadphonesOutput, "Buds Pro", 48000, 2, {{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}}},
+          {true, "rig_virtual_sink", "Virtual Sink", 48000, 2, {}}};
 }
 
 std::vector<PulseRig::Device> PulseRig::laptopWithLoopback() {
   auto devices = laptopWithHeadphones();
   // No device.api, device.bus or api.bluez5 keys: only its name and these say what it is.
-  devices.push_back({false, headphonesLoopback, "WH-1000XM4", 48000, 1,
-                     {{"bluez5.loopback", "true"}, {"priority.session", "2010"}}});
+  devices.push_back({false, headphonesLoopback, "WH-1000XM4", 48000, 1, {{"bluez5.loopback", "true"}, {"priority.session", "2010"}}});
   return devices;
 }
 
@@ -93,21 +83,18 @@ PulseRig::PulseRig(std::vector<Device> devices, SoundServer server) : devices_(s
       return;
     }
   }
-  std::filesystem::create_directories(folder() / "runtime" / "pulse");
-  std::filesystem::permissions(folder() / "runtime", std::filesystem::perms::owner_all);
-  server_ = "unix:" + (folder() / "runtime" / "pulse" / "native").string();
-  const auto config = folder() / "home" / ".config" / "wireplumber";
-  writeFile(config / "main.lua.d" / "90-enable-all.lua", wirePlumber04);
-  writeFile(config / "bluetooth.lua.d" / "90-enable-all.lua", "");
-  writeFile(config / "wireplumber.conf.d" / "rig.conf", wirePlumber05);
-  std::ofstream script(folder() / "rig.pa");
+  const auto runtime = folder_.path() / "runtime";
+  std::filesystem::create_directories(runtime / "pulse");
+  std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
+  server_ = "unix:" + (runtime / "pulse" / "native").string();
+  for (const auto& [file, text] : wirePlumberConfig) writeFile(folder_.path() / "home/.config/wireplumber" / file, text);
+  std::ofstream script(folder_.path() / "rig.pa");
   script << "load-module module-native-protocol-unix auth-anonymous=1 socket=" << server_.substr(5) << "\n";
   for (const auto& device : devices_) {
     const std::string kind = device.sink ? "sink" : "source";
-    script << "load-module module-null-" << kind << " " << kind << "_name=" << nodeName(device.name)
-           << " rate=" << device.rate << " channels=" << device.channels << "\nupdate-" << kind << "-proplist "
-           << nodeName(device.name) << " device.description=\"" << device.description << "\"" << properties(device)
-           << "\n";
+    script << "load-module module-null-" << kind << " " << kind << "_name=" << nodeName(device.name) << " rate="
+           << device.rate << " channels=" << device.channels << "\nupdate-" << kind << "-proplist "
+           << nodeName(device.name) << " " << propertyText(device) << "\n";
   }
   script.close();
   launch();
@@ -120,74 +107,62 @@ std::string PulseRig::nodeName(std::string name) const {
 
 // Started through a shell that sends what it says to the rig's log.
 void PulseRig::daemon(const std::string& program, const std::vector<std::string>& arguments) {
-  const auto home = folder() / "home";
-  std::vector<std::string> argv{"/bin/sh", "-c", "exec \"$0\" \"$@\" >>\"" + (folder() / "daemon.log").string() + "\" 2>&1",
+  const auto home = folder_.path() / "home";
+  const auto runtime = folder_.path() / "runtime";
+  std::vector<std::string> argv{"/bin/sh", "-c", "exec \"$0\" \"$@\" >>" + (folder_.path() / "log").string() + " 2>&1",
                                 findExecutable(program)};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
   daemons_.push_back(std::make_unique<ChildProcess>(
-      argv, ChildProcess::Environment{{"HOME", home.string()},
-                                      {"XDG_CONFIG_HOME", (home / ".config").string()},
-                                      {"XDG_STATE_HOME", (home / "state").string()},
-                                      {"XDG_RUNTIME_DIR", (folder() / "runtime").string()},
-                                      {"PIPEWIRE_RUNTIME_DIR", (folder() / "runtime").string()},
-                                      {"PULSE_RUNTIME_PATH", (folder() / "runtime" / "pulse").string()},
-                                      {"PULSE_STATE_PATH", (home / "state").string()},
-                                      {"PIPEWIRE_REMOTE", std::nullopt},
-                                      {"PULSE_SERVER", std::nullopt},
-                                      {"DISPLAY", std::nullopt},
-                                      {"DBUS_SESSION_BUS_ADDRESS", std::nullopt}}));
+      argv, ChildProcess::Environment{
+                {"HOME", home.string()}, {"XDG_CONFIG_HOME", (home / ".config").string()},
+                {"XDG_STATE_HOME", (home / "state").string()}, {"PULSE_STATE_PATH", (home / "state").string()},
+                {"XDG_RUNTIME_DIR", runtime.string()}, {"PIPEWIRE_RUNTIME_DIR", runtime.string()},
+                {"PULSE_RUNTIME_PATH", (runtime / "pulse").string()}, {"PIPEWIRE_REMOTE", std::nullopt},
+                {"PULSE_SERVER", std::nullopt}, {"DISPLAY", std::nullopt}, {"DBUS_SESSION_BUS_ADDRESS", std::nullopt}}));
 }
 
+// Starts the server, makes the devices and sets the first sink and source as the defaults.
 bool PulseRig::launch() {
   std::error_code ignored;
   std::filesystem::remove(server_.substr(5), ignored);  // left behind by a server that was killed
-  if (kind_ == SoundServer::pulseAudio) {
-    // As root the per-user mode works too (the daemon only warns).
+  const bool pulse = kind_ == SoundServer::pulseAudio;
+  if (pulse) {  // as root the per-user mode works too (the daemon only warns)
     daemon("pulseaudio", {"--daemonize=no", "-n", "--exit-idle-time=-1", "--use-pid-file=no", "--realtime=no",
-                          "--high-priority=no", "--log-target=stderr", "-F", (folder() / "rig.pa").string()});
+                          "--high-priority=no", "--log-target=stderr", "-F", (folder_.path() / "rig.pa").string()});
   } else {
     daemon("pipewire", {});
-    eventually([&] { return std::filesystem::exists(folder() / "runtime" / "pipewire-0"); }, 15s);
+    eventually([&] { return std::filesystem::exists(folder_.path() / "runtime" / "pipewire-0"); }, 15s);
     daemon("wireplumber", {});
     daemon("pipewire-pulse", {});
   }
-  if (setUp()) return true;
-  whyNot_ = "the private sound server did not start; its log:\n" + log();
-  stop(true);
-  return false;
-}
-
-// Waits for the server, makes the devices and sets the first sink and source as the defaults.
-bool PulseRig::setUp() {
   const auto died = [&] { return std::any_of(daemons_.begin(), daemons_.end(), [](auto& d) { return !d->running(); }); };
-  if (!eventually([&] { return died() || pactl({"info"}).status == 0; }, 15s) || died()) return false;
+  bool up = eventually([&] { return died() || pactl({"info"}).status == 0; }, 15s) && !died();
+  auto environment = clientEnvironment();
+  environment["PIPEWIRE_RUNTIME_DIR"] = (folder_.path() / "runtime").string();
   for (const auto& device : devices_) {
-    if (kind_ == SoundServer::pulseAudio) break;  // its start-up script made them
     // Sources are virtual: a null node of class Audio/Source gets no usable ports on PipeWire 0.3,
     // and WirePlumber then links no stream at all.
-    std::ostringstream node;
-    node << "{ factory.name=support.null-audio-sink object.linger=true node.name=\"" << device.name
-         << "\" node.description=\"" << device.description << "\" media.class="
-         << (device.sink ? "Audio/Sink" : "Audio/Source/Virtual") << " audio.rate=" << device.rate
-         << " audio.channels=" << device.channels << " audio.position=[ " << (device.channels == 1 ? "MONO" : "FL FR")
-         << " ]" << properties(device) << " }";
-    auto environment = clientEnvironment();
-    environment["PIPEWIRE_RUNTIME_DIR"] = (folder() / "runtime").string();
-    if (runCommand({"pw-cli", "create-node", "adapter", node.str()}, environment, 10s).status != 0) return false;
+    const std::string node = "{ factory.name=support.null-audio-sink object.linger=true node.name=\"" + device.name +
+                             "\" media.class=" + (device.sink ? "Audio/Sink" : "Audio/Source/Virtual") +
+                             " audio.rate=" + std::to_string(device.rate) + " audio.channels=" +
+                             std::to_string(device.channels) + " audio.position=[ " +
+                             (device.channels == 1 ? "MONO" : "FL FR") + " ] " + propertyText(device) + " }";
+    up = up && (pulse || runCommand({"pw-cli", "create-node", "adapter", node}, environment, 10s).status == 0);
   }
   for (const bool sink : {true, false}) {
     const auto first = std::find_if(devices_.begin(), devices_.end(), [&](const Device& d) { return d.sink == sink; });
-    if (first == devices_.end()) continue;
-    const std::string name = nodeName(first->name);
     const std::string kind = sink ? "sink" : "source";
     // PipeWire's nodes reach its pulse server a moment after they are made.
-    if (!eventually([&] {
-          return pactl({"set-default-" + kind, name}).status == 0 && pactlLine({"get-default-" + kind}) == name;
-        }, 15s)) {
-      return false;
-    }
+    up = up && (first == devices_.end() || eventually([&] {
+                  return pactl({"set-default-" + kind, nodeName(first->name)}).status == 0 &&
+                         pactlLine({"get-default-" + kind}) == nodeName(first->name);
+                }, 15s));
   }
-  return true;
+  if (up) return true;
+  std::ifstream log(folder_.path() / "log");
+  whyNot_ = "the private sound server did not start; its log:\n" + std::string(std::istreambuf_iterator<char>(log), {});
+  stop(true);
+  return false;
 }
 
 void PulseRig::stop(bool crash) {
@@ -199,18 +174,13 @@ void PulseRig::stop(bool crash) {
 }
 
 bool PulseRig::start() {
-  if (running()) return true;
+  if (!daemons_.empty()) return true;
   whyNot_.clear();
   return launch();
 }
 
 void PulseRig::signalDaemon(int signal) {
-  if (running()) daemons_.back()->terminate(signal);
-}
-
-std::string PulseRig::log() const {
-  std::ifstream in(folder() / "daemon.log");
-  return std::string(std::istreambuf_iterator<char>(in), {});
+  if (!daemons_.empty()) daemons_.back()->terminate(signal);
 }
 
 ChildProcess::Environment PulseRig::clientEnvironment(const std::string& properties) const {
@@ -235,18 +205,16 @@ std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& a
                                                const std::string& properties) const {
   std::vector<std::string> argv{WRENHAVEN_PULSE_CLIENT_PATH};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
-  auto process = run(argv, properties);
+  auto process = std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
   return process->waitForOutput("ready\n", 10s) ? std::move(process) : nullptr;
 }
 
 std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& appID, const std::string& properties) const {
   std::vector<std::string> argv{"unshare", "--mount", "--pid", "--fork"};
   if (::geteuid() != 0) argv.insert(argv.begin() + 1, {"--user", "--map-root-user"});
-  argv.insert(argv.end(), {"/bin/sh", "-c", sandboxScript, folder().string(), (folder() / "runtime").string(), appID,
-                           "parecord", "--raw", "/dev/null"});
-  auto process = run(argv, properties);
-  const auto listed = [&] { return pactl({"list", "clients"}).output.find(appID) != std::string::npos; };
-  eventually([&] { return !process->running() || listed(); });
+  argv.insert(argv.end(), {"/bin/sh", "-c", sandboxScript, folder_.path().string(), appID, "parecord", "/dev/null"});
+  auto process = std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
+  eventually([&] { return !process->running() || pactl({"list", "clients"}).output.find(appID) != std::string::npos; });
   return process->running() ? std::move(process) : nullptr;
 }
 

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -35,13 +34,10 @@ class PulseRig {
 
   static constexpr const char* laptopSpeakers = "alsa_output.pci-0000_00_1f.3.analog-stereo";
   static constexpr const char* laptopMicrophone = "alsa_input.pci-0000_00_1f.3.analog-stereo";
-  static constexpr const char* headphonesAddress = "AA:BB:CC:DD:EE:FF";
   static constexpr const char* headphonesOutput = "bluez_output.AA_BB_CC_DD_EE_FF.1";
   static constexpr const char* headphonesInput = "bluez_input.AA_BB_CC_DD_EE_FF.0";
   static constexpr const char* headphonesLoopback = "bluez_input.AA:BB:CC:DD:EE:FF";  // WirePlumber 0.5
-  static constexpr const char* olderHeadphonesAddress = "11:22:33:44:55:66";
   static constexpr const char* olderHeadphonesOutput = "bluez_sink.11_22_33_44_55_66.a2dp_sink";
-  static constexpr const char* virtualSink = "rig_virtual_sink";
 
   // The laptop's speakers and microphone (the defaults), headphones as WirePlumber 0.4 makes them
   // (output 44.1 kHz, headset microphone 16 kHz mono), a pair as PulseAudio makes them, a virtual
@@ -58,7 +54,6 @@ class PulseRig {
   bool available() const { return whyNot_.empty(); }
   const std::string& whyNot() const { return whyNot_; }
   const std::string& server() const { return server_; }  // "unix:<socket>"
-  const std::filesystem::path& folder() const { return folder_.path(); }
   // A device's name as this server spells it (PulseAudio refuses ":").
   std::string nodeName(std::string name) const;
 
@@ -70,14 +65,13 @@ class PulseRig {
 
   // pacat playing silence, parecord recording, until stopped.
   std::unique_ptr<ChildProcess> play(const std::string& properties = {}) const {
-    return run({"pacat", "--playback", "/dev/zero"}, properties);
+    return std::make_unique<ChildProcess>(std::vector<std::string>{"pacat", "/dev/zero"}, clientEnvironment(properties));
   }
   std::unique_ptr<ChildProcess> record(const std::string& properties = {}) const {
-    return run({"parecord", "--raw", "/dev/null"}, properties);
+    return std::make_unique<ChildProcess>(std::vector<std::string>{"parecord", "/dev/null"}, clientEnvironment(properties));
   }
-  // tests/tools/pulse_client with `arguments`, once its stream is set up; null if it never is.
-  std::unique_ptr<ChildProcess> client(const std::vector<std::string>& arguments,
-                                       const std::string& properties = {}) const;
+  // tests/tools/pulse_client with `arguments` once its stream is set up; null if it never is.
+  std::unique_ptr<ChildProcess> client(const std::vector<std::string>& arguments, const std::string& properties = {}) const;
   // parecord in a sandbox as Flatpak makes one: its own pid namespace (it is pid 1 there) and a
   // root holding a .flatpak-info that names `appID`. Null where no sandbox can be made.
   std::unique_ptr<ChildProcess> sandboxedRecorder(const std::string& appID, const std::string& properties = {}) const;
@@ -85,18 +79,12 @@ class PulseRig {
   // Ends the server politely or as a crash would; start() brings it back as it was.
   void stop(bool crash = false);
   bool start();
-  bool running() const { return !daemons_.empty(); }
   // Signals the process that serves the protocol (SIGSTOP freezes it, SIGCONT lets it go on).
   void signalDaemon(int signal);
-  std::string log() const;
 
  private:
-  std::unique_ptr<ChildProcess> run(const std::vector<std::string>& argv, const std::string& properties) const {
-    return std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
-  }
-  bool launch();
   void daemon(const std::string& program, const std::vector<std::string>& arguments);
-  bool setUp();
+  bool launch();
 
   TempDir folder_{"wrenhaven-pulse"};
   std::vector<Device> devices_;

@@ -3,9 +3,9 @@
 //
 //   pulse_client [--record] [--peak] [--corked] [--for SECONDS]
 //
-// Connects where PULSE_SERVER points (PULSE_PROP sets its properties). Prints "ready" once the
-// stream is set up, "corked"/"uncorked" once the server has done it. --peak records the way level
-// meters do (peak detection); --for ends it after SECONDS. Exits 0 on SIGTERM, 1 on failure.
+// Connects where PULSE_SERVER points (PULSE_PROP sets its properties) and prints "ready" once the
+// stream is set up. --peak records the way level meters do (peak detection); --for ends it after
+// SECONDS. Exits 0 on SIGTERM, 1 on failure.
 #include <pulse/pulseaudio.h>
 
 #include <csignal>
@@ -18,34 +18,23 @@ namespace {
 struct Client {
   pa_mainloop* loop = nullptr;
   pa_stream* stream = nullptr;
-  bool record = false;
-  bool peak = false;
-  bool corked = false;
+  bool record = false, peak = false, corked = false;
   double seconds = 0;
 };
 
-void say(const char* line) {
-  std::printf("%s\n", line);
-  std::fflush(stdout);
-}
-
-void onCork(pa_mainloop_api*, pa_signal_event*, int signal, void* userdata) {
+void onSignal(pa_mainloop_api* api, pa_signal_event*, int signal, void* userdata) {
   auto* client = static_cast<Client*>(userdata);
+  if (signal != SIGUSR1 && signal != SIGUSR2) return api->quit(api, 0);
   if (client->stream == nullptr) return;
-  client->corked = signal == SIGUSR1;
-  const auto done = [](pa_stream*, int success, void* data) {
-    if (success) say(static_cast<Client*>(data)->corked ? "corked" : "uncorked");
-  };
-  if (pa_operation* op = pa_stream_cork(client->stream, client->corked, done, client)) pa_operation_unref(op);
+  if (pa_operation* op = pa_stream_cork(client->stream, signal == SIGUSR1, nullptr, nullptr)) pa_operation_unref(op);
 }
-
-void onEnd(pa_mainloop_api* api, pa_signal_event*, int, void*) { api->quit(api, 0); }
 
 void onStreamState(pa_stream* stream, void* userdata) {
   auto* client = static_cast<Client*>(userdata);
   if (pa_stream_get_state(stream) == PA_STREAM_FAILED) pa_mainloop_quit(client->loop, 1);
   if (pa_stream_get_state(stream) != PA_STREAM_READY) return;
-  say("ready");
+  std::printf("ready\n");
+  std::fflush(stdout);
   if (client->seconds <= 0) return;
   pa_mainloop_api* api = pa_mainloop_get_api(client->loop);
   timeval end{};
@@ -90,10 +79,7 @@ int main(int argc, char** argv) {
   client.loop = pa_mainloop_new();
   pa_mainloop_api* api = pa_mainloop_get_api(client.loop);
   pa_signal_init(api);
-  pa_signal_new(SIGUSR1, &onCork, &client);
-  pa_signal_new(SIGUSR2, &onCork, &client);
-  pa_signal_new(SIGTERM, &onEnd, nullptr);
-  pa_signal_new(SIGINT, &onEnd, nullptr);
+  for (int signal : {SIGUSR1, SIGUSR2, SIGTERM, SIGINT}) pa_signal_new(signal, &onSignal, &client);
   pa_context* context = pa_context_new(api, "pulse_client");
   pa_context_set_state_callback(context, [](pa_context* c, void* userdata) {
     auto* self = static_cast<Client*>(userdata);
@@ -104,10 +90,6 @@ int main(int argc, char** argv) {
   if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) return 1;
   int status = 0;
   pa_mainloop_run(client.loop, &status);
-  if (client.stream != nullptr) pa_stream_unref(client.stream);
-  pa_context_disconnect(context);
-  pa_context_unref(context);
-  pa_signal_done();
-  pa_mainloop_free(client.loop);
+  pa_mainloop_free(client.loop);  // the process ends here: the rest goes with it
   return status;
 }
