@@ -12,11 +12,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-void writeFile(const std::filesystem::path& path, const std::string& text) {
-  std::filesystem::create_directories(path.parent_path());
-  std::ofstream(path) << text;
-}
-
 // WirePlumber without hardware monitors and without the Flatpak portal (it needs a session bus):
 // 0.4 reads the Lua files, 0.5 the profile.
 const std::map<std::string, std::string> wirePlumberConfig = {
@@ -64,14 +59,9 @@ std::vector<PulseRig::Device> PulseRig::laptopWithHeadphones() {
           {true, headphonesOutput, "WH-1000XM4", 44100, 2, bluez("a2dp-sink", "aac")},
           {false, headphonesInput, "WH-1000XM4 Microphone", 16000, 1, bluez("headset-head-unit", "msbc")},
           {true, olderHeadphonesOutput, "Buds Pro", 48000, 2, {{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}}},
-          {true, "rig_virtual_sink", "Virtual Sink", 48000, 2, {}}};
-}
-
-std::vector<PulseRig::Device> PulseRig::laptopWithLoopback() {
-  auto devices = laptopWithHeadphones();
-  // No device.api, device.bus or api.bluez5 keys: only its name and these say what it is.
-  devices.push_back({false, headphonesLoopback, "WH-1000XM4", 48000, 1, {{"bluez5.loopback", "true"}, {"priority.session", "2010"}}});
-  return devices;
+          {true, "rig_virtual_sink", "Virtual Sink", 48000, 2, {}},
+          // No device.api, device.bus or api.bluez5 keys: only its name and these say what it is.
+          {false, headphonesLoopback, "WH-1000XM4", 48000, 1, {{"bluez5.loopback", "true"}, {"priority.session", "2010"}}}};
 }
 
 PulseRig::PulseRig(std::vector<Device> devices, SoundServer server) : devices_(std::move(devices)), kind_(server) {
@@ -87,7 +77,10 @@ PulseRig::PulseRig(std::vector<Device> devices, SoundServer server) : devices_(s
   std::filesystem::create_directories(runtime / "pulse");
   std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
   server_ = "unix:" + (runtime / "pulse" / "native").string();
-  for (const auto& [file, text] : wirePlumberConfig) writeFile(folder_.path() / "home/.config/wireplumber" / file, text);
+  for (const auto& [file, text] : wirePlumberConfig) {
+    std::filesystem::create_directories((folder_.path() / "home/.config/wireplumber" / file).parent_path());
+    std::ofstream(folder_.path() / "home/.config/wireplumber" / file) << text;
+  }
   std::ofstream script(folder_.path() / "rig.pa");
   script << "load-module module-native-protocol-unix auth-anonymous=1 socket=" << server_.substr(5) << "\n";
   for (const auto& device : devices_) {
@@ -161,16 +154,8 @@ bool PulseRig::launch() {
   if (up) return true;
   std::ifstream log(folder_.path() / "log");
   whyNot_ = "the private sound server did not start; its log:\n" + std::string(std::istreambuf_iterator<char>(log), {});
-  stop(true);
+  stop();
   return false;
-}
-
-void PulseRig::stop(bool crash) {
-  for (auto daemon = daemons_.rbegin(); daemon != daemons_.rend(); ++daemon) {
-    (*daemon)->terminate(crash ? SIGKILL : SIGTERM);
-    (*daemon)->waitFor(10s);
-  }
-  daemons_.clear();
 }
 
 bool PulseRig::start() {
@@ -205,7 +190,7 @@ std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& a
                                                const std::string& properties) const {
   std::vector<std::string> argv{WRENHAVEN_PULSE_CLIENT_PATH};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
-  auto process = std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
+  auto process = run(argv, properties);
   return process->waitForOutput("ready\n", 10s) ? std::move(process) : nullptr;
 }
 
@@ -213,7 +198,7 @@ std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& app
   std::vector<std::string> argv{"unshare", "--mount", "--pid", "--fork"};
   if (::geteuid() != 0) argv.insert(argv.begin() + 1, {"--user", "--map-root-user"});
   argv.insert(argv.end(), {"/bin/sh", "-c", sandboxScript, folder_.path().string(), appID, "parecord", "/dev/null"});
-  auto process = std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
+  auto process = run(argv, properties);
   eventually([&] { return !process->running() || pactl({"list", "clients"}).output.find(appID) != std::string::npos; });
   return process->running() ? std::move(process) : nullptr;
 }

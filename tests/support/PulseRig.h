@@ -1,8 +1,7 @@
 #pragma once
-// A private sound server for tests on a socket of its own in a temporary folder: a PulseAudio
-// daemon, or pipewire + wireplumber + pipewire-pulse with their own runtime, config and state
-// folders. Its null sinks and sources pass for a laptop's card and Bluetooth headphones; real
-// clients play and record on it. The servers die with the rig, also when a test fails halfway.
+// A private sound server for tests, in a temporary folder: a PulseAudio daemon, or pipewire +
+// wireplumber + pipewire-pulse. Its null sinks and sources pass for a laptop's card and Bluetooth
+// headphones. The servers die with the rig, also when a test fails halfway.
 
 #include <gtest/gtest.h>
 
@@ -41,15 +40,11 @@ class PulseRig {
 
   // The laptop's speakers and microphone (the defaults), headphones as WirePlumber 0.4 makes them
   // (output 44.1 kHz, headset microphone 16 kHz mono), a pair as PulseAudio makes them, a virtual
-  // sink; and the same with WirePlumber 0.5's loopback source in front of the headset microphone.
+  // sink, and WirePlumber 0.5's loopback source in front of the headset microphone.
   static std::vector<Device> laptopWithHeadphones();
-  static std::vector<Device> laptopWithLoopback();
 
   explicit PulseRig(std::vector<Device> devices = laptopWithHeadphones(), SoundServer server = SoundServer::pulseAudio);
   explicit PulseRig(SoundServer server) : PulseRig(laptopWithHeadphones(), server) {}
-  ~PulseRig() { stop(true); }
-  PulseRig(const PulseRig&) = delete;
-  PulseRig& operator=(const PulseRig&) = delete;
 
   bool available() const { return whyNot_.empty(); }
   const std::string& whyNot() const { return whyNot_; }
@@ -64,25 +59,24 @@ class PulseRig {
   std::string pactlLine(const std::vector<std::string>& arguments) const;
 
   // pacat playing silence, parecord recording, until stopped.
-  std::unique_ptr<ChildProcess> play(const std::string& properties = {}) const {
-    return std::make_unique<ChildProcess>(std::vector<std::string>{"pacat", "/dev/zero"}, clientEnvironment(properties));
-  }
-  std::unique_ptr<ChildProcess> record(const std::string& properties = {}) const {
-    return std::make_unique<ChildProcess>(std::vector<std::string>{"parecord", "/dev/null"}, clientEnvironment(properties));
-  }
+  std::unique_ptr<ChildProcess> play(const std::string& properties = {}) const { return run({"pacat", "/dev/zero"}, properties); }
+  std::unique_ptr<ChildProcess> record(const std::string& properties = {}) const { return run({"parecord", "/dev/null"}, properties); }
   // tests/tools/pulse_client with `arguments` once its stream is set up; null if it never is.
   std::unique_ptr<ChildProcess> client(const std::vector<std::string>& arguments, const std::string& properties = {}) const;
   // parecord in a sandbox as Flatpak makes one: its own pid namespace (it is pid 1 there) and a
   // root holding a .flatpak-info that names `appID`. Null where no sandbox can be made.
   std::unique_ptr<ChildProcess> sandboxedRecorder(const std::string& appID, const std::string& properties = {}) const;
 
-  // Ends the server politely or as a crash would; start() brings it back as it was.
-  void stop(bool crash = false);
+  // Ends the server as a crash would; start() brings it back as it was.
+  void stop() { daemons_.clear(); }
   bool start();
   // Signals the process that serves the protocol (SIGSTOP freezes it, SIGCONT lets it go on).
   void signalDaemon(int signal);
 
  private:
+  std::unique_ptr<ChildProcess> run(std::vector<std::string> argv, const std::string& properties) const {
+    return std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
+  }
   void daemon(const std::string& program, const std::vector<std::string>& arguments);
   bool launch();
 
@@ -91,7 +85,7 @@ class PulseRig {
   SoundServer kind_;
   std::string server_;
   std::string whyNot_;
-  std::vector<std::unique_ptr<ChildProcess>> daemons_;  // the protocol's server last
+  std::vector<std::unique_ptr<ChildProcess>> daemons_;  // the protocol's server last (killed with the rig)
 };
 
 }  // namespace wh::test
