@@ -27,7 +27,7 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 
 class MusicQualityEndToEndTest : public testing::TestWithParam<test::SoundServer> {
  protected:
-  void start() {
+  void SetUp() override {
     if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
     if (!bus.available()) GTEST_SKIP() << bus.whyNot();
     home.writeSettings(nlohmann::json::object());
@@ -53,7 +53,6 @@ class MusicQualityEndToEndTest : public testing::TestWithParam<test::SoundServer
 };
 
 TEST_P(MusicQualityEndToEndTest, AHeadphoneMicrophoneOrItsLoopbackMadeDefaultIsMovedBackToTheComputersOwn) {
-  start();
   EXPECT_EQ(defaultSource(), PulseRig::laptopMicrophone);
   const auto selected = std::chrono::steady_clock::now();
   select(PulseRig::headphonesInput);
@@ -68,7 +67,6 @@ TEST_P(MusicQualityEndToEndTest, AHeadphoneMicrophoneOrItsLoopbackMadeDefaultIsM
 }
 
 TEST_P(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerStopAndSayItIsFighting) {
-  start();
   // Switch back as soon as the agent has corrected, as a stubborn program would.
   int switches = 0;
   for (auto begin = std::chrono::steady_clock::now(); secondsSince(begin) < 15 && pinStatus() != "fighting";) {
@@ -85,7 +83,6 @@ TEST_P(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerSto
 }
 
 TEST_P(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsThreeSecondsAfterTheCall) {
-  start();
   auto call = pulse.record("application.id=us.zoom.xos application.name=Zoom");
   ASSERT_TRUE(test::eventually([&] { return pinStatus() == "releasedForCall"; }, 10s)) << pinStatus() << log();
   EXPECT_EQ(status("agent.inCall"), true);
