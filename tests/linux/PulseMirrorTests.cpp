@@ -60,14 +60,9 @@ class PulseMirrorTest : public testing::Test {
  protected:
   VirtualRuntime rt;
   Mirror mirror{rt.main()};
-
-  AudioObjectID idOf(const std::string& uid) {
-    auto found = AudioDevice::byUID(mirror, uid);
-    return found ? found->id : audioObjectUnknown;
-  }
 };
 
-TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndKeepTheirIDsAcrossReconnections) {
+TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndTakeWhatTheirCardSays) {
   auto monitor = device(0, false, "speakers.monitor");
   monitor.isMonitor = true;
   mirror.applyDevice(device(4, false, "mic", {}, 16000));
@@ -82,21 +77,17 @@ TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndKeepTheirIDs
   mirror.noteDefault(false, "mic");
   EXPECT_EQ(DefaultDevice::id(mirror, Direction::input), all[1].id);
 
-  mirror.clear();
-  EXPECT_FALSE(mirror.deviceUID(all[0].id)) << "a device that is gone reads as nothing";
-  mirror.applyDevice(device(9, true, "speakers"));
-  EXPECT_EQ(idOf("speakers"), all[0].id) << "the same device after a server restart keeps its id";
-  mirror.applyDefaults("speakers", "");
-  mirror.removeDevice(true, 9);
-  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::output)) << "a default that is gone reads as nothing";
+  mirror.removeDevice(true, 1);
+  EXPECT_FALSE(mirror.deviceUID(all[0].id) || DefaultDevice::id(mirror, Direction::output)) << "gone reads as nothing";
 
   // A node that says nothing of itself is what its card is, once the card is known.
   auto renamed = device(5, false, "headset-mic");
   renamed.card = 7;
   mirror.applyDevice(renamed);
-  EXPECT_EQ(mirror.deviceTransport(idOf("headset-mic")), Transport::aggregate);
+  const AudioObjectID id = AudioDevice::byUID(mirror, "headset-mic")->id;
+  EXPECT_EQ(mirror.deviceTransport(id), Transport::aggregate);
   mirror.applyCard(7, {{"device.api", "bluez5"}});
-  EXPECT_EQ(mirror.deviceTransport(idOf("headset-mic")), Transport::bluetooth);
+  EXPECT_EQ(mirror.deviceTransport(id), Transport::bluetooth);
 }
 
 TEST_F(PulseMirrorTest, ProcessesAreClientsWithStreamsInWhateverOrderTheServerReportsThem) {

@@ -8,18 +8,17 @@ namespace {
 
 // Watches Device1.Connected on the system bus and loads or unloads the headphones' nodes with
 // pactl, named as PipeWire names them (PulseAudio's null source takes no properties: its name
-// alone says Bluetooth). Each connection gets a generation so a late timer of an earlier one does
-// nothing.
+// alone says Bluetooth).
 constexpr const char* kBridge = R"(
 import subprocess, sys, time, dbus
 from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
 DBusGMainLoop(set_as_default=True)
 bus, delay = dbus.bus.BusConnection(sys.argv[1]), float(sys.argv[2])
-connected, modules = {}, {}
+connected, modules = set(), {}
 
-def appear(address, path, generation):
-    if connected.get(address) is not generation or address in modules:
+def appear(address, path):
+    if address not in connected or address in modules:
         return False
     name = bus.get_object("org.bluez", path).Get("org.bluez.Device1", "Alias", dbus_interface=dbus.PROPERTIES_IFACE)
     under = address.replace(":", "_")
@@ -35,14 +34,14 @@ def changed(interface, properties, invalidated, path=None):
         return
     address = path.rsplit("/dev_", 1)[1].replace("_", ":")
     if not properties["Connected"]:
-        connected.pop(address, None)
+        connected.discard(address)
         for module in modules.pop(address, []):
             subprocess.run(["pactl", "unload-module", module], capture_output=True)
         print("vanished", address, flush=True)
     elif address not in connected:
-        connected[address] = generation = object()
+        connected.add(address)
         if delay >= 0:
-            GLib.timeout_add(int(delay * 1000), appear, address, path, generation)
+            GLib.timeout_add(int(delay * 1000), appear, address, path)
 
 bus.add_signal_receiver(changed, signal_name="PropertiesChanged", dbus_interface=dbus.PROPERTIES_IFACE,
                         path_keyword="path")

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <fstream>
 
 namespace wh::test {
@@ -11,12 +10,14 @@ namespace wh::test {
 namespace {
 
 using namespace std::chrono_literals;
+using Properties = std::map<std::string, std::string>;
 
 // WirePlumber without hardware monitors and without the Flatpak portal (it needs a session bus):
 // 0.4 reads the Lua files, 0.5 the profile.
-const std::map<std::string, std::string> wirePlumberConfig = {
-    {"main.lua.d/90-enable-all.lua", "default_access.properties[\"enable-flatpak-portal\"] = false\nload_module(\"metadata\")\n"
-                              "default_access.enable()\ndevice_defaults.enable()\nstream_defaults.enable()\n"},
+const Properties wirePlumberConfig = {
+    {"main.lua.d/90-enable-all.lua", "default_access.properties[\"enable-flatpak-portal\"] = false\n"
+                                     "load_module(\"metadata\")\ndefault_access.enable()\n"
+                                     "device_defaults.enable()\nstream_defaults.enable()\n"},
     {"bluetooth.lua.d/90-enable-all.lua", ""},
     {"wireplumber.conf.d/rig.conf", "wireplumber.profiles = { main = { hardware.audio = disabled, "
                                     "hardware.bluetooth = disabled, hardware.video-capture = disabled } }\n"}};
@@ -32,10 +33,16 @@ for d in /usr /etc /dev "$runtime"; do mount --bind "$d" "$root$d"; done
 mount -t proc proc "$root/proc"; exec chroot "$root" "$@"
 )";
 
+// The device's properties as both servers take them on a command line.
 std::string propertyText(const PulseRig::Device& device) {
-  std::string text = "node.description=\"" + device.description + "\" device.description=\"" + device.description + "\"";
-  for (const auto& [key, value] : device.properties) text += " " + key + "=\"" + value + "\"";
-  return text;
+  std::string text = "node.description=\"" + device.description + "\" device.description=\"" + device.description;
+  for (const auto& [key, value] : device.properties) text += "\" " + key + "=\"" + value;
+  return text + "\"";
+}
+
+std::vector<std::string> operator+(std::vector<std::string> head, const std::vector<std::string>& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
 }
 
 }  // namespace
@@ -49,19 +56,21 @@ std::string soundServerTestName(const testing::TestParamInfo<SoundServer>& info)
 }
 
 std::vector<PulseRig::Device> PulseRig::laptopWithHeadphones() {
-  const std::map<std::string, std::string> laptop = {{"device.bus", "pci"}, {"device.api", "alsa"}};
+  const Properties laptop = {{"device.bus", "pci"}, {"device.api", "alsa"}};
   const auto bluez = [](const char* profile, const char* codec) {
-    return std::map<std::string, std::string>{{"device.api", "bluez5"}, {"api.bluez5.address", "AA:BB:CC:DD:EE:FF"},
-                                              {"api.bluez5.profile", profile}, {"api.bluez5.codec", codec}};
+    return Properties{{"device.api", "bluez5"}, {"api.bluez5.address", "AA:BB:CC:DD:EE:FF"},
+                      {"api.bluez5.profile", profile}, {"api.bluez5.codec", codec}};
   };
   return {{true, laptopSpeakers, "Built-in Audio Analog Stereo", 48000, 2, laptop},
           {false, laptopMicrophone, "Built-in Audio Microphone", 48000, 2, laptop},
           {true, headphonesOutput, "WH-1000XM4", 44100, 2, bluez("a2dp-sink", "aac")},
           {false, headphonesInput, "WH-1000XM4 Microphone", 16000, 1, bluez("headset-head-unit", "msbc")},
-          {true, olderHeadphonesOutput, "Buds Pro", 48000, 2, {{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}}},
+          {true, "bluez_sink.11_22_33_44_55_66.a2dp_sink", "Buds Pro", 48000, 2,
+           {{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}}},
           {true, "rig_virtual_sink", "Virtual Sink", 48000, 2, {}},
           // No device.api, device.bus or api.bluez5 keys: only its name and these say what it is.
-          {false, headphonesLoopback, "WH-1000XM4", 48000, 1, {{"bluez5.loopback", "true"}, {"priority.session", "2010"}}}};
+          {false, headphonesLoopback, "WH-1000XM4", 48000, 1,
+           {{"bluez5.loopback", "true"}, {"priority.session", "2010"}}}};
 }
 
 PulseRig::PulseRig(std::vector<Device> devices, SoundServer server) : devices_(std::move(devices)), kind_(server) {
@@ -73,14 +82,14 @@ PulseRig::PulseRig(std::vector<Device> devices, SoundServer server) : devices_(s
       return;
     }
   }
-  const auto runtime = folder_.path() / "runtime";
-  std::filesystem::create_directories(runtime / "pulse");
-  std::filesystem::permissions(runtime, std::filesystem::perms::owner_all);
-  server_ = "unix:" + (runtime / "pulse" / "native").string();
+  std::filesystem::create_directories(folder_.path() / "runtime" / "pulse");
+  std::filesystem::permissions(folder_.path() / "runtime", std::filesystem::perms::owner_all);
+  server_ = "unix:" + (folder_.path() / "runtime" / "pulse" / "native").string();
   for (const auto& [file, text] : wirePlumberConfig) {
     std::filesystem::create_directories((folder_.path() / "home/.config/wireplumber" / file).parent_path());
     std::ofstream(folder_.path() / "home/.config/wireplumber" / file) << text;
   }
+  // PulseAudio makes the devices from its start-up script; PipeWire from pw-cli once it runs.
   std::ofstream script(folder_.path() / "rig.pa");
   script << "load-module module-native-protocol-unix auth-anonymous=1 socket=" << server_.substr(5) << "\n";
   for (const auto& device : devices_) {
@@ -100,18 +109,16 @@ std::string PulseRig::nodeName(std::string name) const {
 
 // Started through a shell that sends what it says to the rig's log.
 void PulseRig::daemon(const std::string& program, const std::vector<std::string>& arguments) {
-  const auto home = folder_.path() / "home";
-  const auto runtime = folder_.path() / "runtime";
-  std::vector<std::string> argv{"/bin/sh", "-c", "exec \"$0\" \"$@\" >>" + (folder_.path() / "log").string() + " 2>&1",
-                                findExecutable(program)};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  const auto home = folder_.path() / "home", runtime = folder_.path() / "runtime";
+  const std::string log = "exec \"$0\" \"$@\" >>" + (folder_.path() / "log").string() + " 2>&1";
   daemons_.push_back(std::make_unique<ChildProcess>(
-      argv, ChildProcess::Environment{
-                {"HOME", home.string()}, {"XDG_CONFIG_HOME", (home / ".config").string()},
-                {"XDG_STATE_HOME", (home / "state").string()}, {"PULSE_STATE_PATH", (home / "state").string()},
-                {"XDG_RUNTIME_DIR", runtime.string()}, {"PIPEWIRE_RUNTIME_DIR", runtime.string()},
-                {"PULSE_RUNTIME_PATH", (runtime / "pulse").string()}, {"PIPEWIRE_REMOTE", std::nullopt},
-                {"PULSE_SERVER", std::nullopt}, {"DISPLAY", std::nullopt}, {"DBUS_SESSION_BUS_ADDRESS", std::nullopt}}));
+      std::vector<std::string>{"/bin/sh", "-c", log, findExecutable(program)} + arguments,
+      ChildProcess::Environment{
+          {"HOME", home.string()}, {"XDG_CONFIG_HOME", (home / ".config").string()},
+          {"XDG_STATE_HOME", (home / "state").string()}, {"PULSE_STATE_PATH", (home / "state").string()},
+          {"XDG_RUNTIME_DIR", runtime.string()}, {"PIPEWIRE_RUNTIME_DIR", runtime.string()},
+          {"PULSE_RUNTIME_PATH", (runtime / "pulse").string()}, {"PIPEWIRE_REMOTE", std::nullopt},
+          {"PULSE_SERVER", std::nullopt}, {"DISPLAY", std::nullopt}, {"DBUS_SESSION_BUS_ADDRESS", std::nullopt}}));
 }
 
 // Starts the server, makes the devices and sets the first sink and source as the defaults.
@@ -153,15 +160,15 @@ bool PulseRig::launch() {
   }
   if (up) return true;
   std::ifstream log(folder_.path() / "log");
-  whyNot_ = "the private sound server did not start; its log:\n" + std::string(std::istreambuf_iterator<char>(log), {});
+  whyNot_ = "the private sound server did not start; its log:\n";
+  whyNot_.append(std::istreambuf_iterator<char>(log), {});
   stop();
   return false;
 }
 
 bool PulseRig::start() {
-  if (!daemons_.empty()) return true;
   whyNot_.clear();
-  return launch();
+  return !daemons_.empty() || launch();
 }
 
 void PulseRig::signalDaemon(int signal) {
@@ -175,9 +182,7 @@ ChildProcess::Environment PulseRig::clientEnvironment(const std::string& propert
 }
 
 CommandResult PulseRig::pactl(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> argv{"pactl"};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
-  return runCommand(argv, clientEnvironment(), 10s);
+  return runCommand(std::vector<std::string>{"pactl"} + arguments, clientEnvironment(), 10s);
 }
 
 std::string PulseRig::pactlLine(const std::vector<std::string>& arguments) const {
@@ -188,18 +193,19 @@ std::string PulseRig::pactlLine(const std::vector<std::string>& arguments) const
 
 std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& arguments,
                                                const std::string& properties) const {
-  std::vector<std::string> argv{WRENHAVEN_PULSE_CLIENT_PATH};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
-  auto process = run(argv, properties);
+  auto process = run(std::vector<std::string>{WRENHAVEN_PULSE_CLIENT_PATH} + arguments, properties);
   return process->waitForOutput("ready\n", 10s) ? std::move(process) : nullptr;
 }
 
-std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& appID, const std::string& properties) const {
+std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& appID,
+                                                          const std::string& properties) const {
   std::vector<std::string> argv{"unshare", "--mount", "--pid", "--fork"};
   if (::geteuid() != 0) argv.insert(argv.begin() + 1, {"--user", "--map-root-user"});
-  argv.insert(argv.end(), {"/bin/sh", "-c", sandboxScript, folder_.path().string(), appID, "parecord", "/dev/null"});
-  auto process = run(argv, properties);
-  eventually([&] { return !process->running() || pactl({"list", "clients"}).output.find(appID) != std::string::npos; });
+  auto process = run(argv + std::vector<std::string>{"/bin/sh", "-c", sandboxScript, folder_.path().string(), appID,
+                                                     "parecord", "/dev/null"},
+                     properties);
+  const auto listed = [&] { return pactl({"list", "clients"}).output.find(appID) != std::string::npos; };
+  eventually([&] { return !process->running() || listed(); });
   return process->running() ? std::move(process) : nullptr;
 }
 

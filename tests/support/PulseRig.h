@@ -24,10 +24,8 @@ class PulseRig {
  public:
   struct Device {
     bool sink = true;
-    std::string name;
-    std::string description;
-    unsigned rate = 48000;
-    unsigned channels = 2;
+    std::string name, description;
+    unsigned rate = 48000, channels = 2;
     std::map<std::string, std::string> properties;  // device.bus, api.bluez5.address, ...
   };
 
@@ -36,7 +34,6 @@ class PulseRig {
   static constexpr const char* headphonesOutput = "bluez_output.AA_BB_CC_DD_EE_FF.1";
   static constexpr const char* headphonesInput = "bluez_input.AA_BB_CC_DD_EE_FF.0";
   static constexpr const char* headphonesLoopback = "bluez_input.AA:BB:CC:DD:EE:FF";  // WirePlumber 0.5
-  static constexpr const char* olderHeadphonesOutput = "bluez_sink.11_22_33_44_55_66.a2dp_sink";
 
   // The laptop's speakers and microphone (the defaults), headphones as WirePlumber 0.4 makes them
   // (output 44.1 kHz, headset microphone 16 kHz mono), a pair as PulseAudio makes them, a virtual
@@ -49,8 +46,7 @@ class PulseRig {
   bool available() const { return whyNot_.empty(); }
   const std::string& whyNot() const { return whyNot_; }
   const std::string& server() const { return server_; }  // "unix:<socket>"
-  // A device's name as this server spells it (PulseAudio refuses ":").
-  std::string nodeName(std::string name) const;
+  std::string nodeName(std::string name) const;  // as this server spells it (PulseAudio refuses ":")
 
   // A client's environment; `properties` goes to PULSE_PROP ("application.id=org.example.Player").
   ChildProcess::Environment clientEnvironment(const std::string& properties = {}) const;
@@ -58,11 +54,12 @@ class PulseRig {
   // pactl's output without the final line break ("get-default-sink" and the like).
   std::string pactlLine(const std::vector<std::string>& arguments) const;
 
-  // pacat playing silence, parecord recording, until stopped.
-  std::unique_ptr<ChildProcess> play(const std::string& properties = {}) const { return run({"pacat", "/dev/zero"}, properties); }
-  std::unique_ptr<ChildProcess> record(const std::string& properties = {}) const { return run({"parecord", "/dev/null"}, properties); }
-  // tests/tools/pulse_client with `arguments` once its stream is set up; null if it never is.
-  std::unique_ptr<ChildProcess> client(const std::vector<std::string>& arguments, const std::string& properties = {}) const;
+  // pacat playing silence, parecord recording; tests/tools/pulse_client with `arguments` once its
+  // stream is set up (null if it never is).
+  auto play(const std::string& properties = {}) const { return run({"pacat", "/dev/zero"}, properties); }
+  auto record(const std::string& properties = {}) const { return run({"parecord", "/dev/null"}, properties); }
+  std::unique_ptr<ChildProcess> client(const std::vector<std::string>& arguments,
+                                       const std::string& properties = {}) const;
   // parecord in a sandbox as Flatpak makes one: its own pid namespace (it is pid 1 there) and a
   // root holding a .flatpak-info that names `appID`. Null where no sandbox can be made.
   std::unique_ptr<ChildProcess> sandboxedRecorder(const std::string& appID, const std::string& properties = {}) const;

@@ -34,7 +34,8 @@ void onStreamState(pa_stream* stream, void* userdata) {
 }
 
 void openStream(pa_context* context, Client& client) {
-  const pa_sample_spec format = client.peak ? pa_sample_spec{PA_SAMPLE_FLOAT32LE, 25, 1} : pa_sample_spec{PA_SAMPLE_S16LE, 44100, 2};
+  const pa_sample_spec format = client.peak ? pa_sample_spec{PA_SAMPLE_FLOAT32LE, 25, 1}
+                                            : pa_sample_spec{PA_SAMPLE_S16LE, 44100, 2};
   client.stream = pa_stream_new(context, client.peak ? "capture" : "playback", &format, nullptr);
   pa_stream_set_state_callback(client.stream, &onStreamState, &client);
   if (!client.peak) {
