@@ -20,9 +20,9 @@ class AudioBridge {
 
   bool available() const { return whyNot_.empty(); }
   const std::string& whyNot() const { return whyNot_; }
-  // What it did so far: "appeared AA:BB:… <CLOCK_MONOTONIC seconds>" and "vanished AA:BB:…" lines.
+  // What it did so far ("appeared AA:BB:… <seconds>", "vanished AA:BB:…"), and when the nodes
+  // last appeared (CLOCK_MONOTONIC seconds).
   const std::string& output() { return process_->output(); }
-  // When the headphones' nodes last appeared, in CLOCK_MONOTONIC seconds.
   std::optional<double> appearedAt();
 
  private:

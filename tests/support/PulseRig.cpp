@@ -123,8 +123,10 @@ void PulseRig::daemon(const std::string& program, const std::vector<std::string>
 
 // Starts the server, makes the devices and sets the first sink and source as the defaults.
 bool PulseRig::launch() {
-  std::error_code ignored;
-  std::filesystem::remove(server_.substr(5), ignored);  // left behind by a server that was killed
+  std::error_code ignored;  // sockets left behind by a server that was killed
+  for (const auto& socket : {server_.substr(5), (folder_.path() / "runtime" / "pipewire-0").string()}) {
+    std::filesystem::remove(socket, ignored);
+  }
   const bool pulse = kind_ == SoundServer::pulseAudio;
   if (pulse) {  // as root the per-user mode works too (the daemon only warns)
     daemon("pulseaudio", {"--daemonize=no", "-n", "--exit-idle-time=-1", "--use-pid-file=no", "--realtime=no",
