@@ -9,4 +9,4 @@ scripts/install-deps.sh
 cmake -S . -B build/optimised -G Ninja -DCMAKE_BUILD_TYPE=Release -DWRENHAVEN_TESTS=ON >/dev/null
 cmake --build build/optimised --target wrenhaven_bench idle_agent
 build/optimised/bench/wrenhaven_bench "$@"
-build/optimised/tests/idle_agent "${WRENHAVEN_IDLE_SECONDS:-60}"
+build/optimised/bench/idle_agent "${WRENHAVEN_IDLE_SECONDS:-60}"

@@ -10,7 +10,6 @@ class LinuxAppHost final : public AppHost {
  public:
   bool environmentHas(const std::string& name) const override;
   bool claimSingleInstance(std::function<void()> reopen) override;
-  void terminate() override;
   std::string systemVersion() const override;
   bool accessibilityTrusted() const override;
   void openBluetoothSettings() override;

@@ -13,6 +13,7 @@
 #include "app/LinuxAppHost.h"
 #include "core/app/AgentStatus.h"
 #include "core/app/AppDelegate.h"
+#include "core/app/LaunchGate.h"
 #include "core/app/Services.h"
 #include "core/bluetooth/BluetoothAccess.h"
 #include "core/audio/AudioProcesses.h"
@@ -119,18 +120,33 @@ int main(int argc, char** argv) {
   QApplication::setDesktopFileName(build.bundleIdentifier.c_str());
   QApplication::setQuitOnLastWindowClosed(false);
 
+  // Under a test runner nothing starts, and a second instance only hands over the reopen: both
+  // are decided before any adapter, queue or connection exists. The system log is there already,
+  // so that a missing session bus is reported.
+  auto systemLog = std::make_shared<wh::platform::JournalLog>(build.bundleIdentifier, "core");
+  wh::Log::install(systemLog, nullptr);
+  wh::app::LinuxAppHost host;
+  wh::LaunchGate gate(host);
+  switch (gate.decide()) {
+    case wh::LaunchGate::Decision::hostedByTestRunner:
+      return QApplication::exec();
+    case wh::LaunchGate::Decision::anotherInstanceRuns:
+      return 0;
+    case wh::LaunchGate::Decision::run:
+      break;
+  }
+
   wh::platform::QtRuntime runtime;
   const std::string logName = wh::FileLog::sharedName();
   auto fileLog = std::make_shared<wh::FileLog>(
       wh::platform::stateHome() / logName, logName,
       runtime.makeSerialQueue(wh::FileLog::queueLabel, wh::QueuePriority::utility), std::chrono::system_clock::now,
       [](std::FILE* file) { ::fsync(::fileno(file)); });
-  wh::Log::install(std::make_shared<wh::platform::JournalLog>(build.bundleIdentifier, "core"), fileLog);
+  wh::Log::install(systemLog, fileLog);
 
   wh::platform::JsonFileStore store(wh::platform::settingsFile());
   wh::NotificationCenter notifications;
   wh::Settings settings(store, notifications, wh::Shared::isAgent(build.bundleIdentifier), nullptr);
-  wh::app::LinuxAppHost host;
 
   // The platform services, each behind its port.
   AudioStack audioStack(runtime);
@@ -148,9 +164,11 @@ int main(int argc, char** argv) {
   wh::AgentStatus agentStatus(runtime, settings, services, access, channel, host);
   wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes);
 
+  gate.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(); };
+
   runtime.main().post([&] {
     delegate.applicationDidFinishLaunching();
-    if (delegate.started() && headless) wh::Log::info("no display: running without tray icons");
+    if (headless) wh::Log::info("no display: running without tray icons");
   });
   const int status = QApplication::exec();
   fileLog->flush();

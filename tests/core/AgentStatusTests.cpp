@@ -1,53 +1,16 @@
-#include <gtest/gtest.h>
-
-#include "core/app/AgentStatus.h"
-#include "doubles/MemoryApps.h"
-#include "doubles/MemoryAudioHardware.h"
-#include "doubles/VirtualRuntime.h"
-#include "doubles/MemoryStore.h"
-#include "doubles/FakeAgentChannel.h"
-#include "doubles/FakeAppHost.h"
-#include "doubles/FakeBluetooth.h"
+#include "core/AgentWorld.h"
 
 namespace wh {
 namespace {
 
-
-class AgentStatusTest : public testing::Test {
+class AgentStatusTest : public test::AgentWorld {
  protected:
-  static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
-
   AgentStatusTest() {
-    settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
-    stack.add(buds, "Sleep Buds");
+    remember();
     stack.add("11-22-33-44-55-66", "Studio Cans");
     status.listen({[this] { ++bluetoothStarts; }, [this](bool onboarding) { opened.push_back(onboarding); },
                    [this] { host.openBluetoothSettings(); }});
   }
-
-  nlohmann::json stored(const char* key) const {
-    auto value = store.object(key);
-    return value ? value->json() : nlohmann::json();
-  }
-
-  VirtualRuntime rt;
-  MemoryStore store;
-  NotificationCenter notifications;
-  Settings settings{store, notifications, true, nullptr};
-  test::FakeBluetoothStack stack;
-  test::FakeSleepWatcher sleep;
-  test::FakeBatterySources sources;
-  test::FakeBluetoothAuthority authority;
-  test::FakeAgentChannel channel;
-  test::FakeAppHost host;
-  MemoryAudioHardware hardware;
-  MemoryProcessTable processTable;
-  MemoryDesktopEntries desktopEntries;
-  AppGrouping grouping{processTable, desktopEntries};
-  AudioProcessMonitor monitor{rt, hardware, grouping};
-  Services services{rt, settings, {stack, sleep, sources, OutputSwitcher::Audio{}, hardware, monitor}};
-  BluetoothAccess access{authority, notifications};
-  AgentStatus status{rt, settings, services, access, channel, host};
   int bluetoothStarts = 0;
   std::vector<bool> opened;
 };
@@ -57,7 +20,6 @@ TEST_F(AgentStatusTest, PublishWritesTheKeysAndSignalsOnlyWhenSomethingChanged) 
   EXPECT_EQ(channel.statusPosts, 1);
   EXPECT_EQ(stored(StatusKeys::bluetoothAccess), "undetermined");
   EXPECT_EQ(stored(StatusKeys::bluetooth), nlohmann::json::object());
-  EXPECT_EQ(stored(StatusKeys::accessibility), false);
   const auto writes = store.writes();
   status.publish();
   EXPECT_EQ(channel.statusPosts, 1);
@@ -71,6 +33,34 @@ TEST_F(AgentStatusTest, PublishWritesTheKeysAndSignalsOnlyWhenSomethingChanged) 
   EXPECT_EQ(stored(StatusKeys::bluetoothAccess), "denied");
 }
 
+TEST_F(AgentStatusTest, AccessibilityIsAskedOffTheMainThreadAndAChangeComesBackThroughTheRefresh) {
+  int refreshes = 0;
+  status.accessibility().start([&] { ++refreshes; });
+  for (int i = 0; i < 10; ++i) status.publish();
+  EXPECT_EQ(host.accessChecks, 0) << "publishing never asks the host";
+  EXPECT_TRUE(stored(StatusKeys::accessibility).is_null()) << "nothing to say before the first answer";
+  rt.drainSerialQueues();
+  EXPECT_EQ(refreshes, 1);
+  status.publish();
+  EXPECT_EQ(stored(StatusKeys::accessibility), false);
+
+  host.trusted = true;  // the user joined the input group: the slow timer notices
+  rt.advance(AccessibilityCheck::recheckInterval);
+  rt.drainSerialQueues();
+  EXPECT_EQ(refreshes, 2);
+  status.publish();
+  EXPECT_EQ(stored(StatusKeys::accessibility), true);
+  rt.advance(AccessibilityCheck::recheckInterval);
+  rt.drainSerialQueues();
+  EXPECT_EQ(refreshes, 2) << "the same answer is no change";
+
+  host.trusted = false;
+  channel.send("requestAccessibility");
+  rt.drainSerialQueues();
+  EXPECT_EQ(refreshes, 3);
+  EXPECT_EQ(host.accessChecks, 4);
+}
+
 TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {
   BatteryLevels levels;
   levels.left = 80;
@@ -81,7 +71,7 @@ TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {
   status.publish();
   EXPECT_EQ(stored(StatusKeys::battery),
             (nlohmann::json{{buds, {{"left", 80}, {"case", 40}, {"readAt", "2026-01-01T00:00:00.000Z"}}}}));
-  rt.advance(599);
+  rt.advance(AgentStatus::batteryMaxAge - 1);
   status.publish();
   EXPECT_EQ(stored(StatusKeys::battery).size(), 1u);
   rt.advance(1);
@@ -89,28 +79,12 @@ TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {
   EXPECT_EQ(stored(StatusKeys::battery), nlohmann::json::object());
 }
 
-TEST_F(AgentStatusTest, ToggleCommandsReachTheBluetoothManager) {
-  channel.send("toggle:aa-bb-cc-dd-ee-ff");
-  EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), BluetoothManager::Phase::Kind::connecting);
-  rt.drainSerialQueues();
-  EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), BluetoothManager::Phase::Kind::connected);
-
-  // The user-info form waits for Bluetooth access, starts the manager and lists the paired devices.
-  channel.send("toggle", {{"address", "11:22:33:44:55:66"}});
-  EXPECT_FALSE(services.bluetooth.phaseOf("11-22-33-44-55-66"));
-  authority.change(BluetoothAuthorization::allowedAlways);
-  EXPECT_EQ(bluetoothStarts, 1);
-  EXPECT_EQ(services.bluetooth.phaseOf("11-22-33-44-55-66")->kind(), BluetoothManager::Phase::Kind::connecting);
-  EXPECT_EQ(stored(StatusKeys::paired).size(), 2u);
-}
-
 TEST_F(AgentStatusTest, MalformedAndUnknownCommandsOnlyPublish) {
-  channel.send("toggle", {{"address", 42}});
-  channel.send("toggle");
-  channel.send("onboardingVisible", {{"value", "yes"}});
-  channel.send("no such command", {{"value", true}});
-  channel.send("", nlohmann::json::array());
-  channel.send("toggle:");
+  for (const auto& [command, userInfo] : std::vector<std::pair<std::string, nlohmann::json>>{
+           {"toggle", {{"address", 42}}}, {"toggle", {}}, {"onboardingVisible", {{"value", "yes"}}},
+           {"no such command", {{"value", true}}}, {"", nlohmann::json::array()}, {"toggle:", {}}}) {
+    channel.send(command, userInfo);
+  }
   EXPECT_TRUE(services.bluetooth.phase().empty());
   EXPECT_EQ(authority.watchStarts, 0);
   EXPECT_FALSE(store.object(StatusKeys::paired));
@@ -118,7 +92,25 @@ TEST_F(AgentStatusTest, MalformedAndUnknownCommandsOnlyPublish) {
   EXPECT_EQ(rt.pendingMainWork(), 0u) << "no onboarding watch for a value that is not a bool";
 }
 
-TEST_F(AgentStatusTest, ReloadPostsTheSettingsChangeAndOpenCommandsUseTheAction) {
+TEST_F(AgentStatusTest, CommandsReachTheManagerTheSettingsAndTheActionsAndFollowTheBluetoothPermission) {
+  authority.state = BluetoothAuthorization::denied;
+  channel.send("requestBluetooth");
+  EXPECT_EQ(host.bluetoothSettingsOpened, 1);
+  authority.state = BluetoothAuthorization::undetermined;
+  channel.send("requestBluetooth");
+  EXPECT_EQ(authority.watchStarts, 1) << "asks for access";
+  channel.send("toggle:aa-bb-cc-dd-ee-ff");
+  rt.drainSerialQueues();
+  EXPECT_EQ(services.bluetooth.phaseOf(buds)->kind(), BluetoothManager::Phase::Kind::connected);
+  // The user-info form waits for Bluetooth access, starts the manager and lists the paired devices.
+  channel.send("toggle", {{"address", "11:22:33:44:55:66"}});
+  EXPECT_FALSE(services.bluetooth.phaseOf("11-22-33-44-55-66"));
+  authority.change(BluetoothAuthorization::allowedAlways);
+  EXPECT_EQ(bluetoothStarts, 1);
+  EXPECT_EQ(services.bluetooth.phaseOf("11-22-33-44-55-66")->kind(), BluetoothManager::Phase::Kind::connecting);
+  EXPECT_EQ(stored(StatusKeys::paired), (nlohmann::json{{{"address", "11-22-33-44-55-66"}, {"name", "Studio Cans"}},
+                                                        {{"address", buds}, {"name", "Sleep Buds"}}}));
+
   std::vector<std::string> changes;
   auto watch = notifications.observe(Settings::changedName, [&](const std::string& key) { changes.push_back(key); });
   channel.send("reload");
@@ -126,22 +118,6 @@ TEST_F(AgentStatusTest, ReloadPostsTheSettingsChangeAndOpenCommandsUseTheAction)
   channel.send("openSettings");
   channel.send("openGuide");
   EXPECT_EQ(opened, (std::vector<bool>{false, true}));
-}
-
-TEST_F(AgentStatusTest, RequestBluetoothFollowsThePermission) {
-  authority.state = BluetoothAuthorization::denied;
-  channel.send("requestBluetooth");
-  EXPECT_EQ(host.bluetoothSettingsOpened, 1);
-  EXPECT_FALSE(store.object(StatusKeys::paired));
-
-  authority.state = BluetoothAuthorization::undetermined;
-  channel.send("requestBluetooth");
-  EXPECT_EQ(authority.watchStarts, 1) << "asks for access";
-  EXPECT_FALSE(store.object(StatusKeys::paired));
-  authority.change(BluetoothAuthorization::allowedAlways);
-  EXPECT_EQ(stored(StatusKeys::paired),
-            (nlohmann::json{{{"address", "11-22-33-44-55-66"}, {"name", "Studio Cans"}},
-                            {{"address", buds}, {"name", "Sleep Buds"}}}));
 }
 
 TEST_F(AgentStatusTest, OnboardingWatchListsPairedDevicesEveryThreeSecondsWhileTheSettingsProgramRuns) {
@@ -165,60 +141,25 @@ TEST_F(AgentStatusTest, OnboardingWatchListsPairedDevicesEveryThreeSecondsWhileT
   EXPECT_EQ(rt.pendingMainWork(), 0u);
 }
 
-}  // namespace
-}  // namespace wh
-
-namespace wh {
-namespace {
-
-class AgentStatusPinnerTest : public AgentStatusTest {
- protected:
-  AgentStatusPinnerTest() {
-    const auto microphone = [](AudioObjectID id, const char* uid, const char* name, std::uint32_t transport) {
-      MemoryAudioHardware::Device device;
-      device.id = id;
-      device.uid = uid;
-      device.name = name;
-      device.transport = transport;
-      device.inputStreams = 1;
-      return device;
-    };
-    hardware.deviceList = {
-        microphone(3, "alsa_input.pci-0000_00_1f.3.analog-stereo", "Built-in Microphone", Transport::builtIn),
-        microphone(4, "bluez_input.AA_BB_CC_DD_EE_FF.0", "WH-1000XM4", Transport::bluetooth)};
-    hardware.defaults[AudioProperty::defaultInputDevice] = 4;
-  }
-  AudioObjectID defaultInput() { return *hardware.defaults[AudioProperty::defaultInputDevice]; }
-};
-
-TEST_F(AgentStatusPinnerTest, PinnerCommandsSetTheOverrideAndEvaluateWithoutAPublishOfTheirOwn) {
+TEST_F(AgentStatusTest, PinnerCommandsSetTheOverrideEndAFightAndEvaluateWithoutAPublishOfTheirOwn) {
+  hardware.deviceList = {
+      {3, "alsa_input.pci-0000_00_1f.3.analog-stereo", "Built-in Microphone", Transport::builtIn, 1, 0, 48000.0},
+      {4, "bluez_input.AA_BB_CC_DD_EE_FF.0", "WH-1000XM4", Transport::bluetooth, 1, 0, 16000.0}};
+  auto& input = hardware.defaults[AudioProperty::defaultInputDevice];
+  input = 4;
   channel.send("allowHeadphoneMic");
   EXPECT_EQ(services.pinner.status(), InputPinner::Status::releasedManually());
-  EXPECT_EQ(defaultInput(), 4u) << "the headphone microphone stays";
+  EXPECT_EQ(*input, 4u) << "the headphone microphone stays";
   EXPECT_EQ(channel.statusPosts, 0) << "the pinner reports its own change";
-
   channel.send("backToMusicQuality");
-  EXPECT_EQ(services.pinner.override(), InputPinner::Override::none);
-  EXPECT_EQ(defaultInput(), 3u) << "back on the built-in microphone";
-  EXPECT_EQ(services.pinner.status(), InputPinner::Status::pinned("Built-in Microphone"));
-
+  EXPECT_EQ(*input, 3u) << "back on the built-in microphone";
   status.publish();
   EXPECT_EQ(stored(StatusKeys::pinStatus), "pinned:Built-in Microphone");
   EXPECT_EQ(stored(StatusKeys::inCall), false);
-}
 
-TEST_F(AgentStatusPinnerTest, TryAgainEndsAFight) {
-  // Another program keeps moving the input back to the headphones.
-  for (int i = 0; i < 10 && !services.pinner.isFighting(); ++i) {
-    hardware.defaults[AudioProperty::defaultInputDevice] = 4;
-    services.pinner.evaluate();
-    rt.advance(0.5);
-  }
-  ASSERT_TRUE(services.pinner.isFighting());
-  hardware.defaults[AudioProperty::defaultInputDevice] = 4;
+  input = 4;  // moved away again: asking to try again evaluates at once
   channel.send("tryAgain");
-  EXPECT_FALSE(services.pinner.isFighting());
-  EXPECT_EQ(defaultInput(), 3u);
+  EXPECT_EQ(*input, 3u);
 }
 
 }  // namespace

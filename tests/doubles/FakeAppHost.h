@@ -1,6 +1,6 @@
 #pragma once
-// The application delegate's host, as a test sets it up: environment variables, whether another
-// instance runs, input access; and what the delegate asked of it.
+// The application delegate's host, as a test sets it up (environment variables, another instance,
+// input access), counting what the delegate asked of it.
 
 #include <functional>
 #include <set>
@@ -18,17 +18,14 @@ class FakeAppHost : public AppHost {
     reopen = std::move(handler);
     return !otherInstance;
   }
-  void terminate() override { ++terminations; }
   std::string systemVersion() const override { return "Debian GNU/Linux 12 (bookworm)"; }
-  bool accessibilityTrusted() const override { return trusted; }
+  bool accessibilityTrusted() const override { return ++accessChecks, trusted; }
   void openBluetoothSettings() override { ++bluetoothSettingsOpened; }
 
   std::set<std::string> variables;
-  bool otherInstance = false;
-  bool trusted = false;
-  int claims = 0;
-  int terminations = 0;
-  int bluetoothSettingsOpened = 0;
+  bool otherInstance = false, trusted = false;
+  int claims = 0, bluetoothSettingsOpened = 0;
+  mutable int accessChecks = 0;
   std::function<void()> reopen;  // what a later instance's reopen calls
 };
 

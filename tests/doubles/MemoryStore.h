@@ -1,15 +1,9 @@
 #pragma once
-// A settings store held in memory, for tests and for programs that keep nothing on disk.
-// Safe to use from any thread. It counts the calls that write, so a test can tell that nothing
-// was written.
+// A settings store held in memory, for tests and for programs that keep nothing on disk. Safe to
+// use from any thread. It counts the calls that write, so a test can tell that nothing was written.
 
-#include <cstddef>
 #include <map>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "core/settings/StoreValue.h"
 
@@ -20,22 +14,17 @@ class MemoryStore final : public SettingsStore {
   std::optional<StoreValue> object(const std::string& key) const override {
     std::lock_guard lock(mutex_);
     const auto found = values_.find(key);
-    if (found == values_.end()) return std::nullopt;
-    return found->second;
+    return found == values_.end() ? std::nullopt : std::optional(found->second);
   }
-
-  void set(const std::string& key, std::optional<StoreValue> value) override {
-    std::lock_guard lock(mutex_);
-    ++writes_;
-    apply(key, std::move(value));
-  }
-
+  void set(const std::string& key, std::optional<StoreValue> value) override { setMany({{key, std::move(value)}}); }
   void setMany(std::vector<std::pair<std::string, std::optional<StoreValue>>> changes) override {
     std::lock_guard lock(mutex_);
     ++writes_;
-    for (auto& [key, value] : changes) apply(key, std::move(value));
+    for (auto& [key, value] : changes) {
+      if (value) values_.insert_or_assign(key, std::move(*value));
+      if (!value) values_.erase(key);
+    }
   }
-
   // How many times set or setMany was called.
   std::size_t writes() const {
     std::lock_guard lock(mutex_);
@@ -43,14 +32,6 @@ class MemoryStore final : public SettingsStore {
   }
 
  private:
-  void apply(const std::string& key, std::optional<StoreValue> value) {
-    if (value) {
-      values_.insert_or_assign(key, std::move(*value));
-    } else {
-      values_.erase(key);
-    }
-  }
-
   mutable std::mutex mutex_;
   std::map<std::string, StoreValue> values_;
   std::size_t writes_ = 0;

@@ -1,6 +1,7 @@
 #include "doubles/VirtualRuntime.h"
 
 #include <algorithm>
+#include <deque>
 
 namespace wh {
 
@@ -8,66 +9,58 @@ class VirtualRuntime::Queue final : public SerialQueue {
  public:
   explicit Queue(std::string label) : label_(std::move(label)) {}
   const std::string& label() const override { return label_; }
-  void async(Work task) override { tasks_.push_back(std::move(task)); }
+  void async(Work task) override { tasks.push_back(std::move(task)); }
   void sync(Work task) override {
     runAll();
     task();
   }
   std::size_t runAll() {
     std::size_t count = 0;
-    while (!tasks_.empty()) {
-      Work task = std::move(tasks_.front());
-      tasks_.pop_front();
+    for (; !tasks.empty(); ++count) {
+      Work task = std::move(tasks.front());
+      tasks.pop_front();
       task();
-      ++count;
     }
     return count;
   }
-  std::size_t pending() const { return tasks_.size(); }
+  std::deque<Work> tasks;
 
  private:
   std::string label_;
-  std::deque<Work> tasks_;
 };
 
-class VirtualRuntime::Timer final : public RepeatingTimer {
+namespace {
+
+// Reschedules itself before each tick, so that a tick which invalidates the timer stops it for good.
+class Timer final : public RepeatingTimer {
  public:
-  Timer(VirtualRuntime& runtime, double interval, Work tick)
-      : runtime_(runtime), interval_(interval), tick_(std::make_shared<Work>(std::move(tick))) {
-    schedule(runtime_.now_ + interval_);
+  using Schedule = std::function<std::shared_ptr<WorkItem>(double, Work)>;
+  Timer(Schedule schedule, double interval, Work tick)
+      : schedule_(std::move(schedule)), interval_(interval), tick_(std::make_shared<Work>(std::move(tick))) {
+    arm();
   }
-  ~Timer() override { invalidate(); }
-  void invalidate() override {
-    valid_ = false;
-    next_.cancel();
-  }
-  bool isValid() const override { return valid_; }
+  void invalidate() override { next_.cancel(); }
+  bool isValid() const override { return next_.isPending(); }
 
  private:
-  void schedule(double at) {
-    next_ = runtime_.schedule(at, [this, at] {
-      // Reschedule first so that a tick which invalidates the timer stops it for good.
-      schedule(at + interval_);
-      auto tick = tick_;
+  void arm() {
+    next_ = schedule_(interval_, [this, tick = tick_] {
+      arm();
       (*tick)();
     });
   }
-
-  VirtualRuntime& runtime_;
+  Schedule schedule_;
   double interval_;
   std::shared_ptr<Work> tick_;
   HeldWork next_;
-  bool valid_ = true;
 };
 
-VirtualRuntime::VirtualRuntime() = default;
-VirtualRuntime::~VirtualRuntime() = default;
+}  // namespace
 
 std::chrono::system_clock::time_point VirtualRuntime::wallNow() const {
   // A fixed origin keeps time stamps reproducible: 2026-01-01T00:00:00Z plus the virtual time.
   using namespace std::chrono;
-  return system_clock::time_point(seconds(1767225600)) +
-         duration_cast<system_clock::duration>(duration<double>(now_));
+  return system_clock::time_point(seconds(1767225600)) + duration_cast<system_clock::duration>(duration<double>(now_));
 }
 
 std::shared_ptr<SerialQueue> VirtualRuntime::makeSerialQueue(std::string label, QueuePriority) {
@@ -76,36 +69,41 @@ std::shared_ptr<SerialQueue> VirtualRuntime::makeSerialQueue(std::string label, 
   return queue;
 }
 
-SerialQueue* VirtualRuntime::serialQueue(const std::string& label) const {
+std::vector<std::shared_ptr<VirtualRuntime::Queue>> VirtualRuntime::liveQueues() const {
+  std::vector<std::shared_ptr<Queue>> live;
   for (const auto& weak : queues_) {
-    if (auto queue = weak.lock(); queue && queue->label() == label) return queue.get();
+    if (auto queue = weak.lock()) live.push_back(queue);
+  }
+  return live;
+}
+
+SerialQueue* VirtualRuntime::serialQueue(const std::string& label) const {
+  for (const auto& queue : liveQueues()) {
+    if (queue->label() == label) return queue.get();
   }
   return nullptr;
 }
-
-void VirtualRuntime::post(Work work) { schedule(now_, std::move(work)); }
 
 std::shared_ptr<WorkItem> VirtualRuntime::after(double seconds, Work work) {
   return schedule(now_ + std::max(0.0, seconds), std::move(work));
 }
 
 std::unique_ptr<RepeatingTimer> VirtualRuntime::every(double interval, double, Work tick) {
-  return std::make_unique<Timer>(*this, std::max(interval, 1e-6), std::move(tick));
+  return std::make_unique<Timer>([this](double delay, Work work) { return after(delay, std::move(work)); },
+                                 std::max(interval, 1e-6), std::move(tick));
 }
 
 std::shared_ptr<WorkItem> VirtualRuntime::schedule(double at, Work work) {
   auto item = std::make_shared<WorkItem>(std::move(work));
-  scheduled_.emplace(std::make_pair(at, sequence_++), Entry{item});
+  scheduled_.emplace(std::make_pair(at, sequence_++), item);
   return item;
 }
 
 bool VirtualRuntime::runOneDueAt(double limit) {
-  while (!scheduled_.empty()) {
-    auto first = scheduled_.begin();
-    if (first->first.first > limit) return false;
-    now_ = std::max(now_, first->first.first);
-    auto item = std::move(first->second.item);
-    scheduled_.erase(first);
+  while (!scheduled_.empty() && scheduled_.begin()->first.first <= limit) {
+    now_ = std::max(now_, scheduled_.begin()->first.first);
+    auto item = std::move(scheduled_.begin()->second);
+    scheduled_.erase(scheduled_.begin());
     if (item->isCancelled()) continue;
     item->perform();
     return true;
@@ -127,17 +125,12 @@ void VirtualRuntime::advance(double seconds) {
 }
 
 std::size_t VirtualRuntime::drainSerialQueues() {
-  std::size_t total = 0;
-  for (;;) {
-    std::size_t round = 0;
-    // Copy: a task may create a new queue.
-    auto queues = queues_;
-    for (const auto& weak : queues) {
-      if (auto queue = weak.lock()) round += queue->runAll();
-    }
+  std::size_t total = 0, round = 1;
+  while (round > 0) {
+    round = 0;
+    for (const auto& queue : liveQueues()) round += queue->runAll();  // a task may make a new queue
     round += runReady();
     total += round;
-    if (round == 0) break;
   }
   std::erase_if(queues_, [](const auto& weak) { return weak.expired(); });
   return total;
@@ -145,21 +138,18 @@ std::size_t VirtualRuntime::drainSerialQueues() {
 
 std::size_t VirtualRuntime::pendingSerialTasks() const {
   std::size_t count = 0;
-  for (const auto& weak : queues_) {
-    if (auto queue = weak.lock()) count += queue->pending();
-  }
+  for (const auto& queue : liveQueues()) count += queue->tasks.size();
   return count;
 }
 
 std::size_t VirtualRuntime::pendingMainWork() const {
-  return static_cast<std::size_t>(std::count_if(scheduled_.begin(), scheduled_.end(), [](const auto& entry) {
-    return !entry.second.item->isCancelled();
-  }));
+  return static_cast<std::size_t>(
+      std::count_if(scheduled_.begin(), scheduled_.end(), [](const auto& entry) { return !entry.second->isCancelled(); }));
 }
 
 double VirtualRuntime::nextDueIn() const {
-  for (const auto& [key, entry] : scheduled_) {
-    if (!entry.item->isCancelled()) return std::max(0.0, key.first - now_);
+  for (const auto& [key, item] : scheduled_) {
+    if (!item->isCancelled()) return std::max(0.0, key.first - now_);
   }
   return -1;
 }

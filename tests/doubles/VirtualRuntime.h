@@ -5,7 +5,6 @@
 // chooses, so that every timing rule can be checked in microseconds of real time.
 
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,20 +16,16 @@ namespace wh {
 
 class VirtualRuntime final : public Runtime, private MainQueue, private Clock {
  public:
-  VirtualRuntime();
-  ~VirtualRuntime() override;
-
   MainQueue& main() override { return *this; }
   const Clock& clock() const override { return *this; }
   std::shared_ptr<SerialQueue> makeSerialQueue(std::string label, QueuePriority priority) override;
 
-  // Runs all main-queue work due now, including work that it posts for now.
-  // Returns how many pieces of work ran.
+  // Runs all main-queue work due now, including work that it posts for now; answers how many ran.
   std::size_t runReady();
   // Moves the clock forward, running due work at the moment it falls due.
   void advance(double seconds);
   // Runs every task queued on the serial queues (in queue creation order, each queue in order),
-  // then the main-queue work they posted. Repeats until both are quiet. Returns tasks run.
+  // then the main-queue work they posted, until both are quiet. Answers how many tasks ran.
   std::size_t drainSerialQueues();
   // Serial tasks waiting to run, on all queues.
   std::size_t pendingSerialTasks() const;
@@ -38,7 +33,7 @@ class VirtualRuntime final : public Runtime, private MainQueue, private Clock {
   std::size_t pendingMainWork() const;
   // The delay until the next scheduled main-queue work, or a negative number when there is none.
   double nextDueIn() const;
-  // Looks up a serial queue by label (the first one made with it), or null.
+  // The first serial queue made with `label`, or null.
   SerialQueue* serialQueue(const std::string& label) const;
 
   double now() const override { return now_; }
@@ -46,21 +41,17 @@ class VirtualRuntime final : public Runtime, private MainQueue, private Clock {
 
  private:
   class Queue;
-  class Timer;
-  struct Entry {
-    std::shared_ptr<WorkItem> item;
-  };
-
-  void post(Work work) override;
+  void post(Work work) override { schedule(now_, std::move(work)); }
   std::shared_ptr<WorkItem> after(double seconds, Work work) override;
   std::unique_ptr<RepeatingTimer> every(double interval, double tolerance, Work tick) override;
   std::shared_ptr<WorkItem> schedule(double at, Work work);
   bool runOneDueAt(double limit);
+  std::vector<std::shared_ptr<Queue>> liveQueues() const;
 
   double now_ = 0;
   std::uint64_t sequence_ = 0;
   // Keyed by (due time, sequence), so equal times keep their scheduling order.
-  std::map<std::pair<double, std::uint64_t>, Entry> scheduled_;
+  std::map<std::pair<double, std::uint64_t>, std::shared_ptr<WorkItem>> scheduled_;
   std::vector<std::weak_ptr<Queue>> queues_;
 };
 

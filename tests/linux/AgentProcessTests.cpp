@@ -4,14 +4,12 @@
 
 #include <signal.h>
 
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "platform/linux/app/SystemInfo.h"
 #include "support/AgentHome.h"
-#include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
+#include "support/StandInSocket.h"
 
 namespace wh {
 namespace {
@@ -19,72 +17,72 @@ namespace {
 using namespace std::chrono_literals;
 using test::ChildProcess;
 
-using test::readFile;
-
 class AgentProcessTest : public testing::Test {
  protected:
-  test::AgentHome home;
-
-  // A desktop-less environment in the temporary home, on that session bus (or none).
-  ChildProcess::Environment environment(const std::string& busAddress) const {
-    return home.environment(
-        {{"DBUS_SESSION_BUS_ADDRESS", busAddress.empty() ? std::nullopt : std::optional(busAddress)}});
+  // A desktop-less environment in the temporary home, on that session bus (or none); `recorded`
+  // puts the sound server and the system bus behind sockets that record whoever connects.
+  ChildProcess::Environment environment(const std::string& busAddress, bool recorded) const {
+    const auto when = [recorded](std::string value) { return recorded ? std::optional(value) : std::nullopt; };
+    return home.environment({{"DBUS_SESSION_BUS_ADDRESS", busAddress.empty() ? std::nullopt : std::optional(busAddress)},
+                             {"PULSE_SERVER", when("unix:" + (home.path() / "pulse").string())},
+                             {"DBUS_SYSTEM_BUS_ADDRESS", when("unix:path=" + (home.path() / "system").string())}});
   }
-  std::filesystem::path logFile() const { return home.logFile(); }
-  std::filesystem::path settingsFile() const { return home.settingsFile(); }
+  // Nothing connected to the sound server or the system bus.
+  void expectNoConnections() const {
+    ASSERT_EQ(soundServer.whyNot() + systemBus.whyNot(), "");
+    EXPECT_FALSE(soundServer.connected()) << "the sound server was reached";
+    EXPECT_FALSE(systemBus.connected()) << "the system bus was reached";
+  }
+
+  test::AgentHome home;
+  test::StandInSocket soundServer{home.path() / "pulse", test::StandInSocket::Kind::stream};
+  test::StandInSocket systemBus{home.path() / "system", test::StandInSocket::Kind::stream};
 };
 
 TEST_F(AgentProcessTest, DiagnosePrintsTheReportAndExitsWithoutDisplayBusOrLog) {
-  auto result = test::runCommand({WRENHAVEN_AGENT_PATH, "--diagnose"}, environment(""), 30s);
+  auto result = test::runCommand({WRENHAVEN_AGENT_PATH, "--diagnose"}, environment("", false), 30s);
   ASSERT_EQ(result.status, 0);
   EXPECT_EQ(result.output.rfind("Wrenhaven 0.1.0 (", 0), 0u) << result.output;
   EXPECT_NE(result.output.find(") on " + platform::systemVersion() + "\n"), std::string::npos) << result.output;
-  EXPECT_EQ(result.output.back(), '\n');
   EXPECT_FALSE(std::filesystem::exists(home.path() / "state")) << "nothing else starts, not even the log";
 }
 
-TEST_F(AgentProcessTest, RunsHeadlessLogsItsStartLineAndASecondInstanceReopensTheFirstAndQuits) {
+TEST_F(AgentProcessTest, RunsHeadlessAndASecondInstanceReopensTheFirstAndQuitsBeforeBuildingAnything) {
   test::DBusDaemon bus;
   if (!bus.available()) GTEST_SKIP() << bus.whyNot();
-  std::filesystem::create_directories(settingsFile().parent_path());
-  std::ofstream(settingsFile()) << R"({"hideMenuIcon": true})";
-
-  ChildProcess first({WRENHAVEN_AGENT_PATH}, environment(bus.address()));
-  ASSERT_TRUE(test::eventually([&] { return readFile(logFile()).find("started on") != std::string::npos; }, 30s))
-      << "log: " << readFile(logFile());
-  const std::string log = readFile(logFile());
-  EXPECT_NE(log.find(" INFO Wrenhaven 0.1.0 ("), std::string::npos) << log;
-  EXPECT_NE(log.find(") started on " + platform::systemVersion() + ", accessibility "), std::string::npos) << log;
-  EXPECT_NE(log.find(", 0 saved devices\n"), std::string::npos) << log;
-  EXPECT_NE(log.find("no display: running without tray icons"), std::string::npos) << log;
+  home.writeSettings({{"hideMenuIcon", true}});
+  std::string failure;
+  auto first = home.launch(environment(bus.address(), false), failure);
+  ASSERT_TRUE(first) << failure;
+  EXPECT_NE(home.log().find(") started on " + platform::systemVersion() + ", accessibility "), std::string::npos);
+  EXPECT_NE(home.log().find("no display: running without tray icons"), std::string::npos) << home.log();
   EXPECT_TRUE(bus.hasOwner("com.quintelbarrows.wrenhaven"));
+  EXPECT_EQ(home.status("hideMenuIcon"), true);
 
-  ChildProcess second({WRENHAVEN_AGENT_PATH}, environment(bus.address()));
+  ChildProcess second({WRENHAVEN_AGENT_PATH}, environment(bus.address(), true));
   EXPECT_EQ(second.waitFor(30s), 0) << "the second instance quits quietly";
-  EXPECT_TRUE(first.running()) << "the first keeps running";
-  // The first handled the reopen: the hidden menu icon is shown again.
-  EXPECT_TRUE(test::eventually([&] { return readFile(settingsFile()).find("false") != std::string::npos; }, 10s))
-      << readFile(settingsFile());
-  std::size_t starts = 0;
-  for (std::size_t at = 0; (at = readFile(logFile()).find("started on", at)) != std::string::npos; ++at) ++starts;
-  EXPECT_EQ(starts, 1u);
+  expectNoConnections();
+  EXPECT_TRUE(first->running()) << "the first keeps running";
+  EXPECT_TRUE(test::eventually([&] { return home.status("hideMenuIcon") == false; }, 10s))
+      << "the first handled the reopen by showing its icon again: " << test::readFile(home.settingsFile());
+  EXPECT_EQ(home.log().find("started on"), home.log().rfind("started on")) << "one start line";
 
-  first.terminate(SIGTERM);
-  EXPECT_TRUE(first.waitFor(30s).has_value());
+  first->terminate(SIGTERM);
+  EXPECT_TRUE(first->waitFor(30s).has_value());
 }
 
 TEST_F(AgentProcessTest, UnderATestRunnerTheAgentStartsNothing) {
   test::DBusDaemon bus;
   if (!bus.available()) GTEST_SKIP() << bus.whyNot();
-  auto env = environment(bus.address());
+  auto env = environment(bus.address(), true);
   env["XCTestConfigurationFilePath"] = "/dev/null";
   ChildProcess agent({WRENHAVEN_AGENT_PATH}, env);
-  // Give it time to get through launching; it must neither log a start nor take the bus name.
+  // Give it time to get through launching; it must neither log, nor connect, nor take the bus name.
   std::this_thread::sleep_for(1500ms);
   EXPECT_TRUE(agent.running());
+  expectNoConnections();
   EXPECT_FALSE(bus.hasOwner("com.quintelbarrows.wrenhaven"));
-  EXPECT_EQ(readFile(home.path() / "state" / "Wrenhaven Tests" / "Wrenhaven Tests.log").find("started on"),
-            std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(home.path() / "state")) << "not even the log";
 }
 
 }  // namespace

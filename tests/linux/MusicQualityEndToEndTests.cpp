@@ -1,9 +1,7 @@
-// The real agent keeping the headphones in music quality on a private PulseAudio daemon: the
-// default input goes back to the computer's own microphone, lets go during calls, and stops
-// when another program keeps fighting it.
+// The real agent keeping the headphones in music quality on private PulseAudio and PipeWire
+// servers: the default input goes back to the computer's own microphone, lets go during calls,
+// and stops when another program keeps fighting it.
 #include <gtest/gtest.h>
-
-#include <signal.h>
 
 #include <thread>
 
@@ -18,19 +16,18 @@ namespace wh {
 namespace {
 
 using namespace std::chrono_literals;
-using test::ChildProcess;
 using test::PulseRig;
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-class MusicQualityEndToEndTest : public testing::Test {
+class MusicQualityEndToEndTest : public testing::TestWithParam<test::SoundServer> {
  protected:
-  void start(const nlohmann::json& settings = nlohmann::json::object()) {
+  void SetUp() override {
     if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
     if (!bus.available()) GTEST_SKIP() << bus.whyNot();
-    home.writeSettings(settings);
+    home.writeSettings(nlohmann::json::object());
     auto environment = home.environment(pulse.clientEnvironment());
     environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
     environment["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=/nonexistent";
@@ -42,40 +39,35 @@ class MusicQualityEndToEndTest : public testing::Test {
 
   std::string log() const { return home.log(); }
   nlohmann::json status(const std::string& key) const { return home.status(key); }
-  std::string pinStatus() const {
-    auto value = status("agent.pinStatus");
-    return value.is_string() ? value.get<std::string>() : std::string();
-  }
+  std::string pinStatus() const { return status("agent.pinStatus").is_string() ? status("agent.pinStatus") : ""; }
   std::string defaultSource() const { return pulse.pactlLine({"get-default-source"}); }
-  void selectHeadphoneMic() const { pulse.pactl({"set-default-source", PulseRig::headphonesInput}); }
+  void select(const std::string& source) const { pulse.pactl({"set-default-source", pulse.nodeName(source)}); }
 
   test::AgentHome home;
-  PulseRig pulse;
+  PulseRig pulse{GetParam()};
   test::DBusDaemon bus;
-  std::unique_ptr<ChildProcess> agent;
+  std::unique_ptr<test::ChildProcess> agent;
 };
 
-TEST_F(MusicQualityEndToEndTest, AHeadphoneMicrophoneMadeDefaultIsMovedBackToTheComputersOwn) {
-  start();
+TEST_P(MusicQualityEndToEndTest, AHeadphoneMicrophoneOrItsLoopbackMadeDefaultIsMovedBackToTheComputersOwn) {
   EXPECT_EQ(defaultSource(), PulseRig::laptopMicrophone);
   const auto selected = std::chrono::steady_clock::now();
-  selectHeadphoneMic();
+  select(PulseRig::headphonesInput);
   ASSERT_TRUE(test::eventually([&] { return defaultSource() == PulseRig::laptopMicrophone; }, 10s)) << log();
   RecordProperty("pin_back_ms", static_cast<int>(secondsSince(selected) * 1000));
-  EXPECT_TRUE(test::eventually([&] { return pinStatus() == "pinned:Built-in Audio Microphone"; }, 10s))
-      << pinStatus();
-  EXPECT_NE(log().find("pinned input to Built-in Audio Microphone (was WH-1000XM4 Microphone)"), std::string::npos)
-      << log();
-  EXPECT_EQ(status("agent.inCall"), false);
+  EXPECT_TRUE(test::eventually([&] { return pinStatus() == "pinned:Built-in Audio Microphone"; }, 10s)) << pinStatus();
+  // WirePlumber 0.5's loopback source says it is Bluetooth by its name and bluez5.loopback only.
+  select(PulseRig::headphonesLoopback);
+  ASSERT_TRUE(test::eventually([&] { return log().find("(was WH-1000XM4)") != std::string::npos; }, 10s)) << log();
+  EXPECT_TRUE(test::eventually([&] { return defaultSource() == PulseRig::laptopMicrophone; }, 10s));
 }
 
-TEST_F(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerStopAndSayItIsFighting) {
-  start();
+TEST_P(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerStopAndSayItIsFighting) {
   // Switch back as soon as the agent has corrected, as a stubborn program would.
   int switches = 0;
   for (auto begin = std::chrono::steady_clock::now(); secondsSince(begin) < 15 && pinStatus() != "fighting";) {
     if (defaultSource() != PulseRig::headphonesInput) {
-      selectHeadphoneMic();
+      select(PulseRig::headphonesInput);
       ++switches;
     }
     std::this_thread::sleep_for(20ms);
@@ -84,18 +76,12 @@ TEST_F(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerSto
   EXPECT_EQ(switches, 6) << "five corrections are made; the sixth within ten seconds is not";
   std::this_thread::sleep_for(1s);
   EXPECT_EQ(defaultSource(), PulseRig::headphonesInput) << "the agent no longer corrects";
-  const std::string text = log();
-  const std::string paused = "another app keeps switching the input; pinning paused";
-  ASSERT_NE(text.find(paused), std::string::npos) << text;
-  EXPECT_EQ(text.find(paused), text.rfind(paused)) << "logged once";
 }
 
-TEST_F(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsThreeSecondsAfterTheCall) {
-  start();
+TEST_P(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsThreeSecondsAfterTheCall) {
   auto call = pulse.record("application.id=us.zoom.xos application.name=Zoom");
   ASSERT_TRUE(test::eventually([&] { return pinStatus() == "releasedForCall"; }, 10s)) << pinStatus() << log();
-  EXPECT_EQ(status("agent.inCall"), true);
-  selectHeadphoneMic();
+  select(PulseRig::headphonesInput);
   std::this_thread::sleep_for(1s);
   EXPECT_EQ(defaultSource(), PulseRig::headphonesInput) << "released during the call";
 
@@ -105,17 +91,9 @@ TEST_F(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsT
   const double after = secondsSince(ended);
   EXPECT_GE(after, 2.9) << "not before the three seconds";
   EXPECT_LT(after, 6.0);
-  EXPECT_TRUE(test::eventually([&] { return status("agent.inCall") == false; }, 5s));
 }
 
-TEST_F(MusicQualityEndToEndTest, WithPinningOffNothingIsTouched) {
-  start({{"pinInput", false}});
-  EXPECT_EQ(pinStatus(), "off");
-  selectHeadphoneMic();
-  std::this_thread::sleep_for(1500ms);
-  EXPECT_EQ(defaultSource(), PulseRig::headphonesInput);
-  EXPECT_EQ(log().find("pinned input"), std::string::npos) << log();
-}
+INSTANTIATE_TEST_SUITE_P(Servers, MusicQualityEndToEndTest, test::bothSoundServers(), test::soundServerTestName);
 
 }  // namespace
 }  // namespace wh

@@ -16,199 +16,130 @@ class Mirror final : public PulseMirror {
   bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
 };
 
-PulseDeviceInfo device(std::uint32_t index, bool sink, std::string name, std::map<std::string, std::string> properties,
+PulseDeviceInfo device(std::uint32_t index, bool sink, const std::string& name, PulseProperties properties = {},
                        std::uint32_t rate = 48000) {
-  PulseDeviceInfo info;
-  info.index = index;
-  info.isSink = sink;
-  info.name = name;
-  info.description = "About " + name;
-  info.rate = rate;
-  info.properties = std::move(properties);
-  return info;
+  return {index, sink, name, "About " + name, rate, false, false, false, std::move(properties), std::nullopt};
 }
 
-TEST(PulseTransport, FollowsBusApiFormFactorAndFlags) {
-  struct Case {
-    std::map<std::string, std::string> properties;
-    bool hardware;
-    bool network;
-    std::uint32_t expected;
-  };
+// Property sets as the servers really report them.
+TEST(PulseTransport, ClassifiesTheNodesEachServerReallyReports) {
+  struct Case { const char* what; std::string name; PulseProperties properties; bool hardware; std::uint32_t expected; };
+  const std::uint32_t blue = Transport::bluetooth, grup = Transport::aggregate, bltn = Transport::builtIn;
   const std::vector<Case> cases = {
-      {{{"device.bus", "bluetooth"}}, true, false, fourCharCode("blue")},
-      {{{"device.api", "bluez5"}}, false, false, fourCharCode("blue")},
-      {{{"device.api", "bluez5"}, {"api.bluez5.profile", "bap-sink"}}, true, false, fourCharCode("blea")},
-      {{{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}}, true, false, fourCharCode("blue")},
-      {{{"device.bus", "pci"}}, true, false, fourCharCode("bltn")},
-      {{{"device.bus", "platform"}}, true, false, fourCharCode("bltn")},
-      {{{"device.form_factor", "internal"}, {"device.bus", "usb"}}, true, false, fourCharCode("bltn")},
-      {{{"device.bus", "usb"}}, true, false, fourCharCode("usb ")},
-      {{{"device.bus", "firewire"}}, true, false, fourCharCode("1394")},
-      {{}, false, true, fourCharCode("ntwk")},
-      {{}, false, false, fourCharCode("grup")},
-      {{{"device.bus", "isa"}}, true, false, fourCharCode("unkn")},
+      {"PipeWire 0.3 + WirePlumber 0.4, A2DP", "bluez_output.AA_BB_CC_DD_EE_FF.1",
+       {{"api.bluez5.address", "AA:BB:CC:DD:EE:FF"}, {"api.bluez5.codec", "aac"}, {"api.bluez5.profile", "a2dp-sink"},
+        {"device.id", "45"}, {"factory.name", "api.bluez5.a2dp.sink"}}, true, blue},
+      {"WirePlumber 0.4, headset microphone", "bluez_input.AA_BB_CC_DD_EE_FF.0",
+       {{"api.bluez5.profile", "headset-head-unit"}, {"api.bluez5.codec", "msbc"}, {"device.id", "45"}}, true, blue},
+      {"WirePlumber 0.5 loopback source", "bluez_input.AA:BB:CC:DD:EE:FF",
+       {{"bluez5.loopback", "true"}, {"device.id", "45"}, {"priority.session", "2010"}}, false, blue},
+      {"WirePlumber 0.5 loopback renamed by a rule", "headset-mic", {{"bluez5.loopback", "true"}, {"device.id", "45"}},
+       false, blue},
+      {"a BlueZ node renamed by a rule", "my-headphones",
+       {{"api.bluez5.address", "AA:BB:CC:DD:EE:FF"}, {"api.bluez5.profile", "a2dp-sink"}}, true, blue},
+      {"WirePlumber 0.5, LE audio", "bluez_output.AA_BB_CC_DD_EE_FF.1",
+       {{"api.bluez5.profile", "bap-sink"}, {"api.bluez5.codec", "lc3"}, {"device.api", "bluez5"}}, true,
+       Transport::bluetoothLE},
+      {"PulseAudio, A2DP", "bluez_sink.11_22_33_44_55_66.a2dp_sink",
+       {{"bluetooth.protocol", "a2dp_sink"}, {"device.bus", "bluetooth"}, {"device.form_factor", "headphone"}}, true, blue},
+      {"PulseAudio, headset", "bluez_source.11_22_33_44_55_66.handsfree_head_unit",
+       {{"bluetooth.protocol", "handsfree_head_unit"}, {"device.string", "11:22:33:44:55:66"}}, true, blue},
+      {"laptop card", "alsa_output.pci-0000_00_1f.3.analog-stereo",
+       {{"device.api", "alsa"}, {"device.bus", "pci"}, {"device.form_factor", "internal"}}, true, bltn},
+      {"laptop card on the SoC", "alsa_input.platform-sof_sdw.HiFi__hw_sofsoundwire_4__source",
+       {{"device.api", "alsa"}, {"device.bus", "platform"}}, true, bltn},
+      {"USB headset", "alsa_input.usb-Logitech_USB_Headset-00.mono-fallback",
+       {{"device.api", "alsa"}, {"device.bus", "usb"}, {"device.form_factor", "headset"}}, true, fourCharCode("usb ")},
+      {"filter chain", "effect_input.eq", {{"media.class", "Audio/Sink"}, {"node.virtual", "true"}}, false, grup},
   };
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    PulseDeviceInfo info = device(0, true, "x", cases[i].properties);
-    info.hardware = cases[i].hardware;
-    info.network = cases[i].network;
-    EXPECT_EQ(pulseTransport(info), cases[i].expected) << "case " << i;
-  }
+  for (const auto& c : cases) EXPECT_EQ(pulseTransport(c.name, c.properties, c.hardware, false), c.expected) << c.what;
+  EXPECT_EQ(pulseTransport("tunnel.host.sink", {}, false, true), fourCharCode("ntwk"));
 }
 
 class PulseMirrorTest : public testing::Test {
  protected:
   VirtualRuntime rt;
   Mirror mirror{rt.main()};
-
-  AudioObjectID idOf(const std::string& uid) {
-    auto found = AudioDevice::byUID(mirror, uid);
-    return found ? found->id : audioObjectUnknown;
-  }
-  AudioObjectID processWithPid(std::int32_t pid) {
-    for (auto id : mirror.processObjects()) {
-      if (mirror.processPID(id) == pid) return id;
-    }
-    return audioObjectUnknown;
-  }
 };
 
-TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndKeepTheirIDsAcrossReconnections) {
-  auto monitor = device(0, false, "speakers.monitor", {});
+TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndTakeWhatTheirCardSays) {
+  auto monitor = device(0, false, "speakers.monitor");
   monitor.isMonitor = true;
-  mirror.applyDevice(device(4, false, "mic", {{"device.bus", "pci"}}, 16000));
+  mirror.applyDevice(device(4, false, "mic", {}, 16000));
   mirror.applyDevice(monitor);
-  mirror.applyDevice(device(1, true, "speakers", {{"device.bus", "pci"}}));
-  auto unnamed = device(2, true, "bare", {});
-  unnamed.description.clear();
-  mirror.applyDevice(unnamed);
-
+  mirror.applyDevice(device(1, true, "speakers"));
+  mirror.applyDefaults("speakers", "speakers.monitor");
   const auto all = AudioDevice::all(mirror);
-  ASSERT_EQ(all.size(), 3u);
-  EXPECT_EQ(all[0].uid, "speakers");
-  EXPECT_TRUE(all[0].hasOutput);
-  EXPECT_FALSE(all[0].hasInput);
-  EXPECT_EQ(all[0].name, "About speakers");
-  EXPECT_EQ(all[1].name, "bare") << "no description: the uid stands in";
-  EXPECT_EQ(all[1].transport, Transport::aggregate);
-  EXPECT_EQ(all[2].uid, "mic");
-  EXPECT_TRUE(all[2].hasInput);
-  EXPECT_EQ(mirror.deviceNominalSampleRate(all[2].id), 16000.0);
-  EXPECT_NE(all[0].id, audioSystemObject);
+  ASSERT_EQ(all.size(), 2u);
+  EXPECT_TRUE(all[0].uid == "speakers" && all[0].hasOutput && !all[0].hasInput);
+  EXPECT_EQ(mirror.deviceNominalSampleRate(all[1].id), 16000.0);
+  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::input)) << "a monitor is no device";
+  mirror.noteDefault(false, "mic");
+  EXPECT_EQ(DefaultDevice::id(mirror, Direction::input), all[1].id);
 
-  const AudioObjectID speakers = all[0].id;
-  mirror.clear();
-  EXPECT_TRUE(mirror.devices().empty());
-  EXPECT_FALSE(mirror.deviceUID(speakers)) << "a device that is gone reads as nothing";
-  mirror.applyDevice(device(9, true, "speakers", {{"device.bus", "pci"}}));
-  EXPECT_EQ(idOf("speakers"), speakers) << "the same device after a server restart keeps its id";
-  mirror.removeDevice(true, 9);
-  EXPECT_FALSE(mirror.deviceName(speakers));
-  mirror.removeDevice(true, 9);  // twice: nothing happens
+  mirror.removeDevice(true, 1);
+  EXPECT_FALSE(mirror.deviceUID(all[0].id) || DefaultDevice::id(mirror, Direction::output)) << "gone reads as nothing";
+
+  // A node that says nothing of itself is what its card is, once the card is known.
+  auto renamed = device(5, false, "headset-mic");
+  renamed.card = 7;
+  mirror.applyDevice(renamed);
+  const AudioObjectID id = AudioDevice::byUID(mirror, "headset-mic")->id;
+  EXPECT_EQ(mirror.deviceTransport(id), Transport::aggregate);
+  mirror.applyCard(7, {{"device.api", "bluez5"}});
+  EXPECT_EQ(mirror.deviceTransport(id), Transport::bluetooth);
 }
 
 TEST_F(PulseMirrorTest, ProcessesAreClientsWithStreamsInWhateverOrderTheServerReportsThem) {
   mirror.applyClient({3, 300, std::nullopt});
   EXPECT_TRUE(mirror.processObjects().empty()) << "a client without streams is no audio process";
-
   mirror.applyStream(true, {10, 3, false, false});
-  const AudioObjectID player = processWithPid(300);
-  ASSERT_NE(player, audioObjectUnknown);
-  EXPECT_EQ(mirror.processIsRunningOutput(player), true);
-  EXPECT_EQ(mirror.processIsRunningInput(player), false);
-  EXPECT_FALSE(mirror.processBundleID(player));
-  mirror.applyStream(true, {10, 3, true, false});
-  EXPECT_EQ(mirror.processIsRunningOutput(player), false) << "corked";
-
-  // A stream can be reported before its client.
-  mirror.applyStream(false, {20, 4, false, true});
-  EXPECT_EQ(mirror.processObjects().size(), 1u);
+  mirror.applyStream(false, {20, 4, false, true});  // a level meter, reported before its client
   mirror.applyClient({4, std::nullopt, std::string("org.example.Meter")});
+  mirror.applyStream(true, {30, std::nullopt, false, false});  // a module's own stream
   const auto ids = mirror.processObjects();
   ASSERT_EQ(ids.size(), 2u);
-  EXPECT_EQ(ids[0], player) << "in the server's client order";
-  EXPECT_FALSE(mirror.processPID(ids[1])) << "no pid reported";
+  EXPECT_EQ(mirror.processPID(ids[0]), 300) << "in the server's client order";
   EXPECT_EQ(mirror.processBundleID(ids[1]), "org.example.Meter");
   EXPECT_EQ(mirror.processIsRunningInput(ids[1]), false) << "a level meter is not input";
   mirror.applyStream(false, {21, 4, false, false});
   EXPECT_EQ(mirror.processIsRunningInput(ids[1]), true);
-
-  mirror.applyStream(true, {30, std::nullopt, false, false});  // a module's own stream
-  EXPECT_EQ(mirror.processObjects().size(), 2u);
-
-  mirror.removeStream(true, 10);
-  EXPECT_EQ(mirror.processObjects(), std::vector<AudioObjectID>{ids[1]});
   mirror.removeClient(4);
-  EXPECT_TRUE(mirror.processObjects().empty());
   EXPECT_FALSE(mirror.processIsRunningInput(ids[1])) << "a process that is gone reads as nothing";
-
-  mirror.applyStream(true, {11, 3, false, false});
   mirror.clear();
   mirror.applyClient({3, 300, std::nullopt});
   mirror.applyStream(true, {11, 3, false, false});
-  EXPECT_NE(processWithPid(300), player) << "after a reconnection a client is a new object";
-}
-
-TEST_F(PulseMirrorTest, DefaultsResolveToPresentDevicesOnly) {
-  mirror.applyDevice(device(1, true, "speakers", {}));
-  mirror.applyDevice(device(2, false, "mic", {}));
-  mirror.applyDefaults("speakers", "speakers.monitor");
-  EXPECT_EQ(mirror.defaultDevice(AudioProperty::defaultOutputDevice), idOf("speakers"));
-  EXPECT_EQ(mirror.defaultDevice(AudioProperty::defaultSystemOutputDevice), idOf("speakers"));
-  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::input)) << "a monitor is no device";
-  mirror.noteDefault(false, "mic");
-  EXPECT_EQ(DefaultDevice::id(mirror, Direction::input), idOf("mic"));
-  mirror.removeDevice(true, 1);
-  EXPECT_FALSE(DefaultDevice::id(mirror, Direction::output));
-  EXPECT_EQ(mirror.deviceServerName(idOf("mic"), false), "mic");
-  EXPECT_FALSE(mirror.deviceServerName(idOf("mic"), true)) << "a source is no sink";
+  EXPECT_NE(mirror.processObjects().at(0), ids[0]) << "after a reconnection a client is a new object";
 }
 
 TEST_F(PulseMirrorTest, ListenersHearTheirOwnPropertyOncePerTurnAndNeverAfterRemoval) {
-  int devices = 0;
-  int output = 0;
-  int list = 0;
-  int running = 0;
+  std::map<AudioProperty, int> calls;
+  for (auto property : {AudioProperty::devices, AudioProperty::defaultOutputDevice, AudioProperty::processObjectList}) {
+    mirror.addListener(audioSystemObject, property, [&calls, property] { ++calls[property]; });
+  }
   int dropped = 0;
-  mirror.addListener(audioSystemObject, AudioProperty::devices, [&] { ++devices; });
-  mirror.addListener(audioSystemObject, AudioProperty::defaultOutputDevice, [&] { ++output; });
-  mirror.addListener(audioSystemObject, AudioProperty::processObjectList, [&] { ++list; });
   const auto token = mirror.addListener(audioSystemObject, AudioProperty::devices, [&] { ++dropped; });
-
-  mirror.applyDevice(device(1, true, "speakers", {}));
-  mirror.applyDevice(device(2, true, "headphones", {}));
-  mirror.applyDevice(device(2, true, "headphones", {}));  // unchanged: no report
-  EXPECT_EQ(devices, 0) << "delivered on the main queue";
+  mirror.applyDevice(device(1, true, "speakers"));
+  mirror.applyDevice(device(2, true, "headphones"));
+  mirror.applyDevice(device(2, true, "headphones"));  // unchanged: no report
+  EXPECT_TRUE(calls.empty()) << "delivered on the main queue";
   mirror.removeListener(token);  // removed while its delivery waits
   rt.runReady();
-  EXPECT_EQ(devices, 1) << "two changes before the main queue's turn, one call";
-  EXPECT_EQ(dropped, 0);
-  EXPECT_EQ(output, 0);
+  EXPECT_EQ(calls, (std::map<AudioProperty, int>{{AudioProperty::devices, 1}})) << "two changes, one call";
 
   mirror.applyDefaults("headphones", "");
   mirror.applyClient({3, 300, std::nullopt});
-  rt.runReady();
-  EXPECT_EQ(output, 1);
-  EXPECT_EQ(list, 0) << "no streams yet";
-
   mirror.applyStream(true, {10, 3, true, false});
   rt.runReady();
-  EXPECT_EQ(list, 1);
-  const AudioObjectID player = mirror.processObjects().at(0);
-  mirror.addListener(player, AudioProperty::processIsRunningOutput, [&] { ++running; });
+  int running = 0;
+  mirror.addListener(mirror.processObjects().at(0), AudioProperty::processIsRunningOutput, [&] { ++running; });
   mirror.applyStream(true, {10, 3, false, false});
   mirror.applyStream(true, {11, 3, false, false});  // still running: no second report
-  rt.runReady();
-  EXPECT_EQ(running, 1);
-  EXPECT_EQ(list, 1);
-
   mirror.clear();
   rt.runReady();
-  EXPECT_EQ(devices, 2);
-  EXPECT_EQ(output, 2);
-  EXPECT_EQ(list, 2);
-  EXPECT_EQ(dropped, 0);
+  EXPECT_EQ(running + dropped, 1);
+  EXPECT_EQ(calls, (std::map<AudioProperty, int>{{AudioProperty::devices, 2}, {AudioProperty::defaultOutputDevice, 2},
+                                                 {AudioProperty::processObjectList, 2}}));
 }
 
 }  // namespace

@@ -30,8 +30,6 @@ inline bool spinUntil(const std::function<bool()>& condition, int timeoutMs = 10
 }
 
 // Runs the event loop for a while, so that anything already queued gets its turn.
-inline void spinFor(int milliseconds) {
-  spinUntil([] { return false; }, milliseconds);
-}
+inline void spinFor(int milliseconds) { spinUntil([] { return false; }, milliseconds); }
 
 }  // namespace wh::test

@@ -10,17 +10,15 @@
 #include "QtLoop.h"
 #include "doubles/MemoryStore.h"
 #include "platform/linux/app/SessionBusChannel.h"
-#include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
 
 namespace wh::platform {
 namespace {
 
-using namespace std::chrono_literals;
+using Commands = std::vector<std::pair<std::string, nlohmann::json>>;
 
-// Owns the settings program's bus name, prints "status" for every status signal, and sends the
-// command given on its command line with a user-info dictionary of three plain values and one
-// container (which the agent ignores).
+// Owns the settings program's bus name, prints "status" for every status signal, and sends a
+// "toggle" command with three plain values and one container (which the agent ignores).
 constexpr const char* kSettingsProgram = R"(
 import sys, dbus
 from dbus.mainloop.glib import DBusGMainLoop
@@ -30,113 +28,55 @@ bus = dbus.bus.BusConnection(sys.argv[1])
 bus.add_signal_receiver(lambda *args: print("status", len(args), flush=True), signal_name="status",
                         dbus_interface="com.quintelbarrows.wrenhaven", path="/com/quintelbarrows/wrenhaven")
 bus.request_name("com.quintelbarrows.wrenhaven.settings")
-def send():
-    message = dbus.lowlevel.SignalMessage("/com/quintelbarrows/wrenhaven", "com.quintelbarrows.wrenhaven", "command")
-    message.append(sys.argv[2], dbus.Dictionary({"address": dbus.String("aa-bb-cc-dd-ee-ff"),
-        "value": dbus.Boolean(True), "count": dbus.Int32(3), "list": dbus.Array(["x"], signature="s")},
-        signature="sv"))
-    bus.send_message(message)
-    print("sent", flush=True)
-    return False
-GLib.timeout_add(200, send)
+message = dbus.lowlevel.SignalMessage("/com/quintelbarrows/wrenhaven", "com.quintelbarrows.wrenhaven", "command")
+message.append("toggle", dbus.Dictionary({"address": "aa-bb-cc-dd-ee-ff", "value": dbus.Boolean(True),
+    "count": dbus.Int32(3), "list": dbus.Array(["x"], signature="s")}, signature="sv"))
+GLib.timeout_add(200, lambda: bus.send_message(message) and False)
 GLib.MainLoop().run()
 )";
 
-class SessionBusChannelTest : public testing::Test {
- protected:
-  void SetUp() override {
-    test::qtApplication();
-    if (!bus.available()) GTEST_SKIP() << bus.whyNot();
-    connection = std::make_unique<QDBusConnection>(QDBusConnection::connectToBus(
-        QString::fromStdString(bus.address()), QStringLiteral("channel-test-%1").arg(++count)));
-    ASSERT_TRUE(connection->isConnected());
-  }
-  void TearDown() override {
-    if (connection) QDBusConnection::disconnectFromBus(connection->name());
-  }
-
-  // The listener's match rule travels to the bus daemon on its own; a call answered on the same
-  // connection afterwards means it is in place, so signals sent from now on reach it.
-  void waitForMatchRules() const { connection->interface()->isServiceRegistered("org.freedesktop.DBus"); }
-
+TEST(SessionBusChannel, CommandsAndStatusSignalsTravelBetweenTheProgramsAndTheAgentsOwnWritesStayHome) {
+  test::qtApplication();
   test::DBusDaemon bus;
-  std::unique_ptr<QDBusConnection> connection;
-  static inline int count = 0;
-};
-
-TEST_F(SessionBusChannelTest, CommandsArriveWithTheirUserInfoAndStatusSignalsReachTheSettingsProgram) {
-  SessionBusChannel channel(*connection);
-  std::vector<std::pair<std::string, nlohmann::json>> commands;
-  auto listening = channel.listen([&](const std::string& command, const nlohmann::json& userInfo) {
-    commands.emplace_back(command, userInfo);
-  });
-  EXPECT_FALSE(channel.settingsAppRunning());
-
-  test::ChildProcess settings({"/usr/bin/python3", "-c", kSettingsProgram, bus.address(), "toggle"});
-  ASSERT_TRUE(test::spinUntil([&] { return !commands.empty(); }, 10000)) << settings.output();
-  EXPECT_EQ(commands[0].first, "toggle");
-  EXPECT_EQ(commands[0].second, (nlohmann::json{{"address", "aa-bb-cc-dd-ee-ff"}, {"value", true}, {"count", 3}}));
-  EXPECT_TRUE(channel.settingsAppRunning());
-
-  channel.postStatus();
-  channel.postStatus();
-  EXPECT_TRUE(test::spinUntil([&] { return settings.output().find("status 0\nstatus 0\n") != std::string::npos; }))
-      << settings.output();
-
-  // Dropping the registration stops the handler.
-  listening.reset();
-  test::ChildProcess again({"/usr/bin/python3", "-c", kSettingsProgram, bus.address(), "reload"});
-  ASSERT_TRUE(again.waitForOutput("sent", 10s));
-  test::spinFor(200);
-  EXPECT_EQ(commands.size(), 1u);
-
-  settings.terminate(SIGKILL);
-  again.terminate(SIGKILL);
-  EXPECT_TRUE(test::spinUntil([&] { return !channel.settingsAppRunning(); }, 5000));
-}
-
-TEST_F(SessionBusChannelTest, TheSettingsProgramsSideSendsCommandsTheAgentsSideReceives) {
-  SessionBusChannel agent(*connection);
-  auto other = QDBusConnection::connectToBus(QString::fromStdString(bus.address()), "channel-test-sender");
-  SessionBusChannel settingsProgram(other);
-  std::vector<std::pair<std::string, nlohmann::json>> commands;
-  auto listening = agent.listen([&](const std::string& command, const nlohmann::json& userInfo) {
-    commands.emplace_back(command, userInfo);
-  });
-  waitForMatchRules();
-  settingsProgram.send("reload", nlohmann::json::object());
-  settingsProgram.send("onboardingVisible", {{"value", false}, {"ratio", 0.5}});
-  ASSERT_TRUE(test::spinUntil([&] { return commands.size() == 2; }));
-  EXPECT_EQ(commands[0], (std::pair<std::string, nlohmann::json>{"reload", nlohmann::json::object()}));
-  EXPECT_EQ(commands[1].second, (nlohmann::json{{"value", false}, {"ratio", 0.5}}));
-  QDBusConnection::disconnectFromBus("channel-test-sender");
-}
-
-TEST_F(SessionBusChannelTest, AWriteByTheSettingsProgramReachesTheAgentAsReload) {
-  SessionBusChannel agent(*connection);
-  auto other = QDBusConnection::connectToBus(QString::fromStdString(bus.address()), "channel-test-settings");
+  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  const auto address = QString::fromStdString(bus.address());
+  SessionBusChannel agent(QDBusConnection::connectToBus(address, "channel-test-agent"));
+  const auto other = QDBusConnection::connectToBus(address, "channel-test-settings");
   SessionBusChannel settingsSide(other);
-  std::vector<std::string> commands;
-  auto listening =
-      agent.listen([&](const std::string& command, const nlohmann::json&) { commands.push_back(command); });
-  waitForMatchRules();
+  Commands commands;
+  auto listening = agent.listen([&](const std::string& command, const nlohmann::json& info) {
+    commands.emplace_back(command, info);
+  });
+  EXPECT_FALSE(agent.settingsAppRunning());
+
+  test::ChildProcess settings({"/usr/bin/python3", "-c", kSettingsProgram, bus.address()});
+  ASSERT_TRUE(test::spinUntil([&] { return !commands.empty(); })) << settings.output();
+  EXPECT_EQ(commands[0], Commands::value_type("toggle", {{"address", "aa-bb-cc-dd-ee-ff"}, {"value", true}, {"count", 3}}));
+  EXPECT_TRUE(agent.settingsAppRunning());
+  agent.postStatus();
+  agent.postStatus();
+  EXPECT_TRUE(test::spinUntil([&] { return settings.output() == "status 0\nstatus 0\n"; })) << settings.output();
 
   MemoryStore store;
   NotificationCenter notifications;
-  Settings settingsProgram(store, notifications, false, &settingsSide);
-  settingsProgram.setCallMode(CallModeOption::alwaysPinned);
-  ASSERT_TRUE(test::spinUntil([&] { return !commands.empty(); }));
-  EXPECT_EQ(commands, std::vector<std::string>{"reload"});
+  Settings(store, notifications, true, &settingsSide).setCallMode(CallModeOption::automatic);
+  Settings(store, notifications, false, &settingsSide).setCallMode(CallModeOption::alwaysPinned);
+  settingsSide.send("onboardingVisible", {{"value", false}, {"ratio", 0.5}});
+  ASSERT_TRUE(test::spinUntil([&] { return commands.size() == 3; }));
+  EXPECT_EQ(commands[1], Commands::value_type("reload", nlohmann::json::object())) << "only the settings program's";
+  EXPECT_EQ(commands[2].second, (nlohmann::json{{"value", false}, {"ratio", 0.5}}));
 
-  // The agent's own writes stay in the process.
-  Settings agentSettings(store, notifications, true, &settingsSide);
-  agentSettings.setCallMode(CallModeOption::automatic);
+  listening.reset();  // dropping the registration stops the handler
+  settingsSide.send("reload", {});
   test::spinFor(200);
-  EXPECT_EQ(commands.size(), 1u);
+  EXPECT_EQ(commands.size(), 3u);
+  settings.terminate(SIGKILL);
+  EXPECT_TRUE(test::spinUntil([&] { return !agent.settingsAppRunning(); }, 5000));
+  QDBusConnection::disconnectFromBus("channel-test-agent");
   QDBusConnection::disconnectFromBus("channel-test-settings");
 }
 
-TEST(SessionBusChannelWithoutBus, DoesNothingAndSaysTheSettingsProgramIsNotRunning) {
+TEST(SessionBusChannel, WithoutABusDoesNothingAndSaysTheSettingsProgramIsNotRunning) {
   test::qtApplication();
   SessionBusChannel channel(QDBusConnection::connectToBus(QString("unix:path=/nonexistent/bus"), "no-bus"));
   auto listening = channel.listen([](const std::string&, const nlohmann::json&) {});

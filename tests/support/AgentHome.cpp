@@ -1,16 +1,8 @@
 #include "support/AgentHome.h"
 
 #include <fstream>
-#include <sstream>
 
 namespace wh::test {
-
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 void AgentHome::writeSettings(const nlohmann::json& document) const {
   std::filesystem::create_directories(settingsFile().parent_path());

@@ -13,8 +13,6 @@
 
 namespace wh::test {
 
-std::string readFile(const std::filesystem::path& path);
-
 class AgentHome {
  public:
   AgentHome() = default;

@@ -7,73 +7,47 @@ namespace wh::test {
 namespace {
 
 // Watches Device1.Connected on the system bus and loads or unloads the headphones' nodes with
-// pactl. Node names and properties are those a PipeWire system gives Bluetooth headphones.
+// pactl, named as PipeWire names them (PulseAudio's null source takes no properties: its name
+// alone says Bluetooth).
 constexpr const char* kBridge = R"(
 import subprocess, sys, time, dbus
 from dbus.mainloop.glib import DBusGMainLoop
 from gi.repository import GLib
 DBusGMainLoop(set_as_default=True)
-bus = dbus.bus.BusConnection(sys.argv[1])
-delay = float(sys.argv[2])
-connected, modules, paths = {}, {}, {}
+bus, delay = dbus.bus.BusConnection(sys.argv[1]), float(sys.argv[2])
+connected, modules = set(), {}
 
-def pactl(*args):
-    return subprocess.run(["pactl", *args], capture_output=True, text=True)
-
-def appear(address, generation):
-    if connected.get(address) != generation or address in modules:
+def appear(address, path):
+    if address not in connected or address in modules:
         return False
+    name = bus.get_object("org.bluez", path).Get("org.bluez.Device1", "Alias", dbus_interface=dbus.PROPERTIES_IFACE)
     under = address.replace(":", "_")
-    try:
-        device = bus.get_object("org.bluez", paths[address])
-        name = str(device.Get("org.bluez.Device1", "Alias", dbus_interface="org.freedesktop.DBus.Properties"))
-    except dbus.DBusException:
-        name = address
-    loaded = []
-    for kind, node, rate, channels, description in (
-            ("sink", "bluez_output.%s.1" % under, 44100, 2, name),
-            ("source", "bluez_input.%s.0" % under, 16000, 1, name + " Microphone")):
-        properties = ('device.description="%s" device.bus=bluetooth device.api=bluez5 '
-                      'device.form_factor=headphone api.bluez5.address=%s' % (description, address))
-        result = pactl("load-module", "module-null-" + kind, kind + "_name=" + node, "rate=%d" % rate,
-                       "channels=%d" % channels, kind + "_properties='" + properties + "'")
-        if result.returncode == 0:
-            loaded.append(result.stdout.strip())
-        else:
-            print("failed", result.stderr.strip(), flush=True)
-    modules[address] = loaded
+    sink = ("sink_properties='device.description=\"%s\" device.api=bluez5 api.bluez5.address=%s'" % (name, address))
+    modules[address] = [subprocess.run(["pactl", "load-module", *args], capture_output=True, text=True).stdout.strip()
+                        for args in (["module-null-sink", "sink_name=bluez_output.%s.1" % under, "rate=44100", sink],
+                                     ["module-null-source", "source_name=bluez_input.%s.0" % under, "rate=16000"])]
     print("appeared", address, "%.6f" % time.clock_gettime(time.CLOCK_MONOTONIC), flush=True)
     return False
 
-def vanish(address):
-    connected.pop(address, None)
-    for module in modules.pop(address, []):
-        pactl("unload-module", module)
-    print("vanished", address, flush=True)
-
 def changed(interface, properties, invalidated, path=None):
-    if interface != "org.bluez.Device1" or "dev_" not in path:
+    if interface != "org.bluez.Device1" or "/dev_" not in path or "Connected" not in properties:
         return
     address = path.rsplit("/dev_", 1)[1].replace("_", ":")
-    paths[address] = path
-    if "Connected" not in properties:
-        return
-    if properties["Connected"]:
-        if address in connected or delay < 0:
-            connected.setdefault(address, object())
-            return
-        generation = object()
-        connected[address] = generation
-        GLib.timeout_add(int(delay * 1000), appear, address, generation)
-    else:
-        vanish(address)
+    if not properties["Connected"]:
+        connected.discard(address)
+        for module in modules.pop(address, []):
+            subprocess.run(["pactl", "unload-module", module], capture_output=True)
+        print("vanished", address, flush=True)
+    elif address not in connected:
+        connected.add(address)
+        if delay >= 0:
+            GLib.timeout_add(int(delay * 1000), appear, address, path)
 
-bus.add_signal_receiver(changed, signal_name="PropertiesChanged",
-                        dbus_interface="org.freedesktop.DBus.Properties", path_keyword="path")
+bus.add_signal_receiver(changed, signal_name="PropertiesChanged", dbus_interface=dbus.PROPERTIES_IFACE,
+                        path_keyword="path")
 print("ready", flush=True)
 GLib.MainLoop().run()
 )";
-
 }  // namespace
 
 AudioBridge::AudioBridge(const SystemBusRig& bus, const PulseRig& pulse, double delaySeconds) {
@@ -81,10 +55,8 @@ AudioBridge::AudioBridge(const SystemBusRig& bus, const PulseRig& pulse, double 
     whyNot_ = "the rigs it joins did not start";
     return;
   }
-  std::ostringstream delay;
-  delay << delaySeconds;
   process_ = std::make_unique<ChildProcess>(
-      std::vector<std::string>{"/usr/bin/python3", "-c", kBridge, bus.systemBusAddress(), delay.str()},
+      std::vector<std::string>{"/usr/bin/python3", "-c", kBridge, bus.systemBusAddress(), std::to_string(delaySeconds)},
       pulse.clientEnvironment());
   if (!process_->waitForOutput("ready\n", std::chrono::seconds(15))) {
     whyNot_ = "the audio bridge did not start: " + process_->output();
@@ -98,8 +70,7 @@ std::optional<double> AudioBridge::appearedAt() {
   const auto at = text.rfind("appeared ");
   if (at == std::string::npos) return std::nullopt;
   std::istringstream line(text.substr(at, text.find('\n', at) - at));
-  std::string word;
-  std::string address;
+  std::string word, address;
   double seconds = 0;
   line >> word >> address >> seconds;
   return seconds;

@@ -1,7 +1,7 @@
 #pragma once
-// Joins the two rigs the way a real system is joined: when the mock headphones connect on the
-// private system bus, their sink and source appear in the private PulseAudio daemon (after a
-// delay, as the real audio nodes do), and when they disconnect, the nodes go away.
+// Joins the two rigs the way a real system is joined: `delaySeconds` after the mock headphones
+// connect on the private system bus (never if negative), their sink and source appear on the
+// private sound server, as the real audio nodes do; when they disconnect, the nodes go away.
 
 #include <memory>
 #include <optional>
@@ -15,15 +15,14 @@ namespace wh::test {
 
 class AudioBridge {
  public:
-  // `delaySeconds` after a connection the nodes appear; a negative delay means never.
   AudioBridge(const SystemBusRig& bus, const PulseRig& pulse, double delaySeconds);
   ~AudioBridge();
 
   bool available() const { return whyNot_.empty(); }
   const std::string& whyNot() const { return whyNot_; }
-  // What the bridge did so far: "appeared AA:BB:… <monotonic seconds>" and "vanished AA:BB:…" lines.
+  // What it did so far ("appeared AA:BB:… <seconds>", "vanished AA:BB:…"), and when the nodes
+  // last appeared (CLOCK_MONOTONIC seconds).
   const std::string& output() { return process_->output(); }
-  // The monotonic time (CLOCK_MONOTONIC seconds) at which the headphones' nodes last appeared.
   std::optional<double> appearedAt();
 
  private:

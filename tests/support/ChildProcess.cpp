@@ -1,7 +1,6 @@
 #include "support/ChildProcess.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,34 +9,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 extern char** environ;
 
 namespace wh::test {
-
-namespace {
-
-std::vector<std::string> mergedEnvironment(const ChildProcess::Environment& changes) {
-  std::map<std::string, std::string> all;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const char* equals = std::strchr(*entry, '=');
-    if (equals != nullptr) all[std::string(*entry, static_cast<std::size_t>(equals - *entry))] = equals + 1;
-  }
-  for (const auto& [name, value] : changes) {
-    if (value) {
-      all[name] = *value;
-    } else {
-      all.erase(name);
-    }
-  }
-  std::vector<std::string> out;
-  for (const auto& [name, value] : all) out.push_back(name + "=" + value);
-  return out;
-}
-
-}  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Environment& changes) {
   int pipeFds[2];
@@ -51,12 +29,18 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Environme
   ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   ::posix_spawnattr_setpgroup(&attributes, 0);
 
-  std::vector<char*> args;
+  std::vector<std::string> environment;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    if (!changes.contains(text.substr(0, text.find('=')))) environment.push_back(text);
+  }
+  for (const auto& [name, value] : changes) {
+    if (value) environment.push_back(name + "=" + *value);
+  }
+  std::vector<char*> args, envp;
   for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
-  args.push_back(nullptr);
-  auto environment = mergedEnvironment(changes);
-  std::vector<char*> envp;
   for (auto& entry : environment) envp.push_back(entry.data());
+  args.push_back(nullptr);
   envp.push_back(nullptr);
 
   const int error = ::posix_spawnp(&pid_, args[0], &actions, &attributes, args.data(), envp.data());
@@ -72,15 +56,12 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argv, const Environme
 }
 
 ChildProcess::~ChildProcess() {
+  ::kill(-pid_, SIGKILL);  // with anything it left behind in its group
   if (!status_) {
-    ::kill(-pid_, SIGKILL);
     ::kill(pid_, SIGKILL);
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-  } else {
-    ::kill(-pid_, SIGKILL);  // anything it left behind in its group
+    ::waitpid(pid_, nullptr, 0);
   }
-  if (stdout_ >= 0) ::close(stdout_);
+  ::close(stdout_);
 }
 
 void ChildProcess::readAvailable() {
@@ -129,21 +110,16 @@ void ChildProcess::terminate(int signal) {
 CommandResult runCommand(const std::vector<std::string>& argv, const ChildProcess::Environment& changes,
                          std::chrono::milliseconds timeout) {
   ChildProcess child(argv, changes);
-  CommandResult result;
-  result.status = child.waitFor(timeout);
-  result.output = child.output();
-  return result;
+  const auto status = child.waitFor(timeout);
+  return {status, child.output()};
 }
 
 std::string findExecutable(const std::string& name) {
   const char* path = std::getenv("PATH");
-  std::string folders = path != nullptr ? path : "/usr/bin:/bin";
-  std::size_t start = 0;
-  while (start <= folders.size()) {
-    const std::size_t end = std::min(folders.find(':', start), folders.size());
-    const std::filesystem::path candidate = std::filesystem::path(folders.substr(start, end - start)) / name;
+  std::istringstream folders(path != nullptr ? path : "/usr/bin:/bin");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    const auto candidate = std::filesystem::path(folder) / name;
     if (::access(candidate.c_str(), X_OK) == 0) return candidate.string();
-    start = end + 1;
   }
   return {};
 }

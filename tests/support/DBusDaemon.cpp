@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 
 namespace wh::test {
@@ -23,15 +22,11 @@ DBusDaemon::DBusDaemon(Kind kind, const std::string& extraPolicy) {
   }
   ::close(fd);
   configFile_ = pattern;
-  std::ofstream(configFile_) << "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-BUS Bus Configuration 1.0//EN\"\n"
-                                " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                                "<busconfig>\n  <type>"
-                             << (kind == Kind::session ? "session" : "system")
-                             << "</type>\n  <listen>unix:tmpdir=/tmp</listen>\n  <auth>EXTERNAL</auth>\n"
-                                "  <policy context=\"default\">\n"
-                                "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
-                                "    <allow eavesdrop=\"true\"/>\n    <allow own=\"*\"/>\n"
-                             << extraPolicy << "\n  </policy>\n</busconfig>\n";
+  std::ofstream(configFile_) << "<busconfig><type>" << (kind == Kind::session ? "session" : "system")
+                             << "</type><listen>unix:tmpdir=/tmp</listen><auth>EXTERNAL</auth>"
+                                "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
+                                "<allow eavesdrop=\"true\"/><allow own=\"*\"/>"
+                             << extraPolicy << "</policy></busconfig>\n";
   process_ = std::make_unique<ChildProcess>(
       std::vector<std::string>{daemon, "--config-file=" + configFile_, "--nofork", "--print-address=1"});
   if (!process_->waitForOutput("\n", std::chrono::seconds(10))) {

@@ -1,150 +1,181 @@
 #include "support/PulseRig.h"
 
-#include <csignal>
-#include <cstdint>
+#include <unistd.h>
+
+#include <algorithm>
 #include <fstream>
-#include <sstream>
 
 namespace wh::test {
 
 namespace {
 
 using namespace std::chrono_literals;
+using Properties = std::map<std::string, std::string>;
 
-std::string readWhole(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+// WirePlumber without hardware monitors and without the Flatpak portal (it needs a session bus):
+// 0.4 reads the Lua files, 0.5 the profile.
+const Properties wirePlumberConfig = {
+    {"main.lua.d/90-enable-all.lua", "default_access.properties[\"enable-flatpak-portal\"] = false\n"
+                                     "load_module(\"metadata\")\ndefault_access.enable()\n"
+                                     "device_defaults.enable()\nstream_defaults.enable()\n"},
+    {"bluetooth.lua.d/90-enable-all.lua", ""},
+    {"wireplumber.conf.d/rig.conf", "wireplumber.profiles = { main = { hardware.audio = disabled, "
+                                    "hardware.bluetooth = disabled, hardware.video-capture = disabled } }\n"}};
+
+// A Flatpak-like sandbox: private mount and pid namespaces, a root made of the host's /usr, /etc
+// and /dev, the server's runtime folder and a .flatpak-info.
+constexpr const char* sandboxScript = R"(set -e
+root=$0/sandbox runtime=$0/runtime app=$1; shift
+mkdir -p "$root/usr" "$root/etc" "$root/dev" "$root/proc" "$root$runtime"
+for l in bin lib lib64 sbin; do [ -e "$root/$l" ] || ln -s usr/$l "$root/$l"; done
+printf '[Application]\nname=%s\n' "$app" > "$root/.flatpak-info"
+for d in /usr /etc /dev "$runtime"; do mount --bind "$d" "$root$d"; done
+mount -t proc proc "$root/proc"; exec chroot "$root" "$@"
+)";
+
+// The device's properties as both servers take them on a command line.
+std::string propertyText(const PulseRig::Device& device) {
+  std::string text = "node.description=\"" + device.description + "\" device.description=\"" + device.description;
+  for (const auto& [key, value] : device.properties) text += "\" " + key + "=\"" + value;
+  return text + "\"";
 }
 
-void writeLittleEndian(std::ofstream& out, std::uint32_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) out.put(static_cast<char>((value >> (8 * i)) & 0xff));
-}
-
-// A WAV file of silence: 16-bit stereo at 44.1 kHz.
-void writeSilence(const std::filesystem::path& path, double seconds) {
-  const std::uint32_t frames = static_cast<std::uint32_t>(seconds * 44100);
-  const std::uint32_t dataBytes = frames * 4;
-  std::ofstream out(path, std::ios::binary);
-  out << "RIFF";
-  writeLittleEndian(out, 36 + dataBytes, 4);
-  out << "WAVEfmt ";
-  writeLittleEndian(out, 16, 4);
-  writeLittleEndian(out, 1, 2);          // PCM
-  writeLittleEndian(out, 2, 2);          // channels
-  writeLittleEndian(out, 44100, 4);      // rate
-  writeLittleEndian(out, 44100 * 4, 4);  // bytes per second
-  writeLittleEndian(out, 4, 2);          // bytes per frame
-  writeLittleEndian(out, 16, 2);         // bits per sample
-  out << "data";
-  writeLittleEndian(out, dataBytes, 4);
-  out << std::string(dataBytes, '\0');
+std::vector<std::string> operator+(std::vector<std::string> head, const std::vector<std::string>& tail) {
+  head.insert(head.end(), tail.begin(), tail.end());
+  return head;
 }
 
 }  // namespace
 
+testing::internal::ParamGenerator<SoundServer> bothSoundServers() {
+  return testing::Values(SoundServer::pulseAudio, SoundServer::pipeWire);
+}
+
+std::string soundServerTestName(const testing::TestParamInfo<SoundServer>& info) {
+  return info.param == SoundServer::pulseAudio ? "PulseAudio" : "PipeWire";
+}
+
 std::vector<PulseRig::Device> PulseRig::laptopWithHeadphones() {
-  const std::map<std::string, std::string> laptop = {
-      {"device.bus", "pci"}, {"device.form_factor", "internal"}, {"device.api", "alsa"}};
-  const auto bluetooth = [](const std::string& address) {
-    return std::map<std::string, std::string>{{"device.bus", "bluetooth"},
-                                              {"device.api", "bluez5"},
-                                              {"device.form_factor", "headphone"},
-                                              {"api.bluez5.address", address}};
+  const Properties laptop = {{"device.bus", "pci"}, {"device.api", "alsa"}};
+  const auto bluez = [](const char* profile, const char* codec) {
+    return Properties{{"device.api", "bluez5"}, {"api.bluez5.address", "AA:BB:CC:DD:EE:FF"},
+                      {"api.bluez5.profile", profile}, {"api.bluez5.codec", codec}};
   };
-  return {
-      {true, laptopSpeakers, "Built-in Audio Analog Stereo", 48000, 2, laptop},
-      {false, laptopMicrophone, "Built-in Audio Microphone", 48000, 2, laptop},
-      {true, headphonesOutput, "WH-1000XM4", 44100, 2, bluetooth(headphonesAddress)},
-      {false, headphonesInput, "WH-1000XM4 Microphone", 16000, 1, bluetooth(headphonesAddress)},
-      {true, olderHeadphonesOutput, "Buds Pro", 48000, 2, bluetooth(olderHeadphonesAddress)},
-      {true, virtualSink, "Virtual Sink", 48000, 2, {}},
-  };
+  return {{true, laptopSpeakers, "Built-in Audio Analog Stereo", 48000, 2, laptop},
+          {false, laptopMicrophone, "Built-in Audio Microphone", 48000, 2, laptop},
+          {true, headphonesOutput, "WH-1000XM4", 44100, 2, bluez("a2dp-sink", "aac")},
+          {false, headphonesInput, "WH-1000XM4 Microphone", 16000, 1, bluez("headset-head-unit", "msbc")},
+          {true, "bluez_sink.11_22_33_44_55_66.a2dp_sink", "Buds Pro", 48000, 2,
+           {{"device.bus", "bluetooth"}, {"bluetooth.protocol", "a2dp_sink"}}},
+          {true, "rig_virtual_sink", "Virtual Sink", 48000, 2, {}},
+          // No device.api, device.bus or api.bluez5 keys: only its name and these say what it is.
+          {false, headphonesLoopback, "WH-1000XM4", 48000, 1,
+           {{"bluez5.loopback", "true"}, {"priority.session", "2010"}}}};
 }
 
-PulseRig::PulseRig(std::vector<Device> devices) : devices_(std::move(devices)) {
-  if (findExecutable("pulseaudio").empty() || findExecutable("pactl").empty()) {
-    whyNot_ = "pulseaudio and pulseaudio-utils are not installed (scripts/install-deps.sh installs them)";
-    return;
+PulseRig::PulseRig(std::vector<Device> devices, SoundServer server) : devices_(std::move(devices)), kind_(server) {
+  const bool pulse = kind_ == SoundServer::pulseAudio;
+  for (const char* program : pulse ? std::vector{"pulseaudio", "pactl"}
+                                   : std::vector{"pipewire", "wireplumber", "pipewire-pulse", "pw-cli", "pactl"}) {
+    if (findExecutable(program).empty()) {
+      whyNot_ = std::string(program) + " is not installed (scripts/install-deps.sh installs it)";
+      return;
+    }
   }
-  const auto runtime = folder() / "runtime";
-  std::filesystem::create_directories(runtime);
-  std::filesystem::create_directories(folder() / "home");
-  server_ = "unix:" + (runtime / "native").string();
-
-  std::ofstream script(folder() / "rig.pa");
-  script << "load-module module-native-protocol-unix socket=" << (runtime / "native").string()
-         << " auth-anonymous=1\n";
-  std::string firstSink;
-  std::string firstSource;
+  std::filesystem::create_directories(folder_.path() / "runtime" / "pulse");
+  std::filesystem::permissions(folder_.path() / "runtime", std::filesystem::perms::owner_all);
+  server_ = "unix:" + (folder_.path() / "runtime" / "pulse" / "native").string();
+  for (const auto& [file, text] : wirePlumberConfig) {
+    std::filesystem::create_directories((folder_.path() / "home/.config/wireplumber" / file).parent_path());
+    std::ofstream(folder_.path() / "home/.config/wireplumber" / file) << text;
+  }
+  // PulseAudio makes the devices from its start-up script; PipeWire from pw-cli once it runs.
+  std::ofstream script(folder_.path() / "rig.pa");
+  script << "load-module module-native-protocol-unix auth-anonymous=1 socket=" << server_.substr(5) << "\n";
   for (const auto& device : devices_) {
-    const char* kind = device.sink ? "sink" : "source";
-    script << "load-module module-null-" << kind << " " << kind << "_name=" << device.name << " rate=" << device.rate
-           << " channels=" << device.channels << "\n";
-    script << "update-" << kind << "-proplist " << device.name << " device.description=\"" << device.description
-           << "\"";
-    for (const auto& [key, value] : device.properties) script << " " << key << "=\"" << value << "\"";
-    script << "\n";
-    std::string& first = device.sink ? firstSink : firstSource;
-    if (first.empty()) first = device.name;
+    const std::string kind = device.sink ? "sink" : "source";
+    script << "load-module module-null-" << kind << " " << kind << "_name=" << nodeName(device.name) << " rate="
+           << device.rate << " channels=" << device.channels << "\nupdate-" << kind << "-proplist "
+           << nodeName(device.name) << " " << propertyText(device) << "\n";
   }
-  if (!firstSink.empty()) script << "set-default-sink " << firstSink << "\n";
-  if (!firstSource.empty()) script << "set-default-source " << firstSource << "\n";
   script.close();
-
-  if (!launch() && whyNot_.empty()) whyNot_ = "the private PulseAudio daemon did not start";
+  launch();
 }
 
-PulseRig::~PulseRig() { stop(true); }
+std::string PulseRig::nodeName(std::string name) const {
+  if (kind_ == SoundServer::pulseAudio) std::replace(name.begin(), name.end(), ':', '_');
+  return name;
+}
 
+// Started through a shell that sends what it says to the rig's log.
+void PulseRig::daemon(const std::string& program, const std::vector<std::string>& arguments) {
+  const auto home = folder_.path() / "home", runtime = folder_.path() / "runtime";
+  const std::string log = "exec \"$0\" \"$@\" >>" + (folder_.path() / "log").string() + " 2>&1";
+  daemons_.push_back(std::make_unique<ChildProcess>(
+      std::vector<std::string>{"/bin/sh", "-c", log, findExecutable(program)} + arguments,
+      ChildProcess::Environment{
+          {"HOME", home.string()}, {"XDG_CONFIG_HOME", (home / ".config").string()},
+          {"XDG_STATE_HOME", (home / "state").string()}, {"PULSE_STATE_PATH", (home / "state").string()},
+          {"XDG_RUNTIME_DIR", runtime.string()}, {"PIPEWIRE_RUNTIME_DIR", runtime.string()},
+          {"PULSE_RUNTIME_PATH", (runtime / "pulse").string()}, {"PIPEWIRE_REMOTE", std::nullopt},
+          {"PULSE_SERVER", std::nullopt}, {"DISPLAY", std::nullopt}, {"DBUS_SESSION_BUS_ADDRESS", std::nullopt}}));
+}
+
+// Starts the server, makes the devices and sets the first sink and source as the defaults.
 bool PulseRig::launch() {
-  const auto home = folder() / "home";
-  const auto socket = folder() / "runtime" / "native";
-  std::error_code ignored;
-  std::filesystem::remove(socket, ignored);  // left behind by a daemon that was killed
-  // Running as root works in the per-user mode too (the daemon only warns); it never needs
-  // --system here, as nobody but this test talks to it.
-  daemon_ = std::make_unique<ChildProcess>(
-      std::vector<std::string>{findExecutable("pulseaudio"), "--daemonize=no", "-n", "--exit-idle-time=-1",
-                               "--use-pid-file=no", "--realtime=no", "--high-priority=no",
-                               "--log-target=file:" + (folder() / "daemon.log").string(),
-                               "-F", (folder() / "rig.pa").string()},
-      ChildProcess::Environment{{"HOME", home.string()},
-                                {"XDG_CONFIG_HOME", (home / ".config").string()},
-                                {"XDG_RUNTIME_DIR", (folder() / "runtime").string()},
-                                {"PULSE_RUNTIME_PATH", (folder() / "runtime").string()},
-                                {"PULSE_STATE_PATH", (home / "state").string()},
-                                {"PULSE_SERVER", std::nullopt},
-                                {"DISPLAY", std::nullopt},
-                                {"DBUS_SESSION_BUS_ADDRESS", std::nullopt}});
-  // The socket comes with the script's first line; the daemon answers once the whole script ran.
-  const bool up = eventually([&] { return !daemon_->running() || std::filesystem::exists(socket); }, 15s) &&
-                  eventually([&] { return !daemon_->running() || pactl({"info"}).status == 0; }, 15s);
-  if (up && daemon_->running()) return true;
-  whyNot_ = "the private PulseAudio daemon did not start; its log:\n" + log();
-  daemon_.reset();
+  std::error_code ignored;  // sockets left behind by a server that was killed
+  for (const auto& socket : {server_.substr(5), (folder_.path() / "runtime" / "pipewire-0").string()}) {
+    std::filesystem::remove(socket, ignored);
+  }
+  const bool pulse = kind_ == SoundServer::pulseAudio;
+  if (pulse) {  // as root the per-user mode works too (the daemon only warns)
+    daemon("pulseaudio", {"--daemonize=no", "-n", "--exit-idle-time=-1", "--use-pid-file=no", "--realtime=no",
+                          "--high-priority=no", "--log-target=stderr", "-F", (folder_.path() / "rig.pa").string()});
+  } else {
+    daemon("pipewire", {});
+    eventually([&] { return std::filesystem::exists(folder_.path() / "runtime" / "pipewire-0"); }, 15s);
+    daemon("wireplumber", {});
+    daemon("pipewire-pulse", {});
+  }
+  const auto died = [&] { return std::any_of(daemons_.begin(), daemons_.end(), [](auto& d) { return !d->running(); }); };
+  bool up = eventually([&] { return died() || pactl({"info"}).status == 0; }, 15s) && !died();
+  auto environment = clientEnvironment();
+  environment["PIPEWIRE_RUNTIME_DIR"] = (folder_.path() / "runtime").string();
+  for (const auto& device : devices_) {
+    // Sources are virtual: a null node of class Audio/Source gets no usable ports on PipeWire 0.3,
+    // and WirePlumber then links no stream at all.
+    const std::string node = "{ factory.name=support.null-audio-sink object.linger=true node.name=\"" + device.name +
+                             "\" media.class=" + (device.sink ? "Audio/Sink" : "Audio/Source/Virtual") +
+                             " audio.rate=" + std::to_string(device.rate) + " audio.channels=" +
+                             std::to_string(device.channels) + " audio.position=[ " +
+                             (device.channels == 1 ? "MONO" : "FL FR") + " ] " + propertyText(device) + " }";
+    up = up && (pulse || runCommand({"pw-cli", "create-node", "adapter", node}, environment, 10s).status == 0);
+  }
+  for (const bool sink : {true, false}) {
+    const auto first = std::find_if(devices_.begin(), devices_.end(), [&](const Device& d) { return d.sink == sink; });
+    const std::string kind = sink ? "sink" : "source";
+    // PipeWire's nodes reach its pulse server a moment after they are made.
+    up = up && (first == devices_.end() || eventually([&] {
+                  return pactl({"set-default-" + kind, nodeName(first->name)}).status == 0 &&
+                         pactlLine({"get-default-" + kind}) == nodeName(first->name);
+                }, 15s));
+  }
+  if (up) return true;
+  std::ifstream log(folder_.path() / "log");
+  whyNot_ = "the private sound server did not start; its log:\n";
+  whyNot_.append(std::istreambuf_iterator<char>(log), {});
+  stop();
   return false;
 }
 
-void PulseRig::stop(bool crash) {
-  if (!daemon_) return;
-  daemon_->terminate(crash ? SIGKILL : SIGTERM);
-  daemon_->waitFor(10s);
-  daemon_.reset();
-}
-
 bool PulseRig::start() {
-  if (daemon_) return true;
   whyNot_.clear();
-  return launch();
+  return !daemons_.empty() || launch();
 }
 
 void PulseRig::signalDaemon(int signal) {
-  if (daemon_) daemon_->terminate(signal);
+  if (!daemons_.empty()) daemons_.back()->terminate(signal);
 }
-
-std::string PulseRig::log() const { return readWhole(folder() / "daemon.log"); }
 
 ChildProcess::Environment PulseRig::clientEnvironment(const std::string& properties) const {
   return {{"PULSE_SERVER", server_},
@@ -153,9 +184,7 @@ ChildProcess::Environment PulseRig::clientEnvironment(const std::string& propert
 }
 
 CommandResult PulseRig::pactl(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> argv{"pactl"};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
-  return runCommand(argv, clientEnvironment(), 10s);
+  return runCommand(std::vector<std::string>{"pactl"} + arguments, clientEnvironment(), 10s);
 }
 
 std::string PulseRig::pactlLine(const std::vector<std::string>& arguments) const {
@@ -164,30 +193,22 @@ std::string PulseRig::pactlLine(const std::vector<std::string>& arguments) const
   return output;
 }
 
-std::unique_ptr<ChildProcess> PulseRig::play(const std::string& properties) const {
-  return std::make_unique<ChildProcess>(std::vector<std::string>{"pacat", "--playback", "/dev/zero"},
-                                        clientEnvironment(properties));
-}
-
-std::unique_ptr<ChildProcess> PulseRig::record(const std::string& properties) const {
-  return std::make_unique<ChildProcess>(std::vector<std::string>{"parecord", "--raw", "/dev/null"},
-                                        clientEnvironment(properties));
-}
-
-std::unique_ptr<ChildProcess> PulseRig::playShort(double seconds, const std::string& properties) const {
-  const auto file = folder() / ("silence-" + std::to_string(static_cast<int>(seconds * 1000)) + ".wav");
-  if (!std::filesystem::exists(file)) writeSilence(file, seconds);
-  return std::make_unique<ChildProcess>(std::vector<std::string>{"paplay", file.string()},
-                                        clientEnvironment(properties));
-}
-
 std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& arguments,
                                                const std::string& properties) const {
-  std::vector<std::string> argv{WRENHAVEN_PULSE_CLIENT_PATH};
-  argv.insert(argv.end(), arguments.begin(), arguments.end());
-  auto process = std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
-  if (!process->waitForOutput("ready\n", 10s)) return nullptr;
-  return process;
+  auto process = run(std::vector<std::string>{WRENHAVEN_PULSE_CLIENT_PATH} + arguments, properties);
+  return process->waitForOutput("ready\n", 10s) ? std::move(process) : nullptr;
+}
+
+std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& appID,
+                                                          const std::string& properties) const {
+  std::vector<std::string> argv{"unshare", "--mount", "--pid", "--fork"};
+  if (::geteuid() != 0) argv.insert(argv.begin() + 1, {"--user", "--map-root-user"});
+  auto process = run(argv + std::vector<std::string>{"/bin/sh", "-c", sandboxScript, folder_.path().string(), appID,
+                                                     "parecord", "/dev/null"},
+                     properties);
+  const auto listed = [&] { return pactl({"list", "clients"}).output.find(appID) != std::string::npos; };
+  eventually([&] { return !process->running() || listed(); });
+  return process->running() ? std::move(process) : nullptr;
 }
 
 }  // namespace wh::test

@@ -1,11 +1,10 @@
 #pragma once
-// A private PulseAudio daemon for tests, on a socket of its own in a temporary folder, with null
-// sinks and sources that pass for a laptop's own card and for Bluetooth headphones, and real
-// clients to play and record on it. Nothing of the user's own sound session is touched. The
-// daemon is stopped when the rig goes away (clients are ChildProcesses that die with their
-// owner), also when a test fails halfway.
+// A private sound server for tests, in a temporary folder: a PulseAudio daemon, or pipewire +
+// wireplumber + pipewire-pulse. Its null sinks and sources pass for a laptop's card and Bluetooth
+// headphones. The servers die with the rig, also when a test fails halfway.
 
-#include <filesystem>
+#include <gtest/gtest.h>
+
 #include <map>
 #include <memory>
 #include <string>
@@ -16,80 +15,74 @@
 
 namespace wh::test {
 
+enum class SoundServer { pulseAudio, pipeWire };
+// For tests on both servers: INSTANTIATE_TEST_SUITE_P(S, T, bothSoundServers(), soundServerTestName).
+testing::internal::ParamGenerator<SoundServer> bothSoundServers();
+std::string soundServerTestName(const testing::TestParamInfo<SoundServer>& info);
+
 class PulseRig {
  public:
   struct Device {
     bool sink = true;
-    std::string name;
-    std::string description;
-    unsigned rate = 48000;
-    unsigned channels = 2;
-    // Device properties such as device.bus, device.api, device.form_factor.
-    std::map<std::string, std::string> properties;
+    std::string name, description;
+    unsigned rate = 48000, channels = 2;
+    std::map<std::string, std::string> properties;  // device.bus, api.bluez5.address, ...
   };
 
   static constexpr const char* laptopSpeakers = "alsa_output.pci-0000_00_1f.3.analog-stereo";
   static constexpr const char* laptopMicrophone = "alsa_input.pci-0000_00_1f.3.analog-stereo";
-  static constexpr const char* headphonesAddress = "AA:BB:CC:DD:EE:FF";
   static constexpr const char* headphonesOutput = "bluez_output.AA_BB_CC_DD_EE_FF.1";
   static constexpr const char* headphonesInput = "bluez_input.AA_BB_CC_DD_EE_FF.0";
-  static constexpr const char* olderHeadphonesAddress = "11:22:33:44:55:66";
-  static constexpr const char* olderHeadphonesOutput = "bluez_sink.11_22_33_44_55_66.a2dp_sink";
-  static constexpr const char* virtualSink = "rig_virtual_sink";
+  static constexpr const char* headphonesLoopback = "bluez_input.AA:BB:CC:DD:EE:FF";  // WirePlumber 0.5
 
-  // The laptop's speakers (48 kHz) and microphone, headphones named the way PipeWire names them
-  // (output 44.1 kHz, headset microphone 16 kHz mono), a second pair named the way PulseAudio
-  // names them, and a plain virtual sink. The laptop's speakers and microphone are the defaults.
+  // The laptop's speakers and microphone (the defaults), headphones as WirePlumber 0.4 makes them
+  // (output 44.1 kHz, headset microphone 16 kHz mono), a pair as PulseAudio makes them, a virtual
+  // sink, and WirePlumber 0.5's loopback source in front of the headset microphone.
   static std::vector<Device> laptopWithHeadphones();
 
-  explicit PulseRig(std::vector<Device> devices = laptopWithHeadphones());
-  ~PulseRig();
-  PulseRig(const PulseRig&) = delete;
-  PulseRig& operator=(const PulseRig&) = delete;
+  explicit PulseRig(std::vector<Device> devices = laptopWithHeadphones(), SoundServer server = SoundServer::pulseAudio);
+  explicit PulseRig(SoundServer server) : PulseRig(laptopWithHeadphones(), server) {}
 
   bool available() const { return whyNot_.empty(); }
   const std::string& whyNot() const { return whyNot_; }
-  // The address for PULSE_SERVER or the adapter's options: "unix:<socket>".
-  const std::string& server() const { return server_; }
-  const std::filesystem::path& folder() const { return folder_.path(); }
+  const std::string& server() const { return server_; }  // "unix:<socket>"
+  std::string nodeName(std::string name) const;  // as this server spells it (PulseAudio refuses ":")
 
-  // The environment of a client of this daemon; `properties` goes to PULSE_PROP
-  // ("application.id=org.example.Player application.name=Player").
+  // A client's environment; `properties` goes to PULSE_PROP ("application.id=org.example.Player").
   ChildProcess::Environment clientEnvironment(const std::string& properties = {}) const;
-  // pactl against this daemon.
   CommandResult pactl(const std::vector<std::string>& arguments) const;
-  // pactl's output without the final line break ("pactl get-default-sink" and the like).
+  // pactl's output without the final line break ("get-default-sink" and the like).
   std::string pactlLine(const std::vector<std::string>& arguments) const;
 
-  // pacat playing silence until it is stopped.
-  std::unique_ptr<ChildProcess> play(const std::string& properties = {}) const;
-  // parecord recording into /dev/null until it is stopped.
-  std::unique_ptr<ChildProcess> record(const std::string& properties = {}) const;
-  // paplay playing a short sound file (about `seconds` long) and ending by itself.
-  std::unique_ptr<ChildProcess> playShort(double seconds, const std::string& properties = {}) const;
-  // The steerable client (tests/tools/pulse_client), started with `arguments` and waited for
-  // until its stream is ready; SIGUSR1 corks and SIGUSR2 uncorks it. Null when it did not come up.
+  // pacat playing silence, parecord recording; tests/tools/pulse_client with `arguments` once its
+  // stream is set up (null if it never is).
+  auto play(const std::string& properties = {}) const { return run({"pacat", "/dev/zero"}, properties); }
+  auto record(const std::string& properties = {}) const { return run({"parecord", "/dev/null"}, properties); }
   std::unique_ptr<ChildProcess> client(const std::vector<std::string>& arguments,
                                        const std::string& properties = {}) const;
+  // parecord in a sandbox as Flatpak makes one: its own pid namespace (it is pid 1 there) and a
+  // root holding a .flatpak-info that names `appID`. Null where no sandbox can be made.
+  std::unique_ptr<ChildProcess> sandboxedRecorder(const std::string& appID, const std::string& properties = {}) const;
 
-  // Ends the daemon: politely, or at once as a crash would.
-  void stop(bool crash = false);
-  // Starts it again with the same devices on the same socket; true once it answers.
+  // Ends the server as a crash would; start() brings it back as it was.
+  void stop() { daemons_.clear(); }
   bool start();
-  bool running() const { return daemon_ != nullptr; }
-  // Sends the daemon a signal (SIGSTOP freezes it, SIGCONT lets it go on).
+  // Signals the process that serves the protocol (SIGSTOP freezes it, SIGCONT lets it go on).
   void signalDaemon(int signal);
-  // What the daemon wrote to its log.
-  std::string log() const;
 
  private:
+  std::unique_ptr<ChildProcess> run(std::vector<std::string> argv, const std::string& properties) const {
+    return std::make_unique<ChildProcess>(argv, clientEnvironment(properties));
+  }
+  void daemon(const std::string& program, const std::vector<std::string>& arguments);
   bool launch();
 
   TempDir folder_{"wrenhaven-pulse"};
   std::vector<Device> devices_;
+  SoundServer kind_;
   std::string server_;
   std::string whyNot_;
-  std::unique_ptr<ChildProcess> daemon_;
+  std::vector<std::unique_ptr<ChildProcess>> daemons_;  // the protocol's server last (killed with the rig)
 };
 
 }  // namespace wh::test

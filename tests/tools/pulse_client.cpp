@@ -1,143 +1,78 @@
-// A sound server client that tests can steer: it opens one playback stream (silence) or one
-// capture stream, and corks or uncorks it on a signal, which pacat and parecord cannot do.
-//
-//   pulse_client [--record] [--peak] [--corked] [--device NAME]
-//
-// Connects where PULSE_SERVER points (PULSE_PROP sets its application properties). Prints
-// "ready" once the stream runs (or is corked), then "corked" after SIGUSR1 and "uncorked" after
-// SIGUSR2 once the server has done it. --peak opens the capture the way level meters do (peak
-// detection). Ends on SIGTERM or SIGINT with 0; 1 when the server cannot be reached.
+// A sound server client that tests can steer: one playback stream of silence, corked on SIGUSR1
+// and uncorked on SIGUSR2 (which pacat cannot do), or with --peak one capture stream recording the
+// way level meters do (peak detection). Connects where PULSE_SERVER points (PULSE_PROP sets its
+// properties), prints "ready" once the stream is set up, exits 0 on SIGTERM and 1 on failure.
 #include <pulse/pulseaudio.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <string>
 #include <vector>
 
 namespace {
 
 struct Client {
-  pa_mainloop* loop = nullptr;
-  pa_context* context = nullptr;
+  pa_mainloop* loop = pa_mainloop_new();
   pa_stream* stream = nullptr;
-  bool record = false;
   bool peak = false;
-  bool corked = false;
-  std::string device;
 };
 
-void say(const char* line) {
-  std::printf("%s\n", line);
-  std::fflush(stdout);
-}
-
-void onCorked(pa_stream*, int success, void* userdata) {
-  auto* client = static_cast<Client*>(userdata);
-  if (success) say(client->corked ? "corked" : "uncorked");
-}
-
-void onCorkSignal(pa_mainloop_api*, pa_signal_event*, int signal, void* userdata) {
-  auto* client = static_cast<Client*>(userdata);
-  if (client->stream == nullptr) return;
-  client->corked = signal == SIGUSR1;
-  if (pa_operation* op = pa_stream_cork(client->stream, client->corked ? 1 : 0, &onCorked, client)) {
+void onSignal(pa_mainloop_api* api, pa_signal_event*, int signal, void* userdata) {
+  auto* stream = static_cast<Client*>(userdata)->stream;
+  if (signal == SIGTERM) return api->quit(api, 0);
+  if (pa_operation* op = stream ? pa_stream_cork(stream, signal == SIGUSR1, nullptr, nullptr) : nullptr) {
     pa_operation_unref(op);
   }
 }
 
-void onEnd(pa_mainloop_api* api, pa_signal_event*, int, void*) { api->quit(api, 0); }
-
-void onWritable(pa_stream* stream, size_t bytes, void*) {
-  std::vector<char> silence(bytes, 0);
-  pa_stream_write(stream, silence.data(), bytes, nullptr, 0, PA_SEEK_RELATIVE);
-}
-
-void onReadable(pa_stream* stream, size_t, void*) {
-  const void* data = nullptr;
-  size_t bytes = 0;
-  while (pa_stream_readable_size(stream) > 0 && pa_stream_peek(stream, &data, &bytes) == 0) {
-    if (bytes == 0) break;
-    pa_stream_drop(stream);
-  }
-}
-
 void onStreamState(pa_stream* stream, void* userdata) {
-  auto* client = static_cast<Client*>(userdata);
-  if (pa_stream_get_state(stream) == PA_STREAM_READY) say("ready");
-  if (pa_stream_get_state(stream) == PA_STREAM_FAILED) {
-    pa_mainloop_quit(client->loop, 1);
+  if (pa_stream_get_state(stream) == PA_STREAM_FAILED) pa_mainloop_quit(static_cast<Client*>(userdata)->loop, 1);
+  if (pa_stream_get_state(stream) == PA_STREAM_READY) {
+    std::puts("ready");
+    std::fflush(stdout);
   }
 }
 
-void openStream(Client& client) {
-  const pa_sample_spec format{client.peak ? PA_SAMPLE_FLOAT32LE : PA_SAMPLE_S16LE, client.peak ? 25u : 44100u,
-                            client.peak ? uint8_t{1} : uint8_t{2}};
-  client.stream = pa_stream_new(client.context, client.record ? "capture" : "playback", &format, nullptr);
+void openStream(pa_context* context, Client& client) {
+  const pa_sample_spec format = client.peak ? pa_sample_spec{PA_SAMPLE_FLOAT32LE, 25, 1}
+                                            : pa_sample_spec{PA_SAMPLE_S16LE, 44100, 2};
+  client.stream = pa_stream_new(context, client.peak ? "capture" : "playback", &format, nullptr);
   pa_stream_set_state_callback(client.stream, &onStreamState, &client);
-  auto flags = client.corked ? PA_STREAM_START_CORKED : PA_STREAM_NOFLAGS;
-  const char* device = client.device.empty() ? nullptr : client.device.c_str();
-  if (client.record) {
-    if (client.peak) flags = static_cast<pa_stream_flags_t>(flags | PA_STREAM_PEAK_DETECT | PA_STREAM_ADJUST_LATENCY);
-    pa_stream_set_read_callback(client.stream, &onReadable, &client);
-    pa_stream_connect_record(client.stream, device, nullptr, flags);
-  } else {
-    pa_stream_set_write_callback(client.stream, &onWritable, &client);
-    pa_stream_connect_playback(client.stream, device, nullptr, flags, nullptr, nullptr);
+  if (!client.peak) {
+    pa_stream_set_write_callback(client.stream, [](pa_stream* stream, size_t bytes, void*) {
+      const std::vector<char> silence(bytes, 0);
+      pa_stream_write(stream, silence.data(), bytes, nullptr, 0, PA_SEEK_RELATIVE);
+    }, nullptr);
+    pa_stream_connect_playback(client.stream, nullptr, nullptr, PA_STREAM_NOFLAGS, nullptr, nullptr);
+    return;
   }
-}
-
-void onContextState(pa_context* context, void* userdata) {
-  auto* client = static_cast<Client*>(userdata);
-  switch (pa_context_get_state(context)) {
-    case PA_CONTEXT_READY:
-      openStream(*client);
-      break;
-    case PA_CONTEXT_FAILED:
-    case PA_CONTEXT_TERMINATED:
-      pa_mainloop_quit(client->loop, 1);
-      break;
-    default:
-      break;
-  }
+  pa_stream_set_read_callback(client.stream, [](pa_stream* stream, size_t, void*) {
+    const void* data = nullptr;
+    size_t bytes = 0;
+    while (pa_stream_peek(stream, &data, &bytes) == 0 && bytes > 0) pa_stream_drop(stream);
+  }, nullptr);
+  pa_stream_connect_record(client.stream, nullptr, nullptr,
+                           static_cast<pa_stream_flags_t>(PA_STREAM_PEAK_DETECT | PA_STREAM_ADJUST_LATENCY));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Client client;
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    if (arg == "--record") {
-      client.record = true;
-    } else if (arg == "--peak") {
-      client.record = true;
-      client.peak = true;
-    } else if (arg == "--corked") {
-      client.corked = true;
-    } else if (arg == "--device" && i + 1 < argc) {
-      client.device = argv[++i];
-    } else {
-      std::fprintf(stderr, "usage: pulse_client [--record] [--peak] [--corked] [--device NAME]\n");
-      return 2;
-    }
-  }
-  client.loop = pa_mainloop_new();
+  client.peak = argc > 1 && std::strcmp(argv[1], "--peak") == 0;
   pa_mainloop_api* api = pa_mainloop_get_api(client.loop);
   pa_signal_init(api);
-  pa_signal_new(SIGUSR1, &onCorkSignal, &client);
-  pa_signal_new(SIGUSR2, &onCorkSignal, &client);
-  pa_signal_new(SIGTERM, &onEnd, nullptr);
-  pa_signal_new(SIGINT, &onEnd, nullptr);
-  client.context = pa_context_new(api, "pulse_client");
-  pa_context_set_state_callback(client.context, &onContextState, &client);
-  if (pa_context_connect(client.context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) return 1;
+  for (int signal : {SIGUSR1, SIGUSR2, SIGTERM}) pa_signal_new(signal, &onSignal, &client);
+  pa_context* context = pa_context_new(api, "pulse_client");
+  pa_context_set_state_callback(context, [](pa_context* c, void* userdata) {
+    auto* self = static_cast<Client*>(userdata);
+    const auto state = pa_context_get_state(c);
+    if (state == PA_CONTEXT_READY) openStream(c, *self);
+    if (state == PA_CONTEXT_FAILED || state == PA_CONTEXT_TERMINATED) pa_mainloop_quit(self->loop, 1);
+  }, &client);
+  if (pa_context_connect(context, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) return 1;
   int status = 0;
   pa_mainloop_run(client.loop, &status);
-  if (client.stream != nullptr) pa_stream_unref(client.stream);
-  pa_context_disconnect(client.context);
-  pa_context_unref(client.context);
-  pa_signal_done();
-  pa_mainloop_free(client.loop);
+  pa_mainloop_free(client.loop);  // the process ends here: the rest goes with it
   return status;
 }

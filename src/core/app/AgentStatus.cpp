@@ -9,7 +9,7 @@ namespace wh {
 
 AgentStatus::AgentStatus(Runtime& runtime, Settings& settings, Services& services, BluetoothAccess& access,
                          AgentChannel& channel, AppHost& host)
-    : runtime_(runtime), settings_(settings), services_(services), access_(access), channel_(channel), host_(host) {}
+    : runtime_(runtime), settings_(settings), services_(services), access_(access), channel_(channel), accessibility_(runtime, host) {}
 
 const char* AgentStatus::accessText(BluetoothAuthorization authorization) {
   switch (authorization) {
@@ -63,7 +63,7 @@ void AgentStatus::publish() {
 
   put(changes, StatusKeys::pinStatus, StoreValue::string(describe(services_.pinner.status())));
   put(changes, StatusKeys::inCall, StoreValue::boolean(services_.pinner.inCall()));
-  put(changes, StatusKeys::accessibility, StoreValue::boolean(host_.accessibilityTrusted()));
+  if (const auto trusted = accessibility_.trusted()) put(changes, StatusKeys::accessibility, StoreValue::boolean(*trusted));
   commit(std::move(changes));
 }
 
@@ -121,6 +121,8 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
       // Asking for access; the paired list follows once it is granted.
       access_.whenAllowed(lifetime_.guard([this] { publishPaired(); }));
     }
+  } else if (command == "requestAccessibility") {
+    accessibility_.recheck();  // a change comes back through the refresh
   } else if (command == "listPaired") {
     publishPaired();
   } else if (command == "toggle") {

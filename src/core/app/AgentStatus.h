@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/app/AccessibilityCheck.h"
 #include "core/app/AgentChannel.h"
 #include "core/app/AppHost.h"
 #include "core/app/Services.h"
@@ -55,6 +56,10 @@ class AgentStatus {
   // One command, as the channel delivers it.
   void handle(const std::string& command, const nlohmann::json& userInfo);
 
+  // The accessibility answer that the status publishes, asked off the main thread.
+  AccessibilityCheck& accessibility() { return accessibility_; }
+  const AccessibilityCheck& accessibility() const { return accessibility_; }
+
   static const char* accessText(BluetoothAuthorization authorization);
   static nlohmann::json batteryJson(const BatteryLevels& levels);
 
@@ -70,7 +75,7 @@ class AgentStatus {
   Services& services_;
   BluetoothAccess& access_;
   AgentChannel& channel_;
-  AppHost& host_;
+  AccessibilityCheck accessibility_;
   Actions actions_;
   std::unique_ptr<Registration> listening_;
   std::unique_ptr<RepeatingTimer> onboardingWatch_;

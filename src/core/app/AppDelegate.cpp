@@ -33,14 +33,7 @@ void AppDelegate::refresh() {
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
-  if (host_.environmentHas(testRunnerVariable)) return;
-
-  if (!host_.claimSingleInstance(lifetime_.guard([this] { applicationShouldHandleReopen(); }))) {
-    host_.terminate();
-    return;
-  }
-  started_ = true;
-
+  // The test runner and another instance were ruled out before anything was built (LaunchGate).
   processes_.start();
 
   services_.pinner.onChange = refreshAction_;
@@ -75,7 +68,8 @@ void AppDelegate::applicationDidFinishLaunching() {
                   lifetime_.guard([this] { host_.openBluetoothSettings(); })});
   status_.publish();
 
-  Log::info(startLine());
+  // The start line names the accessibility answer, which comes back from the check's own queue.
+  status_.accessibility().start(refreshAction_, lifetime_.guard([this] { Log::info(startLine()); }));
 }
 
 void AppDelegate::startBluetooth() {
@@ -121,7 +115,7 @@ std::vector<std::pair<std::string, std::string>> AppDelegate::batteryDevices(boo
 
 std::string AppDelegate::startLine() const {
   return "Wrenhaven " + build_.versionText() + " started on " + host_.systemVersion() + ", accessibility " +
-         (host_.accessibilityTrusted() ? "true" : "false") + ", " + std::to_string(settings_.devices().size()) +
+         (status_.accessibility().trusted().value_or(false) ? "true" : "false") + ", " + std::to_string(settings_.devices().size()) +
          " saved devices";
 }
 

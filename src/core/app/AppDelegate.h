@@ -24,7 +24,6 @@ namespace wh {
 
 class AppDelegate {
  public:
-  static constexpr const char* testRunnerVariable = "XCTestConfigurationFilePath";
   static constexpr double batteryInterval = 300.0;
   static constexpr double batteryTolerance = 60.0;
   static constexpr double batteryAfterConnect = 3.0;
@@ -46,8 +45,6 @@ class AppDelegate {
   // What a refresh redraws before it publishes the status, in the order added.
   void addRefreshStep(std::function<void()> step) { refreshSteps_.push_back(std::move(step)); }
 
-  // Whether launching got past the test-runner and second-instance checks.
-  bool started() const { return started_; }
   // The first log line of a running agent.
   std::string startLine() const;
   // The remembered headphones as (address, name), all of them or only the connected ones.
@@ -70,7 +67,6 @@ class AppDelegate {
   AgentStatus& status_;
   AudioProcessMonitor& processes_;
   bool refreshPending_ = false;
-  bool started_ = false;
   std::vector<std::function<void()>> refreshSteps_;
   std::function<void()> refreshAction_;
   std::vector<NotificationCenter::Observation> observations_;

@@ -14,11 +14,10 @@ class AppHost {
   // asks that one to handle a reopen and answers false; `reopen` is what this instance does when
   // a later one asks it the same.
   virtual bool claimSingleInstance(std::function<void()> reopen) = 0;
-  // Ends the program once the current main-queue work has finished.
-  virtual void terminate() = 0;
   // The operating system's name and version, as the start line and reports show it.
   virtual std::string systemVersion() const = 0;
   // Whether the agent may read the media keys (the input devices) and emit keys of its own.
+  // Slow (it looks at the devices) and safe from any thread.
   virtual bool accessibilityTrusted() const = 0;
   // Shows the user where Bluetooth access is granted.
   virtual void openBluetoothSettings() = 0;

@@ -3,11 +3,11 @@
 #include <pulse/pulseaudio.h>
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <functional>
 #include <set>
+#include <string_view>
 
 namespace wh::platform {
 
@@ -20,21 +20,29 @@ std::optional<std::string> propertyOf(const pa_proplist* properties, const char*
   return std::string(value);
 }
 
-std::map<std::string, std::string> deviceProperties(const pa_proplist* properties) {
-  std::map<std::string, std::string> out;
-  for (const char* key : {"device.bus", "device.api", "device.form_factor", "api.bluez5.profile", "bluetooth.protocol"}) {
-    if (auto value = propertyOf(properties, key)) out.emplace(key, std::move(*value));
+// The properties that say what a device is: device.*, and what each server adds to Bluetooth nodes.
+PulseProperties deviceProperties(const pa_proplist* properties) {
+  PulseProperties out;
+  if (properties == nullptr) return out;
+  void* state = nullptr;
+  while (const char* key = pa_proplist_iterate(properties, &state)) {
+    const std::string_view name(key);
+    const bool wanted = name.starts_with("device.") || name.starts_with("api.bluez5.") ||
+                        name.starts_with("bluez5.") || name.starts_with("bluetooth.");
+    if (!wanted) continue;
+    if (const char* value = pa_proplist_gets(properties, key)) out.emplace(key, value);
   }
   return out;
 }
 
-std::optional<std::int32_t> pidOf(const pa_proplist* properties) {
-  const auto text = propertyOf(properties, PA_PROP_APPLICATION_PROCESS_ID);
-  if (!text) return std::nullopt;
-  std::int32_t pid = 0;
-  const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), pid);
-  if (error != std::errc() || end != text->data() + text->size() || pid <= 0) return std::nullopt;
-  return pid;
+// What a client says of itself and what the server knows of it.
+PulseProperties clientProperties(const pa_proplist* properties) {
+  PulseProperties out;
+  for (const char* key : {PA_PROP_APPLICATION_PROCESS_ID, PA_PROP_APPLICATION_ID, "client.api", "pipewire.sec.pid",
+                          "pipewire.access", "pipewire.client.access", "pipewire.access.portal.app_id"}) {
+    if (auto value = propertyOf(properties, key)) out.emplace(key, std::move(*value));
+  }
+  return out;
 }
 
 std::optional<std::uint32_t> clientOf(std::uint32_t index) {
@@ -53,6 +61,7 @@ PulseDeviceInfo deviceRecord(const Info& info, bool isSink, unsigned hardwareFla
   device.hardware = (info.flags & hardwareFlag) != 0;
   device.network = (info.flags & networkFlag) != 0;
   device.properties = deviceProperties(info.proplist);
+  if (info.card != PA_INVALID_INDEX) device.card = info.card;
   return device;
 }
 
@@ -62,7 +71,10 @@ PulseStreamInfo streamInfo(const Info& info) {
   stream.index = info.index;
   stream.client = clientOf(info.client);
   stream.corked = info.corked != 0;
-  stream.peakMeter = info.resample_method != nullptr && std::strcmp(info.resample_method, "peaks") == 0;
+  // A level meter's capture (PA_STREAM_PEAK_DETECT): PulseAudio resamples it with "peaks";
+  // pipewire-pulse reports its own resampler and marks the stream resample.peaks instead.
+  stream.peakMeter = (info.resample_method != nullptr && std::strcmp(info.resample_method, "peaks") == 0) ||
+                     propertyOf(info.proplist, "resample.peaks") == "true";
   return stream;
 }
 
@@ -101,7 +113,9 @@ class PulseAudioHardware::Connection {
   ~Connection() {
     pa_threaded_mainloop_lock(loop_);
     if (retry_ != nullptr) api_->time_free(retry_);
+    if (confirm_ != nullptr) api_->time_free(confirm_);
     retry_ = nullptr;
+    confirm_ = nullptr;
     drop(context_);
     drop(dead_);
     for (Waiter* waiter : waiters_) waiter->finish(false);
@@ -134,8 +148,9 @@ class PulseAudioHardware::Connection {
     // Once cancelled (under the loop's lock) the answer can no longer arrive.
     if (pa_operation_get_state(operation) == PA_OPERATION_RUNNING) pa_operation_cancel(operation);
     pa_operation_unref(operation);
-    pa_threaded_mainloop_unlock(loop_);
     std::lock_guard lock(waiter.mutex);
+    if (waiter.done && waiter.success) confirmLater();
+    pa_threaded_mainloop_unlock(loop_);
     return waiter.done && waiter.success;
   }
 
@@ -178,6 +193,26 @@ class PulseAudioHardware::Connection {
     for (Waiter* waiter : waiters_) waiter->finish(false);
     owner_.setState(false, true, error);
     scheduleRetry();
+  }
+
+  // Reads the server's defaults again a moment after a write. PipeWire's session manager decides
+  // the default itself: when another program's choice overtakes ours before it decides, the
+  // default never changes, no event comes, and only a fresh read shows that ours did not win.
+  void confirmLater() {
+    if (confirm_ != nullptr || context_ == nullptr) return;
+    timeval when{};
+    pa_gettimeofday(&when);
+    pa_timeval_add(&when, static_cast<pa_usec_t>(confirmDelay * 1e6));
+    confirm_ = api_->time_new(api_, &when, &Connection::onConfirm, this);
+  }
+
+  static void onConfirm(pa_mainloop_api* api, pa_time_event* event, const timeval*, void* userdata) {
+    auto* self = static_cast<Connection*>(userdata);
+    api->time_free(event);
+    self->confirm_ = nullptr;
+    if (self->context_ != nullptr && pa_context_get_state(self->context_) == PA_CONTEXT_READY) {
+      track(pa_context_get_server_info(self->context_, &Connection::onServer<false>, self));
+    }
   }
 
   void scheduleRetry() {
@@ -227,9 +262,11 @@ class PulseAudioHardware::Connection {
   void synchronise() {
     const auto mask = static_cast<pa_subscription_mask_t>(
         PA_SUBSCRIPTION_MASK_SINK | PA_SUBSCRIPTION_MASK_SOURCE | PA_SUBSCRIPTION_MASK_CLIENT |
-        PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE_OUTPUT | PA_SUBSCRIPTION_MASK_SERVER);
+        PA_SUBSCRIPTION_MASK_SINK_INPUT | PA_SUBSCRIPTION_MASK_SOURCE_OUTPUT | PA_SUBSCRIPTION_MASK_SERVER |
+        PA_SUBSCRIPTION_MASK_CARD);
     track(pa_context_subscribe(context_, mask, nullptr, nullptr));
-    pendingLists_ = 6;
+    pendingLists_ = 7;
+    track(pa_context_get_card_info_list(context_, &Connection::onCard<true>, this));
     track(pa_context_get_server_info(context_, &Connection::onServer<true>, this));
     track(pa_context_get_sink_info_list(context_, &Connection::onSink<true>, this));
     track(pa_context_get_source_info_list(context_, &Connection::onSource<true>, this));
@@ -269,6 +306,9 @@ class PulseAudioHardware::Connection {
       case PA_SUBSCRIPTION_EVENT_SOURCE_OUTPUT:
         if (removed) return mirror.removeStream(false, index);
         return track(pa_context_get_source_output_info(context, index, &Connection::onSourceOutput<false>, self));
+      case PA_SUBSCRIPTION_EVENT_CARD:
+        if (removed) return mirror.removeCard(index);
+        return track(pa_context_get_card_info_by_index(context, index, &Connection::onCard<false>, self));
       case PA_SUBSCRIPTION_EVENT_SERVER:
         return track(pa_context_get_server_info(context, &Connection::onServer<false>, self));
       default:
@@ -318,9 +358,16 @@ class PulseAudioHardware::Connection {
   }
 
   template <bool List>
+  static void onCard(pa_context* context, const pa_card_info* info, int eol, void* userdata) {
+    answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_card_info& card) {
+      mirror.applyCard(card.index, deviceProperties(card.proplist));
+    });
+  }
+
+  template <bool List>
   static void onClient(pa_context* context, const pa_client_info* info, int eol, void* userdata) {
     answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_client_info& client) {
-      mirror.applyClient({client.index, pidOf(client.proplist), propertyOf(client.proplist, PA_PROP_APPLICATION_ID)});
+      mirror.applyClient(pulseClient(client.index, clientProperties(client.proplist)));
     });
   }
 
@@ -345,6 +392,8 @@ class PulseAudioHardware::Connection {
   pa_context* context_ = nullptr;
   pa_context* dead_ = nullptr;
   pa_time_event* retry_ = nullptr;
+  pa_time_event* confirm_ = nullptr;
+  static constexpr double confirmDelay = 0.25;  // seconds: PipeWire's session manager decides in milliseconds
   double delay_;
   int pendingLists_ = 0;
   std::set<Waiter*> waiters_;

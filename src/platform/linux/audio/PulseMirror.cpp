@@ -1,37 +1,77 @@
 #include "platform/linux/audio/PulseMirror.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace wh::platform {
 
 namespace {
 
-std::string property(const PulseDeviceInfo& device, const std::string& key) {
-  const auto found = device.properties.find(key);
-  return found == device.properties.end() ? std::string() : found->second;
+std::string property(const PulseProperties& properties, const std::string& key) {
+  const auto found = properties.find(key);
+  return found == properties.end() ? std::string() : found->second;
 }
 
 bool startsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
 
+// BlueZ nodes as each server names them: PipeWire's bluez_output.AA_BB_CC_DD_EE_FF.1 and
+// bluez_input.AA_BB_CC_DD_EE_FF.0 (WirePlumber 0.5's loopback source: bluez_input.AA:BB:CC:DD:EE:FF),
+// PulseAudio's bluez_sink.AA_BB_CC_DD_EE_FF.a2dp_sink and bluez_source.AA_BB_CC_DD_EE_FF.*.
+bool isBluetooth(const std::string& name, const PulseProperties& properties) {
+  for (const char* prefix : {"bluez_output.", "bluez_input.", "bluez_sink.", "bluez_source."}) {
+    if (startsWith(name, prefix)) return true;
+  }
+  const std::string bus = property(properties, "device.bus");
+  const std::string api = property(properties, "device.api");
+  if (bus == "bluetooth" || api == "bluez5" || api == "bluez") return true;
+  if (property(properties, "bluez5.loopback") == "true") return true;
+  return std::any_of(properties.begin(), properties.end(),
+                     [](const auto& entry) { return startsWith(entry.first, "api.bluez5."); });
+}
+
 }  // namespace
 
-std::uint32_t pulseTransport(const PulseDeviceInfo& device) {
-  const std::string bus = property(device, "device.bus");
-  const std::string api = property(device, "device.api");
-  if (bus == "bluetooth" || api == "bluez5" || api == "bluez") {
+std::uint32_t pulseTransport(const std::string& name, const PulseProperties& properties, bool hardware, bool network) {
+  if (isBluetooth(name, properties)) {
     // LE audio runs the BAP profiles; classic audio A2DP and the headset profiles.
-    const bool le = startsWith(property(device, "api.bluez5.profile"), "bap") ||
-                    startsWith(property(device, "bluetooth.protocol"), "bap");
+    const bool le = startsWith(property(properties, "api.bluez5.profile"), "bap") ||
+                    startsWith(property(properties, "bluetooth.protocol"), "bap");
     return le ? fourCharCode("blea") : fourCharCode("blue");
   }
-  if (property(device, "device.form_factor") == "internal" || bus == "pci" || bus == "platform") {
+  const std::string bus = property(properties, "device.bus");
+  if (property(properties, "device.form_factor") == "internal" || bus == "pci" || bus == "platform") {
     return fourCharCode("bltn");
   }
   if (bus == "usb") return fourCharCode("usb ");
   if (bus == "firewire") return fourCharCode("1394");
-  if (device.network) return fourCharCode("ntwk");
-  if (!device.hardware) return fourCharCode("grup");
+  if (network) return fourCharCode("ntwk");
+  if (!hardware) return fourCharCode("grup");
   return fourCharCode("unkn");
+}
+
+namespace {
+
+std::optional<std::int32_t> pidFrom(const std::string& text) {
+  std::int32_t pid = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size() || pid <= 0) return std::nullopt;
+  return pid;
+}
+
+}  // namespace
+
+PulseClientInfo pulseClient(std::uint32_t index, const PulseProperties& properties) {
+  PulseClientInfo client;
+  client.index = index;
+  const std::string portalApp = property(properties, "pipewire.access.portal.app_id");
+  const bool sandboxed = !portalApp.empty() || property(properties, "pipewire.access") == "flatpak" ||
+                         property(properties, "pipewire.client.access") == "flatpak";
+  const bool throughPulseServer = property(properties, "client.api") == "pipewire-pulse";
+  if (!throughPulseServer) client.pid = pidFrom(property(properties, "pipewire.sec.pid"));
+  if (!client.pid && !sandboxed) client.pid = pidFrom(property(properties, "application.process.id"));
+  const std::string appID = portalApp.empty() ? property(properties, "application.id") : portalApp;
+  if (!appID.empty()) client.appID = appID;
+  return client;
 }
 
 struct PulseMirror::Registration {
@@ -55,7 +95,8 @@ void PulseMirror::applyDevice(const PulseDeviceInfo& info) {
     auto& table = info.isSink ? sinks_ : sources_;
     auto& id = deviceIDs_[{info.isSink, info.name}];
     if (id == audioObjectUnknown) id = nextID_++;
-    Device device{id, info.isSink, info.name, info.description, pulseTransport(info), info.rate};
+    Device device{id, info.isSink, info.name, info.description, info.rate,
+                  info.properties, info.card, info.hardware, info.network};
     auto found = table.find(info.index);
     if (found != table.end() && found->second == device) return;
     if (found != table.end() && found->second.id != id) presentDevices_.erase(found->second.id);
@@ -80,6 +121,26 @@ void PulseMirror::removeDevice(bool isSink, std::uint32_t index) {
     compareDefaults(changes);
   }
   report(changes);
+}
+
+void PulseMirror::applyCard(std::uint32_t index, const PulseProperties& properties) {
+  Changes changes;
+  {
+    std::lock_guard lock(mutex_);
+    auto& known = cards_[index];
+    if (known == properties) return;
+    known = properties;
+    const auto owned = [index](const auto& entry) { return entry.second.card == index; };
+    if (std::any_of(sinks_.begin(), sinks_.end(), owned) || std::any_of(sources_.begin(), sources_.end(), owned)) {
+      changes.emplace_back(audioSystemObject, AudioProperty::devices);
+    }
+  }
+  report(changes);
+}
+
+void PulseMirror::removeCard(std::uint32_t index) {
+  std::lock_guard lock(mutex_);
+  cards_.erase(index);
 }
 
 void PulseMirror::applyClient(const PulseClientInfo& info) {
@@ -190,6 +251,7 @@ void PulseMirror::clear() {
     for (const auto& [index, client] : clients_) before.emplace_back(index, viewOf(index));
     sinks_.clear();
     sources_.clear();
+    cards_.clear();
     presentDevices_.clear();
     clients_.clear();
     clientIndexes_.clear();
@@ -260,6 +322,14 @@ const PulseMirror::Device* PulseMirror::findDevice(AudioObjectID id) const {
   return found == table.end() ? nullptr : &found->second;
 }
 
+std::uint32_t PulseMirror::transportOf(const Device& device) const {
+  const auto card = device.card ? cards_.find(*device.card) : cards_.end();
+  if (card == cards_.end()) return pulseTransport(device.name, device.properties, device.hardware, device.network);
+  PulseProperties merged = device.properties;
+  merged.insert(card->second.begin(), card->second.end());  // the device's own keys stay
+  return pulseTransport(device.name, merged, device.hardware, device.network);
+}
+
 const PulseMirror::Client* PulseMirror::findClient(AudioObjectID id) const {
   const auto index = clientIndexes_.find(id);
   if (index == clientIndexes_.end()) return nullptr;
@@ -294,7 +364,7 @@ std::optional<std::string> PulseMirror::deviceName(AudioObjectID id) {
 std::optional<std::uint32_t> PulseMirror::deviceTransport(AudioObjectID id) {
   std::lock_guard lock(mutex_);
   const Device* device = findDevice(id);
-  return device ? std::optional(device->transport) : std::nullopt;
+  return device ? std::optional(transportOf(*device)) : std::nullopt;
 }
 
 std::optional<std::uint32_t> PulseMirror::deviceStreamCount(AudioObjectID id, Direction direction) {

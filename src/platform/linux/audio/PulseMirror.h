@@ -24,6 +24,8 @@
 
 namespace wh::platform {
 
+using PulseProperties = std::map<std::string, std::string>;
+
 // One sink or source as the server describes it.
 struct PulseDeviceInfo {
   std::uint32_t index = 0;
@@ -34,14 +36,23 @@ struct PulseDeviceInfo {
   bool isMonitor = false;  // a source that records a sink
   bool hardware = false;   // PA_SINK_HARDWARE / PA_SOURCE_HARDWARE
   bool network = false;    // PA_SINK_NETWORK / PA_SOURCE_NETWORK
-  std::map<std::string, std::string> properties;  // the device.* and api.* properties that matter
+  PulseProperties properties;  // the device.*, api.bluez5.*, bluez5.* and bluetooth.* properties
+  std::optional<std::uint32_t> card;  // the card (PipeWire: the device) that owns it
 };
 
 struct PulseClientInfo {
   std::uint32_t index = 0;
-  std::optional<std::int32_t> pid;     // application.process.id
-  std::optional<std::string> appID;    // application.id
+  std::optional<std::int32_t> pid;   // the process on this machine
+  std::optional<std::string> appID;  // the application's id
 };
+
+// Who a client is, from its properties, trusting what the server learnt from the socket over
+// what the client says of itself. pipewire.sec.pid is the socket's peer: the client itself for a
+// native PipeWire client, but pipewire-pulse for every client of the pulse server. A sandboxed
+// client (Flatpak: pipewire.access "flatpak", pipewire.access.portal.app_id) counts its
+// application.process.id in the sandbox's own pid namespace, so that pid means nothing here;
+// its portal app id names the application.
+PulseClientInfo pulseClient(std::uint32_t index, const PulseProperties& properties);
 
 // A playback stream (sink input) or a capture stream (source output).
 struct PulseStreamInfo {
@@ -51,10 +62,11 @@ struct PulseStreamInfo {
   bool peakMeter = false;  // a level meter's capture (resampled to peaks): not real input
 };
 
-// The transport code for a device: "blue" (or "blea" for LE audio) for Bluetooth, "bltn" for the
+// The transport code for a device from its server name and properties (its card's properties
+// included where its own lack them): "blue" (or "blea" for LE audio) for Bluetooth, "bltn" for the
 // machine's own card, "usb " and "1394" for USB and FireWire, "ntwk" for network devices, "grup"
 // for virtual devices (null, combine, remap, filter sinks), "unkn" for other hardware.
-std::uint32_t pulseTransport(const PulseDeviceInfo& device);
+std::uint32_t pulseTransport(const std::string& name, const PulseProperties& properties, bool hardware, bool network);
 
 class PulseMirror : public AudioHardware {
  public:
@@ -66,6 +78,9 @@ class PulseMirror : public AudioHardware {
   // What the server reports; each call reports the changes it makes to the listeners.
   void applyDevice(const PulseDeviceInfo& device);
   void removeDevice(bool isSink, std::uint32_t index);
+  // A card's device.* properties, which its sinks and sources inherit where theirs lack them.
+  void applyCard(std::uint32_t index, const PulseProperties& properties);
+  void removeCard(std::uint32_t index);
   void applyClient(const PulseClientInfo& client);
   void removeClient(std::uint32_t index);
   void applyStream(bool playback, const PulseStreamInfo& stream);
@@ -101,8 +116,11 @@ class PulseMirror : public AudioHardware {
     bool isSink = true;
     std::string name;
     std::string description;
-    std::uint32_t transport = 0;
     std::uint32_t rate = 0;
+    PulseProperties properties;
+    std::optional<std::uint32_t> card;
+    bool hardware = false;
+    bool network = false;
     bool operator==(const Device&) const = default;
   };
   struct Client {
@@ -132,6 +150,7 @@ class PulseMirror : public AudioHardware {
 
   // All with mutex_ held.
   const Device* findDevice(AudioObjectID id) const;
+  std::uint32_t transportOf(const Device& device) const;
   const Client* findClient(AudioObjectID id) const;
   ProcessView viewOf(std::uint32_t clientIndex) const;
   void compareView(std::uint32_t clientIndex, const ProcessView& before, Changes& changes) const;
@@ -145,6 +164,7 @@ class PulseMirror : public AudioHardware {
   mutable std::mutex mutex_;
   std::map<std::uint32_t, Device> sinks_;
   std::map<std::uint32_t, Device> sources_;
+  std::map<std::uint32_t, PulseProperties> cards_;
   std::map<std::pair<bool, std::string>, AudioObjectID> deviceIDs_;  // kept across reconnections
   std::map<AudioObjectID, std::pair<bool, std::uint32_t>> presentDevices_;  // id -> (sink?, index)
   std::map<std::uint32_t, Client> clients_;

@@ -1,0 +1,63 @@
+#pragma once
+// The agent's components on the virtual clock with in-memory doubles, for the tests of the
+// delegate and the status.
+#include <gtest/gtest.h>
+
+#include "core/app/AgentStatus.h"
+#include "doubles/FakeAgentChannel.h"
+#include "doubles/FakeAppHost.h"
+#include "doubles/FakeBluetooth.h"
+#include "doubles/MemoryApps.h"
+#include "doubles/MemoryAudioHardware.h"
+#include "doubles/MemoryStore.h"
+#include "doubles/VirtualRuntime.h"
+#include "support/CapturedLog.h"
+
+namespace wh::test {
+
+class AgentWorld : public testing::Test {
+ protected:
+  static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
+
+  void remember() {
+    settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
+    stack.add(buds, "Sleep Buds");
+  }
+  nlohmann::json stored(const char* key) const {
+    auto value = store.object(key);
+    return value ? value->json() : nlohmann::json();
+  }
+  // The headphones' output (device 7) while `outputPresent`; the default output starts on device 1.
+  OutputSwitcher::Audio audio() {
+    return {[this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
+              return outputPresent && address == buds ? std::optional<OutputSwitcher::DeviceID>(7) : std::nullopt;
+            },
+            [this] { return defaultOutput; },
+            [this](OutputSwitcher::DeviceID id) { return bool(defaultOutput = id); },
+            [](OutputSwitcher::DeviceID) { return std::string("Sleep Buds"); }};
+  }
+
+  VirtualRuntime rt;
+  MemoryStore store;
+  NotificationCenter notifications;
+  Settings settings{store, notifications, true, nullptr};
+  FakeAppHost host;
+  FakeBluetoothStack stack;
+  FakeSleepWatcher sleep;
+  FakeBatterySources sources;
+  FakeBluetoothAuthority authority;
+  FakeAgentChannel channel;
+  bool outputPresent = true;
+  std::optional<OutputSwitcher::DeviceID> defaultOutput = 1;
+  MemoryAudioHardware hardware;
+  MemoryProcessTable processTable;
+  MemoryDesktopEntries desktopEntries;
+  AppGrouping grouping{processTable, desktopEntries};
+  AudioProcessMonitor monitor{rt, hardware, grouping};
+  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor}};
+  BluetoothAccess access{authority, notifications};
+  AgentStatus status{rt, settings, services, access, channel, host};
+  CapturedLog log;
+};
+
+}  // namespace wh::test
