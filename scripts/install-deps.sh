@@ -12,7 +12,7 @@ packages=(
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   # test rig: real services on private sockets
-  # (PipeWire's daemons only run inside the rig; nothing here switches the user's sound server)
+  # (the rig starts its own PulseAudio, PipeWire and WirePlumber on private sockets)
   pulseaudio pulseaudio-utils pipewire pipewire-bin pipewire-pulse wireplumber util-linux dbus-daemon dbus-bin python3-dbusmock python3-gi libglib2.0-bin xvfb xauth
 )
 
