@@ -3,15 +3,17 @@
 #include <algorithm>
 
 #include "core/bluetooth/BluetoothManager.h"
-#include "doubles/VirtualRuntime.h"
-#include "doubles/MemoryStore.h"
-#include "support/CapturedLog.h"
 #include "doubles/FakeBluetooth.h"
+#include "doubles/MemoryStore.h"
+#include "doubles/VirtualRuntime.h"
+#include "support/CapturedLog.h"
 
 namespace wh {
 namespace {
 
 using Kind = BluetoothManager::Phase::Kind;
+using Phase = BluetoothManager::Phase;
+using Strings = std::vector<std::string>;
 
 class BluetoothManagerTest : public testing::Test {
  protected:
@@ -30,11 +32,9 @@ class BluetoothManagerTest : public testing::Test {
     manager.onDisconnected = [this](const std::string& address) { events.push_back("disconnected " + address); };
   }
 
-  void editDevice(const char* address, const std::function<void(DeviceSetting&)>& edit) {
+  void editBuds(const std::function<void(DeviceSetting&)>& edit) {
     auto devices = settings.devices();
-    for (auto& device : devices) {
-      if (device.address == address) edit(device);
-    }
+    edit(devices.front());
     settings.setDevices(devices);
   }
   Kind kind(const char* address) const {
@@ -42,7 +42,26 @@ class BluetoothManagerTest : public testing::Test {
     return phase ? phase->kind() : Kind::disconnected;
   }
   // Runs the Bluetooth queue and what it hands back.
-  void settle() { rt.drainSerialQueues(); }
+  void drain() { rt.drainSerialQueues(); }
+  // Connects and returns the times of the attempts and the final result.
+  std::pair<std::vector<double>, bool> attempts(const char* address, ConnectReason reason) {
+    std::vector<double> at;
+    bool result = true;
+    int completions = 0;
+    manager.connect(address, reason, 1, [&](bool connected) { result = connected, ++completions; });
+    at.push_back(rt.clock().now());
+    const auto tries = [&] { return std::count_if(log->lines.begin(), log->lines.end(), [](const auto& line) {
+      return line.starts_with("connecting");
+    }); };
+    const double end = rt.clock().now() + 30;
+    for (auto seen = tries(); rt.clock().now() < end; rt.advance(0.01)) {
+      drain();
+      if (tries() > seen) at.push_back(rt.clock().now());
+      seen = tries();
+    }
+    EXPECT_EQ(completions, 1);
+    return {at, result};
+  }
 
   VirtualRuntime rt;
   MemoryStore store;
@@ -52,7 +71,7 @@ class BluetoothManagerTest : public testing::Test {
   test::FakeSleepWatcher sleep;
   BluetoothManager manager{rt, settings, stack, sleep};
   test::CapturedLog log;
-  std::vector<std::string> events;
+  Strings events;
   int changes = 0;
 };
 
@@ -62,267 +81,208 @@ TEST_F(BluetoothManagerTest, ToggleConnectsOnTheQueueAndIgnoresClicksWhileInFlig
   manager.toggle("AA:BB:CC:DD:EE:FF");
   EXPECT_EQ(kind(buds), Kind::connecting);
   EXPECT_TRUE(stack.calls.empty()) << "the blocking call waits for the Bluetooth queue";
-  manager.toggle(buds);  // second click while connecting
-  settle();
-  EXPECT_EQ(stack.calls, std::vector<std::string>{"open aa-bb-cc-dd-ee-ff"});
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff user"});
+  manager.toggle(buds);
+  drain();
+  EXPECT_EQ(stack.calls, Strings{"open aa-bb-cc-dd-ee-ff"});
+  EXPECT_EQ(events, Strings{"connected aa-bb-cc-dd-ee-ff user"});
   EXPECT_EQ(changes, 2);  // connecting, connected
   EXPECT_EQ(log->lines.front(), "connecting aa-bb-cc-dd-ee-ff (user, attempt 1)");
-  EXPECT_NE(rt.serialQueue("wrenhaven.bluetooth"), nullptr);
 }
 
-TEST_F(BluetoothManagerTest, UserConnectRetriesOnceAfterOneAndAHalfSecondsThenFails) {
-  stack.connectResults = {BluetoothStatus::timeout, BluetoothStatus::timeout};
-  bool result = true;
-  int completions = 0;
-  manager.connect(buds, ConnectReason::user, 1, [&](bool connected) {
-    result = connected;
-    ++completions;
-  });
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  EXPECT_EQ(kind(buds), Kind::connecting) << "stays connecting between attempts";
-  rt.advance(1.49);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  rt.advance(0.01);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 2u);
-  EXPECT_EQ(manager.phaseOf(buds), BluetoothManager::Phase::failed("The device did not answer"));
-  EXPECT_EQ(manager.phaseOf(buds)->text(), "failed:The device did not answer");
-  EXPECT_FALSE(result);
-  EXPECT_EQ(completions, 1);
-  EXPECT_EQ(log->lines.back(), "connect failed for aa-bb-cc-dd-ee-ff: 0xe00002d6");
-  rt.advance(60);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 2u);
-}
-
-TEST_F(BluetoothManagerTest, WakeConnectTriesFourTimesWaitingThreeSixAndNineSeconds) {
-  stack.connectResults.assign(4, BluetoothStatus::bluetoothOff);
-  std::vector<double> attemptsAt;
-  manager.connect(buds, ConnectReason::wake, 1);
-  for (int step = 0; step < 2000; ++step) {
-    const auto before = stack.calls.size();
-    settle();
-    if (stack.calls.size() > before) attemptsAt.push_back(rt.clock().now());
-    rt.advance(0.01);
+TEST_F(BluetoothManagerTest, RetriesFollowTheReasonAndEndInTheStatusText) {
+  struct Case {
+    ConnectReason reason;
+    std::vector<BluetoothStatus> results;
+    std::optional<BluetoothError> readError;
+    std::vector<double> gaps;
+    std::string failure;
+  };
+  const std::vector<Case> cases{
+      {ConnectReason::user, {BluetoothStatus::timeout, BluetoothStatus::timeout}, {}, {1.5}, "The device did not answer"},
+      {ConnectReason::repair, {BluetoothStatus::notFound, BluetoothStatus::success}, {}, {1.5}, ""},
+      {ConnectReason::wake, std::vector(4, BluetoothStatus::bluetoothOff), {}, {3, 6, 9}, "Bluetooth is off"},
+      {ConnectReason::external, {BluetoothStatus::notFound}, {}, {}, "The device is out of range"},
+      {ConnectReason::user, {static_cast<BluetoothStatus>(0x1234), BluetoothStatus::failed}, {}, {1.5}, "Could not connect"},
+      // A stack that could not be asked is asked again on the same schedule.
+      {ConnectReason::wake, {}, BluetoothError::unreachable, {3, 6, 9}, "Could not connect"},
+      {ConnectReason::user, {}, BluetoothError::bluetoothOff, {1.5}, "Bluetooth is off"},
+      {ConnectReason::user, {}, BluetoothError::unknownDevice, {}, "Unknown device"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(caseName(c.reason)) + " " + c.failure);
+    stack.calls.clear();
+    stack.devices[buds].connected = false;
+    stack.connectResults.assign(c.results.begin(), c.results.end());
+    stack.readError = c.readError;
+    log->lines.clear();
+    const auto [at, connected] = attempts(buds, c.reason);
+    ASSERT_EQ(at.size(), c.gaps.size() + 1);
+    for (size_t i = 0; i < c.gaps.size(); ++i) EXPECT_NEAR(at[i + 1] - at[i], c.gaps[i], 0.011);
+    EXPECT_EQ(connected, c.failure.empty());
+    EXPECT_EQ(manager.phaseOf(buds), c.failure.empty() ? Phase::connected() : Phase::failed(c.failure));
+    if (c.reason == ConnectReason::external) {
+      EXPECT_EQ(log->lines.back(), "connect failed for aa-bb-cc-dd-ee-ff: 0xe00002f0");
+    }
   }
-  ASSERT_EQ(attemptsAt.size(), 4u);
-  EXPECT_NEAR(attemptsAt[1] - attemptsAt[0], 3.0, 0.011);
-  EXPECT_NEAR(attemptsAt[2] - attemptsAt[1], 6.0, 0.011);
-  EXPECT_NEAR(attemptsAt[3] - attemptsAt[2], 9.0, 0.011);
-  EXPECT_EQ(manager.phaseOf(buds), BluetoothManager::Phase::failed("Bluetooth is off"));
 }
 
-TEST_F(BluetoothManagerTest, ExternalAndUnknownDevicesAreNeverRetried) {
-  stack.connectResults = {BluetoothStatus::notFound};
-  manager.connect(buds, ConnectReason::external, 1);
-  settle();
-  rt.advance(30);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  EXPECT_EQ(manager.phaseOf(buds), BluetoothManager::Phase::failed("The device is out of range"));
-
-  bool result = true;
-  manager.connect("99-99-99-99-99-99", ConnectReason::user, 1, [&](bool connected) { result = connected; });
-  settle();
-  rt.advance(30);
-  settle();
-  EXPECT_EQ(manager.phaseOf("99-99-99-99-99-99"), BluetoothManager::Phase::failed("Unknown device"));
-  EXPECT_FALSE(result);
-  EXPECT_EQ(stack.calls.size(), 1u);
-}
-
-TEST_F(BluetoothManagerTest, ConnectingAnAlreadyConnectedDeviceSucceedsAtOnceWithItsReason) {
+TEST_F(BluetoothManagerTest, UnknownDevicesFailAtOnceAndConnectedOnesSucceedWithTheirReason) {
+  manager.connect("99-99-99-99-99-99", ConnectReason::wake, 1);
   stack.devices[buds].connected = true;
-  bool result = false;
-  manager.connect(buds, ConnectReason::repair, 1, [&](bool connected) { result = connected; });
-  settle();
-  EXPECT_TRUE(stack.calls.empty());
-  EXPECT_TRUE(result);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff repair"});
+  manager.connect(buds, ConnectReason::repair, 1);
+  drain();
+  EXPECT_EQ(manager.phaseOf("99-99-99-99-99-99"), Phase::failed("Unknown device"));
+  EXPECT_EQ(stack.calls, Strings{}) << "neither needed the link opened";
+  EXPECT_EQ(events, Strings{"connected aa-bb-cc-dd-ee-ff repair"});
 }
 
-TEST_F(BluetoothManagerTest, StatusTextsFollowTheStatus) {
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::bluetoothOff), "Bluetooth is off");
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::timeout), "The device did not answer");
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::notFound), "The device is out of range");
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::failed), "Could not connect");
-  EXPECT_EQ(BluetoothManager::describe(static_cast<BluetoothStatus>(0x1234)), "Could not connect");
-}
-
-TEST_F(BluetoothManagerTest, ToggleOnConnectedDisconnectsAndSettlesASecondLater) {
-  manager.start();
-  manager.connect(buds, ConnectReason::user, 1);
-  settle();
-  events.clear();
-  manager.toggle(buds);
-  EXPECT_EQ(kind(buds), Kind::disconnecting);
-  settle();
+TEST_F(BluetoothManagerTest, DisconnectSettlesASecondLaterOnWhatTheStackSays) {
+  struct Case {
+    BluetoothStatus close;
+    std::optional<BluetoothError> readError;  // while settling
+    double settleTime;
+    Kind after;
+    Strings events;
+  };
+  const std::vector<Case> cases{
+      {BluetoothStatus::success, {}, 1, Kind::disconnected, {"disconnected aa-bb-cc-dd-ee-ff"}},
+      {BluetoothStatus::failed, {}, 1, Kind::connected, {}},
+      // Unanswered reads are repeated; the link counts as closed when none is ever answered.
+      {BluetoothStatus::success, BluetoothError::unreachable, BluetoothManager::settleReads,
+       Kind::disconnected, {"disconnected aa-bb-cc-dd-ee-ff"}},
+  };
+  for (const auto& c : cases) {
+    stack.readError.reset();
+    manager.connect(buds, ConnectReason::user, 1);
+    drain();
+    events.clear();
+    stack.closeResult = c.close;
+    manager.toggle(buds);
+    drain();
+    stack.readError = c.readError;
+    rt.advance(c.settleTime - 0.01);
+    EXPECT_EQ(kind(buds), Kind::disconnecting);
+    rt.advance(0.01);
+    EXPECT_EQ(kind(buds), c.after);
+    EXPECT_EQ(events, c.events);
+  }
   EXPECT_EQ(stack.calls.back(), "close aa-bb-cc-dd-ee-ff");
-  EXPECT_EQ(kind(buds), Kind::disconnecting) << "the phase settles a second later";
-  rt.advance(1.0);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-  EXPECT_EQ(events, std::vector<std::string>{"disconnected aa-bb-cc-dd-ee-ff"});
-}
-
-TEST_F(BluetoothManagerTest, AFailedDisconnectIsLoggedAndSettlesBackToConnected) {
-  manager.connect(buds, ConnectReason::user, 1);
-  settle();
-  stack.closeResult = BluetoothStatus::failed;
-  events.clear();
-  manager.toggle(buds);
-  settle();
-  rt.advance(1.0);
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_TRUE(events.empty());
-  EXPECT_EQ(log->lines.back(), "disconnect failed for aa-bb-cc-dd-ee-ff: 0xe00002bc");
 }
 
 TEST_F(BluetoothManagerTest, ConnectOnlyHeadphonesStayConnectedAndGetTheSoundAgain) {
-  editDevice(buds, [](DeviceSetting& device) { device.connectOnly = true; });
+  editBuds([](DeviceSetting& device) { device.connectOnly = true; });
   manager.connect(buds, ConnectReason::user, 1);
-  settle();
+  drain();
   events.clear();
   manager.toggle(buds);
-  settle();
+  drain();
   rt.advance(2);
   EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff user"});
-  EXPECT_EQ(std::count(stack.calls.begin(), stack.calls.end(), "close aa-bb-cc-dd-ee-ff"), 0);
+  EXPECT_EQ(events, Strings{"connected aa-bb-cc-dd-ee-ff user"});
+  EXPECT_EQ(stack.calls, Strings{"open aa-bb-cc-dd-ee-ff"});
 }
 
 TEST_F(BluetoothManagerTest, NotificationsFollowRememberedHeadphonesOnly) {
   manager.start();
   stack.add("99-99-99-99-99-99", "Someone Else's");
   stack.connectFromOutside("99:99:99:99:99:99");
-  EXPECT_FALSE(manager.phaseOf("99-99-99-99-99-99"));
-  EXPECT_TRUE(events.empty());
-
   stack.connectFromOutside("AA:BB:CC:DD:EE:FF");
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff external"});
   stack.connectFromOutside(buds);  // already connected: nothing new
-  EXPECT_EQ(events.size(), 1u);
-
+  manager.set(buds, Phase::connecting());
+  stack.disconnectFromOutside(buds);  // the connect in flight decides
+  EXPECT_EQ(kind(buds), Kind::connecting);
+  manager.set(buds, Phase::connected());
+  stack.connectFromOutside(buds);
   stack.disconnectFromOutside(buds);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-  EXPECT_EQ(events.back(), "disconnected aa-bb-cc-dd-ee-ff");
-
   // Headphones never seen connected have no disconnect registration: a failure stays on show.
-  manager.set(cans, BluetoothManager::Phase::failed("Could not connect"));
+  manager.set(cans, Phase::failed("Could not connect"));
   stack.disconnectFromOutside(cans);
   EXPECT_EQ(kind(cans), Kind::failed);
-  EXPECT_EQ(events.size(), 2u);
-}
-
-TEST_F(BluetoothManagerTest, ADisconnectNotificationDuringAConnectLeavesItConnecting) {
-  manager.start();
-  stack.connectFromOutside(buds);  // registers the disconnect notification
-  manager.set(buds, BluetoothManager::Phase::connecting());
-  stack.disconnectFromOutside(buds);
-  EXPECT_EQ(kind(buds), Kind::connecting);
+  EXPECT_FALSE(manager.phaseOf("99-99-99-99-99-99"));
+  EXPECT_EQ(events, (Strings{"connected aa-bb-cc-dd-ee-ff external", "disconnected aa-bb-cc-dd-ee-ff"}));
 }
 
 TEST_F(BluetoothManagerTest, SettingTheSamePhaseTwiceCallsOnChangeOnce) {
-  manager.set(buds, BluetoothManager::Phase::failed("Could not connect"));
-  manager.set("AA:BB:CC:DD:EE:FF", BluetoothManager::Phase::failed("Could not connect"));
-  EXPECT_EQ(changes, 1);
-  manager.set(buds, BluetoothManager::Phase::failed("Bluetooth is off"));
+  manager.set(buds, Phase::failed("Could not connect"));
+  manager.set("AA:BB:CC:DD:EE:FF", Phase::failed("Could not connect"));
+  manager.set(buds, Phase::failed("Bluetooth is off"));
   EXPECT_EQ(changes, 2);
 }
 
 TEST_F(BluetoothManagerTest, PollsFastForTenSecondsAfterActivityThenEveryThirtySeconds) {
   manager.start();
   manager.connect(buds, ConnectReason::user, 1);
-  settle();
-  // The headphones drop without a notification: the fast poll notices within a second.
-  stack.devices[buds].connected = false;
+  drain();
+  stack.devices[buds].connected = false;  // dropped without a notification
   rt.advance(1.0);
   EXPECT_EQ(kind(buds), Kind::disconnected);
-
-  // Ten quiet seconds later the fast poll has stopped; only the 30-second poll remains.
   rt.advance(12);
   const double quietSince = rt.clock().now();
   stack.devices[buds].connected = true;
   rt.advance(2);
   EXPECT_EQ(kind(buds), Kind::disconnected);
-  const double nextSlowTick = 30.0 * (static_cast<int>(quietSince / 30.0) + 1);
-  rt.advance(nextSlowTick - rt.clock().now() + 0.001);
+  rt.advance(30.0 * (static_cast<int>(quietSince / 30.0) + 1) - rt.clock().now() + 0.001);
   EXPECT_EQ(kind(buds), Kind::connected);
 }
 
-TEST_F(BluetoothManagerTest, ARefreshReadsTheStackOnceForAllHeadphones) {
-  stack.devices[cans].connected = true;
+TEST_F(BluetoothManagerTest, RefreshBringsSettledPhasesInLineAndNothingWhenTheStackCannotBeAsked) {
+  manager.start();
+  stack.connectFromOutside(buds);
+  manager.set(cans, Phase::disconnecting());
+  // Could not ask: phases and disconnect registrations stay as they are.
+  stack.devices[buds].connected = false;
+  stack.readError = BluetoothError::unreachable;
   manager.refresh();
-  EXPECT_EQ(stack.stateReads, 1);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-  EXPECT_EQ(kind(cans), Kind::connected);
-}
-
-TEST_F(BluetoothManagerTest, RefreshKeepsAFailureWhileDisconnectedAndLeavesOperationsInFlightAlone) {
-  manager.set(buds, BluetoothManager::Phase::failed("Could not connect"));
-  manager.set(cans, BluetoothManager::Phase::disconnecting());
+  EXPECT_EQ(kind(buds), Kind::connected);
+  stack.readError.reset();
+  stack.disconnectFromOutside(buds);
+  EXPECT_EQ(events.back(), "disconnected aa-bb-cc-dd-ee-ff");
+  // A failure stays on show while disconnected; an operation in flight is left alone.
+  manager.set(buds, Phase::failed("Could not connect"));
   stack.devices[cans].connected = true;
   manager.refresh();
   EXPECT_EQ(kind(buds), Kind::failed);
   EXPECT_EQ(kind(cans), Kind::disconnecting);
   stack.devices[buds].connected = true;
-  manager.refresh();
+  stack.onReadable();  // the stack can be read again: it is read at once
   EXPECT_EQ(kind(buds), Kind::connected);
 }
 
-TEST_F(BluetoothManagerTest, SleepDisconnectsAtOnceAndWakeReconnectsThreeSecondsLater) {
-  editDevice(buds, [](DeviceSetting& device) {
-    device.disconnectOnSleep = true;
-    device.connectOnWake = true;
-  });
+TEST_F(BluetoothManagerTest, SleepClosesOnTheQueueBeforeItIsDoneAndWakeReconnectsThreeSecondsLater) {
+  editBuds([](DeviceSetting& device) { device.disconnectOnSleep = device.connectOnWake = true; });
   manager.start();
   manager.connect(buds, ConnectReason::user, 1);
   manager.connect(cans, ConnectReason::user, 1);
-  settle();
+  drain();
   stack.calls.clear();
-
-  sleep.sleep();
-  EXPECT_EQ(stack.calls, std::vector<std::string>{"close aa-bb-cc-dd-ee-ff"}) << "closed before returning";
+  bool done = false;
+  sleep.sleep([&] { done = true; });
+  EXPECT_TRUE(stack.calls.empty()) << "the main thread does not block";
   EXPECT_EQ(log->lines.back(), "disconnecting Sleep Buds for sleep");
-  EXPECT_FALSE(stack.devices[buds].connected);
-  EXPECT_TRUE(stack.devices[cans].connected);
+  rt.serialQueue(BluetoothManager::queueLabel)->sync([&] { EXPECT_TRUE(done); });
+  EXPECT_EQ(stack.calls, Strings{"close aa-bb-cc-dd-ee-ff"});
 
-  rt.advance(1);  // the fast poll sees the buds gone
-  sleep.wake();
-  rt.advance(2.9);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  rt.advance(0.1);
-  settle();
-  EXPECT_EQ(stack.calls.back(), "open aa-bb-cc-dd-ee-ff");
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events.back(), "connected aa-bb-cc-dd-ee-ff wake");
-}
-
-TEST_F(BluetoothManagerTest, SleepingAgainWithinThreeSecondsOfWakeCancelsTheReconnect) {
-  editDevice(buds, [](DeviceSetting& device) { device.connectOnWake = true; });
-  manager.start();
+  rt.advance(1);
   sleep.wake();
   rt.advance(2);
-  sleep.sleep();
-  rt.advance(10);
-  settle();
-  EXPECT_TRUE(stack.calls.empty());
+  sleep.sleep(nullptr);  // sleeping again within three seconds cancels the reconnect
+  sleep.wake();
+  rt.advance(2.9);
+  drain();
+  EXPECT_EQ(stack.calls.size(), 1u);
+  rt.advance(0.1);
+  drain();
+  EXPECT_EQ(events.back(), "connected aa-bb-cc-dd-ee-ff wake");
+  EXPECT_EQ(stack.calls.size(), 2u);
 }
 
 TEST_F(BluetoothManagerTest, WorkComingBackAfterTheManagerIsGoneDoesNothing) {
   auto shortLived = std::make_unique<BluetoothManager>(rt, settings, stack, sleep);
-  int connected = 0;
-  shortLived->onConnected = [&](const std::string&, ConnectReason) { ++connected; };
+  shortLived->onConnected = [&](const std::string&, ConnectReason) { ADD_FAILURE(); };
   shortLived->connect(buds, ConnectReason::user, 1);
   shortLived.reset();
-  settle();
+  drain();
   rt.advance(5);
-  EXPECT_EQ(connected, 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <time.h>
 
+#include <algorithm>
 #include <thread>
 
 #include <nlohmann/json.hpp>
@@ -24,6 +25,7 @@ using test::ChildProcess;
 
 constexpr const char* kAddress = "aa-bb-cc-dd-ee-ff";
 constexpr const char* kOutput = "bluez_output.AA_BB_CC_DD_EE_FF.1";
+constexpr const char* kHeadphones = test::SystemBusRig::headphonesAddress;
 
 std::vector<test::PulseRig::Device> laptopOnly() {
   std::vector<test::PulseRig::Device> devices;
@@ -84,8 +86,8 @@ class HeadphonesEndToEndTest : public testing::Test {
     argv.insert(argv.end(), arguments.begin(), arguments.end());
     return test::runCommand(argv, {{"DBUS_SESSION_BUS_ADDRESS", bus.sessionBusAddress()}});
   }
-  void command(const std::string& text) {
-    auto result = emit({"'" + text + "'", "@a{sv} {}"});
+  void toggle() {
+    auto result = emit({std::string("'toggle:") + kAddress + "'", "@a{sv} {}"});
     ASSERT_EQ(result.status, 0) << result.output;
   }
   std::string defaultSink() const { return pulse.pactlLine({"get-default-sink"}); }
@@ -102,82 +104,59 @@ TEST_F(HeadphonesEndToEndTest, ToggleConnectsMovesTheOutputAndPublishesPhaseAndB
   start(0.5);
   EXPECT_EQ(phase(), "disconnected");
   EXPECT_EQ(defaultSink(), test::PulseRig::laptopSpeakers);
-
-  command(std::string("toggle:") + kAddress);
-  ASSERT_TRUE(test::eventually([&] { return defaultSink() == kOutput; }, 20s))
-      << log() << "\nbridge: " << bridge->output();
+  toggle();
+  ASSERT_TRUE(test::eventually([&] { return defaultSink() == kOutput; }, 20s)) << log() << bridge->output();
   const double movedAt = monotonicNow();
-  EXPECT_TRUE(bus.isConnected(test::SystemBusRig::headphonesAddress));
-  EXPECT_EQ(bus.connectCalls(test::SystemBusRig::headphonesAddress), 1);
+  EXPECT_EQ(bus.connectCalls(kHeadphones), 1);
   EXPECT_TRUE(test::eventually([&] { return phase() == "connected"; }, 10s)) << phase();
   if (auto appeared = bridge->appearedAt()) {
     RecordProperty("sink_to_default_output_ms", static_cast<int>((movedAt - *appeared) * 1000));
   }
-  EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (user, attempt 1)"), std::string::npos) << log();
   EXPECT_NE(log().find("output set to WH-1000XM4"), std::string::npos) << log();
-  EXPECT_TRUE(statusSignals->output().find("member=status") != std::string::npos) << statusSignals->output();
-
+  EXPECT_NE(statusSignals->output().find("member=status"), std::string::npos) << statusSignals->output();
   // Three seconds after the connection the battery is read from BlueZ.
   EXPECT_TRUE(test::eventually([&] { return status("agent.battery").contains(kAddress); }, 15s));
   EXPECT_EQ(status("agent.battery")[kAddress]["single"], 80);
-
-  // A second toggle disconnects; the nodes go and the output falls back to the speakers.
-  command(std::string("toggle:") + kAddress);
+  toggle();
   EXPECT_TRUE(test::eventually([&] { return phase() == "disconnected"; }, 15s)) << phase();
-  EXPECT_FALSE(bus.isConnected(test::SystemBusRig::headphonesAddress));
+  EXPECT_FALSE(bus.isConnected(kHeadphones));
 }
 
 TEST_F(HeadphonesEndToEndTest, HeadphonesWhoseSoundNeverArrivesAreReconnectedOnceThenGivenUp) {
   start(-1);
-  command(std::string("toggle:") + kAddress);
-  ASSERT_TRUE(test::eventually([&] { return bus.connectCalls(test::SystemBusRig::headphonesAddress) == 2; }, 25s))
-      << log();
-  EXPECT_NE(log().find("no audio device for aa-bb-cc-dd-ee-ff after connect; reconnecting once"), std::string::npos);
-  EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (repair, attempt 1)"), std::string::npos);
+  toggle();
   ASSERT_TRUE(test::eventually(
-      [&] { return log().find("gave up setting output for aa-bb-cc-dd-ee-ff") != std::string::npos; }, 20s))
+      [&] { return log().find("gave up setting output for aa-bb-cc-dd-ee-ff") != std::string::npos; }, 40s))
       << log();
-  EXPECT_EQ(bus.connectCalls(test::SystemBusRig::headphonesAddress), 2);
+  EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (repair, attempt 1)"), std::string::npos);
+  EXPECT_EQ(bus.connectCalls(kHeadphones), 2);
   EXPECT_EQ(phase(), "connected");
 }
 
 TEST_F(HeadphonesEndToEndTest, ConnectFailuresEndInTheirTextAfterTheUserRetry) {
   start(0.2);
-  ASSERT_TRUE(bus.failConnect(test::SystemBusRig::headphonesAddress, "org.bluez.Error.Failed", "Page Timeout"));
-  command(std::string("toggle:") + kAddress);
-  ASSERT_TRUE(test::eventually([&] { return phase().rfind("failed:", 0) == 0; }, 20s)) << log();
+  ASSERT_TRUE(bus.behave(kHeadphones, "Connect", {"fail", "org.bluez.Error.Failed", "Page Timeout"}));
+  toggle();
+  ASSERT_TRUE(test::eventually([&] { return phase().starts_with("failed:"); }, 20s)) << log();
   EXPECT_EQ(phase(), "failed:The device did not answer");
-  EXPECT_EQ(bus.connectCalls(test::SystemBusRig::headphonesAddress), 2);
-  EXPECT_NE(log().find("connect failed for aa-bb-cc-dd-ee-ff: 0xe00002d6"), std::string::npos) << log();
+  EXPECT_EQ(bus.connectCalls(kHeadphones), 2);
 }
 
 TEST_F(HeadphonesEndToEndTest, SleepDisconnectsBeforeTheInhibitorIsReleasedAndWakeReconnects) {
   start(0.2);
-  command(std::string("toggle:") + kAddress);
+  toggle();
   ASSERT_TRUE(test::eventually([&] { return phase() == "connected"; }, 20s)) << log();
   const auto held = [&] {
-    for (const auto& inhibitor : bus.inhibitors()) {
-      if (inhibitor.who == "Wrenhaven" && inhibitor.mode == "delay") return true;
-    }
-    return false;
+    const auto locks = bus.inhibitors();
+    return std::any_of(locks.begin(), locks.end(), [](const auto& lock) { return lock.starts_with("sleep Wrenhaven"); });
   };
   ASSERT_TRUE(held());
-
   ASSERT_TRUE(bus.emitPrepareForSleep(true));
   // Whenever the lock is seen gone, the headphones must already be disconnected.
-  bool released = false;
-  for (int i = 0; i < 500 && !released; ++i) {
-    released = !held();
-    if (released) {
-      EXPECT_FALSE(bus.isConnected(test::SystemBusRig::headphonesAddress));
-    }
-    std::this_thread::sleep_for(10ms);
-  }
-  EXPECT_TRUE(released) << "the delay lock was never released";
-  EXPECT_NE(log().find("disconnecting WH-1000XM4 for sleep"), std::string::npos) << log();
-
+  ASSERT_TRUE(test::eventually([&] { return !held(); }, 10s)) << "the delay lock was never released";
+  EXPECT_FALSE(bus.isConnected(kHeadphones));
   ASSERT_TRUE(bus.emitPrepareForSleep(false));
-  EXPECT_TRUE(test::eventually([&] { return bus.isConnected(test::SystemBusRig::headphonesAddress); }, 20s)) << log();
+  EXPECT_TRUE(test::eventually([&] { return bus.isConnected(kHeadphones); }, 20s)) << log();
   EXPECT_NE(log().find("connecting aa-bb-cc-dd-ee-ff (wake, attempt 1)"), std::string::npos) << log();
   EXPECT_TRUE(test::eventually(held, 10s)) << "a new lock is taken after wake";
 }
@@ -185,23 +164,21 @@ TEST_F(HeadphonesEndToEndTest, SleepDisconnectsBeforeTheInhibitorIsReleasedAndWa
 TEST_F(HeadphonesEndToEndTest, BluetoothStartsWhenBluetoothdAppearsAfterTheAgent) {
   start(0.2, false);
   std::this_thread::sleep_for(500ms);
-  EXPECT_NE(status("agent.bluetoothAccess"), "allowed");
   EXPECT_TRUE(status("agent.bluetooth").empty()) << "the manager waits for access";
   ASSERT_TRUE(bus.startBluez());
-  ASSERT_TRUE(test::eventually([&] { return status("agent.bluetoothAccess") == "allowed"; }, 15s)) << log();
   ASSERT_TRUE(test::eventually([&] { return phase() == "disconnected"; }, 15s)) << log();
-  command(std::string("toggle:") + kAddress);
+  toggle();
   EXPECT_TRUE(test::eventually([&] { return defaultSink() == kOutput; }, 20s)) << log();
 }
 
 TEST_F(HeadphonesEndToEndTest, MalformedCommandsAreIgnoredAndTheAgentKeepsRunning) {
   start(0.2);
-  command("toggle:");
-  command("no such command");
-  EXPECT_EQ(emit({"'toggle'", "@a{sv} {'address': <42>}"}).status, 0);
-  // A signal with the wrong arguments does not match the command at all.
-  EXPECT_EQ(emit({"42"}).status, 0);
-  command(std::string("toggle:") + kAddress);
+  for (const auto& arguments : std::vector<std::vector<std::string>>{
+           {"'toggle:'", "@a{sv} {}"}, {"'no such command'", "@a{sv} {}"}, {"'toggle'", "@a{sv} {'address': <42>}"},
+           {"42"}}) {
+    EXPECT_EQ(emit(arguments).status, 0);
+  }
+  toggle();
   EXPECT_TRUE(test::eventually([&] { return phase() == "connected"; }, 20s)) << log();
   EXPECT_TRUE(agent->running());
   EXPECT_EQ(status("agent.bluetooth").size(), 1u) << status("agent.bluetooth").dump();
