@@ -87,7 +87,7 @@ class SystemBusRig {
   // What Device1's `method` ("Connect", "Disconnect") does from now on: {"normal"},
   // {"fail", error name, message}, {"hang", seconds} (then works; bluetoothd answers nothing else
   // meanwhile), {"vanish"} (the device disappears during the call, which fails).
-  bool behave(const std::string& address, const std::string& method, const std::vector<std::string>& how);
+  bool behave(const std::string& address, const std::string& method, std::vector<std::string> how);
 
   // --- logind
   // Ends logind as a crash would and starts a fresh one, with no inhibitors.
