@@ -8,11 +8,7 @@
 namespace wh {
 namespace {
 
-BatteryLevels single(int percent) {
-  BatteryLevels levels;
-  levels.single = percent;
-  return levels;
-}
+BatteryLevels single(int percent) { return {{}, {}, {}, percent, {}}; }
 
 class BatteryCacheTest : public testing::Test {
  protected:
@@ -32,8 +28,10 @@ TEST_F(BatteryCacheTest, MatchesLiveEntriesByAddressOrElseByProductNameAndDropsT
                   {std::string("Keyboard"), std::string("99:99:99:99:99:99"), single(10)},
                   {std::string("Sleep Buds"), std::string("22:22:22:22:22:22"), single(1)}};
   cache.refresh(both);
+  cache.refresh(both);  // one refresh at a time
   EXPECT_TRUE(cache.refreshing());
   rt.drainSerialQueues();
+  EXPECT_EQ(sources.liveReads, 1);
   ASSERT_EQ(cache.levels().size(), 2u);
   EXPECT_EQ(cache.levels().at("aa-bb-cc-dd-ee-ff").single, 80);
   EXPECT_EQ(cache.levels().at("11-22-33-44-55-66").single, 55);
@@ -41,16 +39,6 @@ TEST_F(BatteryCacheTest, MatchesLiveEntriesByAddressOrElseByProductNameAndDropsT
   EXPECT_EQ(sources.slowReads, 0) << "the live source covered every headphones";
   EXPECT_EQ(changes, 1);
   EXPECT_FALSE(cache.refreshing());
-}
-
-TEST_F(BatteryCacheTest, OneRefreshAtATime) {
-  cache.refresh(both);
-  cache.refresh(both);
-  rt.drainSerialQueues();
-  EXPECT_EQ(sources.liveReads, 1);
-  cache.refresh(both);
-  rt.drainSerialQueues();
-  EXPECT_EQ(sources.liveReads, 2);
 }
 
 TEST_F(BatteryCacheTest, SlowSourceRunsAtMostOnceAMinuteAndTheLiveSourceWins) {
@@ -94,20 +82,19 @@ TEST_F(BatteryCacheTest, ChangesOnlyWhenTheLevelsChange) {
 }
 
 TEST(BatteryLevels, SummaryAndBadge) {
-  BatteryLevels buds;
-  buds.left = 80;
-  buds.right = 75;
-  buds.caseLevel = 40;
-  EXPECT_EQ(buds.summary(), "L 80% · R 75% · Case 40%");
-  EXPECT_EQ(buds.badge(), 75);
-  EXPECT_EQ(single(100).summary(), "100%");
-  EXPECT_EQ(single(100).badge(), 100);
-  BatteryLevels caseOnly;
-  caseOnly.caseLevel = 30;
-  EXPECT_EQ(caseOnly.summary(), "Case 30%");
-  EXPECT_EQ(caseOnly.badge(), 30);
-  EXPECT_FALSE(BatteryLevels{}.badge());
-  EXPECT_FALSE(BatteryLevels{}.hasAnyLevel());
+  struct Case {
+    std::optional<int> left, right, caseLevel, single;
+    std::string summary;
+    std::optional<int> badge;
+  };
+  for (const auto& c : std::vector<Case>{{80, 75, 40, {}, "L 80% · R 75% · Case 40%", 75},
+                                         {{}, {}, {}, 100, "100%", 100},
+                                         {{}, {}, 30, {}, "Case 30%", 30}}) {
+    const BatteryLevels levels{c.left, c.right, c.caseLevel, c.single, {}};
+    EXPECT_EQ(levels.summary(), c.summary);
+    EXPECT_EQ(levels.badge(), c.badge);
+  }
+  EXPECT_FALSE(BatteryLevels{}.badge() || BatteryLevels{}.hasAnyLevel());
 }
 
 TEST(BluetoothAccess, RunsWorkAtOnceWhenAllowedAndWithoutWatching) {
