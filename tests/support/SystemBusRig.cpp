@@ -79,7 +79,7 @@ elif command == 'upower':
 
 }  // namespace
 
-SystemBusRig::SystemBusRig(Options options) : options_(options) {
+SystemBusRig::SystemBusRig(Options options) {
   if (::access(python, X_OK) != 0) {
     whyNot_ = "Debian's /usr/bin/python3 is missing (scripts/install-deps.sh installs it with python3-dbusmock)";
     return;

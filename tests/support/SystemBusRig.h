@@ -15,16 +15,13 @@
 
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
-#include "support/TempDir.h"
 
 namespace wh::test {
 
 class SystemBusRig {
  public:
   struct Options {
-    bool bluez = true;
-    bool logind = false;
-    bool upower = false;
+    bool bluez = true, logind = false, upower = false;
     bool sessionBus = false;  // for a whole agent, whose command channel lives there
     bool denyBluez = false;   // the bus policy refuses every call to org.bluez
   };
@@ -105,15 +102,13 @@ class SystemBusRig {
   bool waitForName(const char* name, bool present);
   // Runs the helper with `arguments`; its output goes to `output`.
   bool run(const std::vector<std::string>& arguments, std::string* output = nullptr) const;
+  // Runs a helper command about an added device: command, adapter, address, arguments.
   bool drive(const std::string& command, const std::string& address, std::vector<std::string> arguments,
              std::string* output = nullptr);
   bool putDevice(const Device& device);
 
-  Options options_;
   std::string whyNot_;
-  TempDir folder_{"wrenhaven-system-bus"};
-  std::unique_ptr<DBusDaemon> system_;
-  std::unique_ptr<DBusDaemon> session_;
+  std::unique_ptr<DBusDaemon> system_, session_;
   std::unique_ptr<ChildProcess> bluez_, logind_, upower_;
   std::vector<std::pair<std::string, bool>> adapters_;  // name, powered
   std::vector<Device> devices_;
