@@ -152,10 +152,13 @@ class BluezStack::Mirror final : public QObject {
         replace(bluez::readTree(call->reply()), quietly);
         return;
       }
+      // Only a bluetoothd that did not answer is asked again; one that is not there (yet) brings a
+      // new read when it arrives, and a refusal stays a refusal.
       const QDBusError error = call->error();
-      // Not running (yet): its arrival on the bus brings a new read. Otherwise ask again later.
-      if (bluezStatus(error) == BluetoothStatus::notFound) return;
+      const BluetoothStatus status = bluezStatus(error);
+      if (status == BluetoothStatus::notFound) return;
       Log::error("BlueZ: could not read its objects: " + describe(error));
+      if (status != BluetoothStatus::timeout) return;
       QTimer::singleShot(BluezStack::rereadDelay, this, [this, quietly, epoch] {
         if (epoch == epoch_ && !snapshot()) read(quietly);
       });

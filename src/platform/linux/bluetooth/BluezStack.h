@@ -37,7 +37,7 @@ class BluezStack final : public BluetoothStack {
   static constexpr std::chrono::milliseconds defaultCallTimeout{20000};
   // How long a read of BlueZ's objects may take (capped by the call time-out).
   static constexpr std::chrono::milliseconds queryTimeout{3000};
-  // How long after a failed read of BlueZ's objects it is read again.
+  // How long after a read of BlueZ's objects that was not answered it is read again.
   static constexpr std::chrono::milliseconds rereadDelay{2000};
 
   explicit BluezStack(MainQueue& main, QDBusConnection bus = QDBusConnection::systemBus(),
