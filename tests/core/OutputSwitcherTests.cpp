@@ -12,23 +12,19 @@ namespace {
 class OutputSwitcherTest : public testing::Test {
  protected:
   static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
-
+  using IDs = std::vector<OutputSwitcher::DeviceID>;
 
   OutputSwitcher::Audio audio() {
-    return {
-        [this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
-          if (headphonesPresent && address == buds) return 7;
-          return std::nullopt;
-        },
-        [this]() -> std::optional<OutputSwitcher::DeviceID> { return defaultOutput; },
-        [this](OutputSwitcher::DeviceID id) {
-          sets.push_back(id);
-          if (!setWorks) return false;
-          defaultOutput = id;
-          return true;
-        },
-        [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); },
-    };
+    return {[this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
+              return headphonesPresent && address == buds ? std::optional(7u) : std::nullopt;
+            },
+            [this] { return defaultOutput; },
+            [this](OutputSwitcher::DeviceID id) {
+              sets.push_back(id);
+              if (setWorks) defaultOutput = id;
+              return setWorks;
+            },
+            [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); }};
   }
 
   VirtualRuntime rt;
@@ -46,7 +42,7 @@ TEST_F(OutputSwitcherTest, PollsForTheDeviceAndAppliesItWhenItAppearsBeforeEight
   EXPECT_TRUE(sets.empty());
   headphonesPresent = true;  // appears at 7.5 s; the poll at 7.75 s finds it
   rt.advance(0.25);
-  EXPECT_EQ(sets, std::vector<OutputSwitcher::DeviceID>{7});
+  EXPECT_EQ(sets, IDs{7});
   EXPECT_EQ(log->lines, std::vector<std::string>{"output set to Sleep Buds"});
 }
 
@@ -130,7 +126,7 @@ TEST_F(OutputSwitcherTest, AlreadyCurrentDoesNothingButTheRechecksStillRun) {
   rt.advance(2);
   defaultOutput = 1;  // moved away between the checks
   rt.advance(1);
-  EXPECT_EQ(sets, std::vector<OutputSwitcher::DeviceID>{7});
+  EXPECT_EQ(sets, IDs{7});
   EXPECT_EQ(log->lines, std::vector<std::string>{"output moved away from Sleep Buds; setting it again"});
 }
 
@@ -144,19 +140,15 @@ TEST_F(OutputSwitcherTest, AFailedSetIsRetriedByTheRechecksAndAMissingDefaultCou
   EXPECT_EQ(defaultOutput, 7u);
   defaultOutput.reset();
   rt.advance(2);
-  EXPECT_EQ(sets, (std::vector<OutputSwitcher::DeviceID>{7, 7, 7}));
+  EXPECT_EQ(sets, (IDs{7, 7, 7}));
 }
-
 
 TEST(OutputSwitcherLiveAudio, FindsTheHeadphonesByAddressAndMovesOutputAndAlertsThere) {
   MemoryAudioHardware hardware;
   const auto add = [&](AudioObjectID id, const char* uid, const char* name, bool output) {
-    MemoryAudioHardware::Device device;
-    device.id = id;
-    device.uid = uid;
-    device.name = name;
+    auto& device = hardware.deviceList.emplace_back();
+    device.id = id, device.uid = uid, device.name = name;
     (output ? device.outputStreams : device.inputStreams) = 1;
-    hardware.deviceList.push_back(device);
   };
   add(10, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Built-in Audio", true);
   add(11, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds mic", false);

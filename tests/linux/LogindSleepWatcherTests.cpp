@@ -31,7 +31,7 @@ class LogindSleepWatcherTest : public test::SystemBusTest {
     return true;
   }
   // Our delay locks for sleep in logind's list.
-  bool holding(std::size_t count, int timeoutMs = 3000) {
+  bool holding(std::size_t count, int timeoutMs = 10000) {
     const std::string ours = std::string("sleep ") + LogindSleepWatcher::inhibitorWho + " ";
     return test::spinUntil([&] {
       std::size_t found = 0;
