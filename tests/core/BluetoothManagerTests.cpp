@@ -167,6 +167,7 @@ TEST_F(BluetoothManagerTest, DisconnectSettlesASecondLaterOnWhatTheStackSays) {
     EXPECT_EQ(events, c.events);
   }
   EXPECT_EQ(stack.calls.back(), "close aa-bb-cc-dd-ee-ff");
+  EXPECT_EQ(std::ranges::count(log->lines, "disconnect failed for aa-bb-cc-dd-ee-ff: 0xe00002bc"), 1);
 }
 
 TEST_F(BluetoothManagerTest, ConnectOnlyHeadphonesStayConnectedAndGetTheSoundAgain) {
