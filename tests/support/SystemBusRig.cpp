@@ -114,15 +114,6 @@ SystemBusRig::SystemBusRig(Options options) {
   }
 }
 
-SystemBusRig::~SystemBusRig() {
-  // The mocks first, then their buses.
-  bluez_.reset();
-  logind_.reset();
-  upower_.reset();
-  session_.reset();
-  system_.reset();
-}
-
 std::unique_ptr<ChildProcess> SystemBusRig::startMock(const std::string& templateName) {
   return std::make_unique<ChildProcess>(
       std::vector<std::string>{python, "-m", "dbusmock", "--template", templateName},

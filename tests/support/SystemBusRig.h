@@ -52,7 +52,7 @@ class SystemBusRig {
 
   explicit SystemBusRig(Options options);
   SystemBusRig() : SystemBusRig(Options()) {}
-  ~SystemBusRig();
+  ~SystemBusRig() = default;  // the mocks first, then their buses (the members' order)
   SystemBusRig(const SystemBusRig&) = delete;
   SystemBusRig& operator=(const SystemBusRig&) = delete;
 
@@ -108,7 +108,7 @@ class SystemBusRig {
   bool putDevice(const Device& device);
 
   std::string whyNot_;
-  std::unique_ptr<DBusDaemon> system_, session_;
+  std::unique_ptr<DBusDaemon> system_, session_;  // outlive the mocks
   std::unique_ptr<ChildProcess> bluez_, logind_, upower_;
   std::vector<std::pair<std::string, bool>> adapters_;  // name, powered
   std::vector<Device> devices_;
