@@ -120,6 +120,13 @@ class BluezStack::Mirror final : public QObject {
     }));
   }
 
+  // Whether the copy is there to be changed. A change that comes while it is not filled is
+  // remembered, so that the read on its way is followed by another one: its answer may predate it.
+  bool filled() {
+    missed_ = missed_ || !tree_;
+    return tree_.has_value();
+  }
+
   bluez::Device* device(const QString& path) {
     if (!tree_) return nullptr;
     for (auto& device : tree_->devices) {
@@ -131,7 +138,7 @@ class BluezStack::Mirror final : public QObject {
   // Stores the device's new state and reports a change of its link.
   void store(const bluez::Device& next) {
     std::unique_lock lock(mutex_);
-    if (!tree_) return;  // the read on its way brings it
+    if (!filled()) return;
     bluez::Device* slot = device(next.path);
     const bool was = slot != nullptr && linked(*slot);
     if (slot == nullptr) {
@@ -144,12 +151,14 @@ class BluezStack::Mirror final : public QObject {
   }
 
   void read(bool quietly) {
+    missed_ = false;
     auto* call = new QDBusPendingCallWatcher(bus_.asyncCall(bluez::managedObjectsCall(), queryMs_), this);
     QObject::connect(call, &QDBusPendingCallWatcher::finished, this, [this, call, quietly, epoch = epoch_] {
       call->deleteLater();
       if (epoch != epoch_) return;
       if (!call->isError()) {
         replace(bluez::readTree(call->reply()), quietly);
+        if (missed_) read(quietly);
         return;
       }
       // Only a bluetoothd that did not answer is asked again; one that is not there (yet) brings a
@@ -193,11 +202,11 @@ class BluezStack::Mirror final : public QObject {
     if (message.arguments().at(0).toString() == QLatin1String(bluez::adapterInterface)) {
       if (!properties.contains(QStringLiteral("Powered"))) return;
       std::lock_guard lock(mutex_);
-      if (tree_) tree_->adapterPowered[message.path()] = properties.value(QStringLiteral("Powered")).toBool();
+      if (filled()) tree_->adapterPowered[message.path()] = properties.value(QStringLiteral("Powered")).toBool();
       return;
     }
     std::unique_lock lock(mutex_);
-    if (!tree_) return;
+    if (!filled()) return;
     const bluez::Device* known = device(message.path());
     if (known == nullptr) {
       // A device this copy has not seen yet: read everything again.
@@ -217,7 +226,7 @@ class BluezStack::Mirror final : public QObject {
     const auto interfaces = bluez::readInterfaces(message.arguments().at(1).value<QDBusArgument>());
     if (const auto powered = bluez::readAdapterPowered(interfaces)) {
       std::lock_guard lock(mutex_);
-      if (tree_) tree_->adapterPowered[path] = *powered;
+      if (filled()) tree_->adapterPowered[path] = *powered;
     }
     if (auto device = bluez::readDevice(path, interfaces)) store(*device);
   }
@@ -227,7 +236,7 @@ class BluezStack::Mirror final : public QObject {
     const QString path = message.arguments().at(0).value<QDBusObjectPath>().path();
     const auto interfaces = qdbus_cast<QStringList>(message.arguments().at(1));
     std::unique_lock lock(mutex_);
-    if (!tree_) return;
+    if (!filled()) return;
     if (interfaces.contains(QString::fromLatin1(bluez::adapterInterface))) tree_->adapterPowered.erase(path);
     if (!interfaces.contains(QString::fromLatin1(bluez::deviceInterface))) return;
     const auto it = std::find_if(tree_->devices.begin(), tree_->devices.end(),
@@ -263,6 +272,7 @@ class BluezStack::Mirror final : public QObject {
   std::optional<bluez::Tree> tree_;  // guarded by mutex_; written on the main thread only
   std::vector<const Listener*> listeners_;
   std::uint64_t epoch_ = 0;
+  bool missed_ = false;  // a change came while the copy was not filled
   QDBusServiceWatcher watcher_;
   std::vector<std::unique_ptr<DBusSignalRelay>> relays_;
   Lifetime lifetime_;
