@@ -48,31 +48,24 @@ class FakeBluetoothStack : public BluetoothStack {
   }
 
   BluetoothResult<std::vector<PairedDevice>> pairedAudioDevices() override {
-    if (readError) return *readError;
     std::vector<PairedDevice> out;
     for (const auto& [address, device] : devices) {
       if (device.paired && device.audio) out.push_back({address, device.name, device.connected});
     }
-    return out;
+    return readError ? BluetoothResult<std::vector<PairedDevice>>(*readError) : out;
   }
   BluetoothResult<bool> isConnected(const std::string& address) override {
-    if (readError) return *readError;
     auto found = devices.find(normalizeAddress(address));
-    if (found == devices.end()) return BluetoothError::unknownDevice;
+    if (readError || found == devices.end()) return readError.value_or(BluetoothError::unknownDevice);
     return found->second.connected;
   }
   BluetoothResult<std::map<std::string, bool>> connectionStates() override {
-    if (readError) return *readError;
     std::map<std::string, bool> states;
     for (const auto& [address, device] : devices) states[address] = device.connected;
-    return states;
+    return readError ? BluetoothResult<std::map<std::string, bool>>(*readError) : states;
   }
-  BluetoothResult<BluetoothStatus> openConnection(const std::string& address) override {
-    return change(address, true);
-  }
-  BluetoothResult<BluetoothStatus> closeConnection(const std::string& address) override {
-    return change(address, false);
-  }
+  BluetoothResult<BluetoothStatus> openConnection(const std::string& address) override { return change(address, true); }
+  BluetoothResult<BluetoothStatus> closeConnection(const std::string& address) override { return change(address, false); }
   std::unique_ptr<Registration> observeConnections(std::function<void(const std::string&)> connected,
                                                    std::function<void(const std::string&)> disconnected,
                                                    std::function<void()> readable = nullptr) override {
@@ -94,14 +87,10 @@ class FakeBluetoothStack : public BluetoothStack {
  private:
   BluetoothResult<BluetoothStatus> change(const std::string& address, bool connect) {
     calls.push_back((connect ? "open " : "close ") + normalizeAddress(address));
-    if (readError) return *readError;
     auto found = devices.find(normalizeAddress(address));
-    if (found == devices.end()) return BluetoothError::unknownDevice;
-    BluetoothStatus status = closeResult;
-    if (connect) {
-      status = connectResults.empty() ? BluetoothStatus::success : connectResults.front();
-      if (!connectResults.empty()) connectResults.pop_front();
-    }
+    if (readError || found == devices.end()) return readError.value_or(BluetoothError::unknownDevice);
+    BluetoothStatus status = connect ? BluetoothStatus::success : closeResult;
+    if (connect && !connectResults.empty()) status = connectResults.front(), connectResults.pop_front();
     if (status == BluetoothStatus::success) found->second.connected = connect;
     return status;
   }
@@ -144,14 +133,8 @@ class FakeBluetoothAuthority : public BluetoothAuthority {
 
 class FakeBatterySources : public BatterySources {
  public:
-  std::vector<BatteryEntry> readLive() override {
-    ++liveReads;
-    return live;
-  }
-  std::map<std::string, BatteryLevels> readSlow() override {
-    ++slowReads;
-    return slow;
-  }
+  std::vector<BatteryEntry> readLive() override { return ++liveReads, live; }
+  std::map<std::string, BatteryLevels> readSlow() override { return ++slowReads, slow; }
   std::vector<BatteryEntry> live;
   std::map<std::string, BatteryLevels> slow;
   int liveReads = 0;
