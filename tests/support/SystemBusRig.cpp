@@ -16,16 +16,15 @@ using namespace std::chrono_literals;
 
 constexpr const char* python = "/usr/bin/python3";
 
-// The helper: python3 -c helper BUS-ADDRESS COMMAND ARGUMENTS...
+// The helper: python3 -c helper BUS-ADDRESS COMMAND ARGUMENTS...; devices live on hci0.
 constexpr const char* helper = R"(
 import sys, dbus
 bus = dbus.bus.BusConnection(sys.argv[1])
 command, a = sys.argv[2], sys.argv[3:]
-MOCK, DEVICE, PROPS = 'org.freedesktop.DBus.Mock', 'org.bluez.Device1', 'org.freedesktop.DBus.Properties'
+MOCK, DEVICE, PROPS, HCI = 'org.freedesktop.DBus.Mock', 'org.bluez.Device1', 'org.freedesktop.DBus.Properties', '/org/bluez/hci0'
 def get(name, path, interface): return dbus.Interface(bus.get_object(name, path), interface)
 def bluez(): return get('org.bluez', '/', 'org.bluez.Mock')
-def device(interface=MOCK): return get('org.bluez', '/org/bluez/%s/dev_%s' % (a[0], a[1].replace(':', '_')), interface)
-def adapter(interface): return get('org.bluez', '/org/bluez/' + a[0], interface)
+def device(interface=MOCK): return get('org.bluez', HCI + '/dev_' + a[0].replace(':', '_'), interface)
 def fail(name, message): return 'raise dbus.exceptions.DBusException(%r, name=%r)\n' % (message, name)
 def link(up):
   return ('if %sself.props[%r]["Connected"]:\n  ' % ('' if up else 'not ', DEVICE) +
@@ -34,34 +33,27 @@ def link(up):
 def behave(method, how, *rest):
   code = {'normal': lambda: link(method == 'Connect'), 'fail': lambda: fail(rest[0], rest[1]),
           'hang': lambda: 'time.sleep(%s)\n' % rest[0] + link(True),
-          'vanish': lambda: 'objects["/org/bluez/%s"].RemoveObject(self.path)\n' % a[0] +
+          'vanish': lambda: 'objects[%r].RemoveObject(self.path)\n' % HCI +
                             'objects["/"].EmitSignal("org.freedesktop.DBus.ObjectManager", "InterfacesRemoved", "oas", '
                             '[dbus.ObjectPath(self.path), [%r]])\n' % DEVICE + fail('org.bluez.Error.Failed', 'Connection canceled')}[how]()
   device().AddMethod(DEVICE, method, '', '', code)
-def battery(percent):
-  level = dbus.Byte(int(percent))
-  try:
-    device(PROPS).Get('org.bluez.Battery1', 'Percentage')
-    device().UpdateProperties('org.bluez.Battery1', {'Percentage': level})
-  except dbus.exceptions.DBusException:
-    device().AddProperty('org.bluez.Battery1', 'Percentage', level)
-    get('org.bluez', '/', MOCK).EmitSignal('org.freedesktop.DBus.ObjectManager', 'InterfacesAdded', 'oa{sa{sv}}',
-        [device().object_path, {'org.bluez.Battery1': {'Percentage': level}}])
 if command == 'power':
-  if a[1] == 'new': bluez().AddAdapter(a[0], 'wrenhaven-rig')
-  adapter(PROPS).Set('org.bluez.Adapter1', 'Powered', dbus.Boolean(a[2] == '1'))
+  if a[1:] == ['new']: bluez().AddAdapter('hci0', 'wrenhaven-rig')
+  get('org.bluez', HCI, PROPS).Set('org.bluez.Adapter1', 'Powered', dbus.Boolean(a[0] == '1'))
 elif command == 'device':
-  bluez().AddDevice(a[0], a[1], a[2])
-  device().UpdateProperties(DEVICE, {'Class': dbus.UInt32(int(a[3])), 'Paired': dbus.Boolean(a[4] == '1'),
-                                     'Icon': 'audio-headset' if (int(a[3]) >> 8) & 0x1F == 4 else 'phone'})
+  bluez().AddDevice('hci0', a[0], a[1])
+  device().UpdateProperties(DEVICE, {'Class': dbus.UInt32(int(a[2])), 'Paired': dbus.Boolean(a[3] == '1'),
+                                     'Icon': 'audio-headset' if (int(a[2]) >> 8) & 0x1F == 4 else 'phone'})
   behave('Connect', 'normal'); behave('Disconnect', 'normal')
-  if a[5] != '-': battery(a[5])
-elif command == 'battery': battery(a[2])
-elif command == 'remove': adapter('org.bluez.Adapter1').RemoveDevice(device().object_path)
-elif command == 'outside': (bluez().ConnectDevice if a[2] == '1' else bluez().DisconnectDevice)(a[0], a[1])
+  if a[4] != '-':
+    device().AddProperty('org.bluez.Battery1', 'Percentage', dbus.Byte(int(a[4])))
+    get('org.bluez', '/', MOCK).EmitSignal('org.freedesktop.DBus.ObjectManager', 'InterfacesAdded', 'oa{sa{sv}}',
+        [device().object_path, {'org.bluez.Battery1': {'Percentage': dbus.Byte(int(a[4]))}}])
+elif command == 'remove': get('org.bluez', HCI, 'org.bluez.Adapter1').RemoveDevice(device().object_path)
+elif command == 'outside': (bluez().ConnectDevice if a[1] == '1' else bluez().DisconnectDevice)('hci0', a[0])
 elif command == 'connected': print(bool(device(PROPS).Get(DEVICE, 'Connected')))
 elif command == 'calls': print(len(device().GetMethodCalls('Connect')))
-elif command == 'behave': behave(*a[2:])
+elif command == 'behave': behave(*a[1:])
 elif command == 'sleep':
   login = get('org.freedesktop.login1', '/org/freedesktop/login1', MOCK)
   login.UpdateProperties('org.freedesktop.login1.Manager', {'PreparingForSleep': dbus.Boolean(a[0] == '1')})
@@ -141,15 +133,9 @@ bool SystemBusRig::run(const std::vector<std::string>& arguments, std::string* o
   return result.status == 0;
 }
 
-bool SystemBusRig::drive(const std::string& command, const std::string& address, std::vector<std::string> arguments,
-                         std::string* output) {
-  const auto known = std::find_if(devices_.begin(), devices_.end(), [&](const Device& d) { return d.address == address; });
-  if (known == devices_.end()) {
-    ADD_FAILURE() << "system bus rig: no device " << address << " was added";
-    return false;
-  }
-  arguments.insert(arguments.begin(), {command, known->adapter, address});
-  return run(arguments, output);
+std::string SystemBusRig::output(const std::vector<std::string>& arguments) const {
+  std::string text;
+  return run(arguments, &text) ? text : std::string();
 }
 
 void SystemBusRig::stopBluez(bool crash) {
@@ -164,60 +150,30 @@ bool SystemBusRig::startBluez() {
   if (bluez_) return true;
   bluez_ = startMock("bluez5");
   bool ok = waitForName("org.bluez", true);
-  for (const auto& [name, powered] : adapters_) ok = ok && run({"power", name, "new", powered ? "1" : "0"});
+  if (powered_) ok = ok && run({"power", *powered_ ? "1" : "0", "new"});
   for (const auto& device : devices_) ok = ok && putDevice(device);
   return ok;
 }
 
-bool SystemBusRig::setAdapterPowered(const std::string& adapter, bool powered) {
-  for (auto& known : adapters_) {
-    if (known.first == adapter) known.second = powered;
-  }
-  return run({"power", adapter, "set", powered ? "1" : "0"});
-}
-
-bool SystemBusRig::putDevice(const Device& device) {
-  return run({"device", device.adapter, device.address, device.name, std::to_string(device.deviceClass),
-              device.paired ? "1" : "0", device.battery ? std::to_string(*device.battery) : "-"});
+bool SystemBusRig::putDevice(const Device& device) const {
+  return run({"device", device.address, device.name, std::to_string(device.deviceClass), device.paired ? "1" : "0",
+              device.battery ? std::to_string(*device.battery) : "-"});
 }
 
 bool SystemBusRig::addDevice(const Device& device) {
-  if (std::none_of(adapters_.begin(), adapters_.end(), [&](const auto& a) { return a.first == device.adapter; })) {
-    if (!run({"power", device.adapter, "new", "1"})) return false;
-    adapters_.emplace_back(device.adapter, true);
-  }
-  std::erase_if(devices_, [&](const Device& known) { return known.address == device.address; });
+  if (!powered_ && !run({"power", "1", "new"})) return false;
+  powered_ = powered_.value_or(true);
+  forget(device.address);
   devices_.push_back(device);
   return putDevice(device);
 }
 
-bool SystemBusRig::removeDevice(const std::string& address) {
-  return drive("remove", address, {}) && std::erase_if(devices_, [&](const Device& d) { return d.address == address; });
-}
-
-bool SystemBusRig::setBattery(const std::string& address, int percent) {
-  for (auto& known : devices_) {
-    if (known.address == address) known.battery = percent;
-  }
-  return drive("battery", address, {std::to_string(percent)});
-}
-
-bool SystemBusRig::isConnected(const std::string& address) {
-  std::string output;
-  return drive("connected", address, {}, &output) && output.starts_with("True");
-}
-
-int SystemBusRig::connectCalls(const std::string& address) {
-  std::string output;
-  return drive("calls", address, {}, &output) ? std::stoi(output) : -1;
-}
-
-bool SystemBusRig::behave(const std::string& address, const std::string& method, std::vector<std::string> how) {
-  how.insert(how.begin(), method);
-  const bool ok = drive("behave", address, how);
+bool SystemBusRig::behave(const std::string& address, const std::string& method, const std::vector<std::string>& how) {
+  std::vector<std::string> arguments{"behave", address, method};
+  arguments.insert(arguments.end(), how.begin(), how.end());
   // A device that vanishes is gone from what a restart puts back.
-  if (how.at(1) == "vanish") std::erase_if(devices_, [&](const Device& d) { return d.address == address; });
-  return ok;
+  if (how.front() == "vanish") forget(address);
+  return run(arguments);
 }
 
 bool SystemBusRig::restartLogind() {

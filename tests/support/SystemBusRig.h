@@ -25,24 +25,17 @@ class SystemBusRig {
     bool sessionBus = false;  // for a whole agent, whose command channel lives there
     bool denyBluez = false;   // the bus policy refuses every call to org.bluez
   };
-
   // The same headphones as PulseRig's, so that a bridge between the two rigs can pair them up.
   static constexpr const char* headphonesAddress = "AA:BB:CC:DD:EE:FF";
-  static constexpr const char* headphonesName = "WH-1000XM4";
   static constexpr std::uint32_t headphonesClass = 0x240404;  // audio/video, wearable headset
   static constexpr std::uint32_t phoneClass = 0x5a020c;
-
   struct Device {
-    std::string address;  // "AA:BB:CC:DD:EE:FF"
+    std::string address;  // "AA:BB:CC:DD:EE:FF", on adapter hci0
     std::string name;     // empty for a device that told none
     std::uint32_t deviceClass = headphonesClass;
     bool paired = true;
     std::optional<int> battery;  // Battery1.Percentage
-    std::string adapter = "hci0";
   };
-  // Paired headphones of audio class with their battery at 80 %.
-  static Device headphones() { return {headphonesAddress, headphonesName, headphonesClass, true, 80}; }
-
   struct PowerDevice {
     std::string name;    // the last part of its object path
     unsigned type = 19;  // UPower's kind: 17 headset, 19 headphones, 2 battery, 5 mouse, ...
@@ -63,35 +56,31 @@ class SystemBusRig {
   // DBUS_SYSTEM_BUS_ADDRESS (and DBUS_SESSION_BUS_ADDRESS) for a program under test.
   ChildProcess::Environment environment() const;
 
-  // --- bluetoothd
-  // Ends it (politely, or as a crash) and waits until its name has left the bus.
+  // --- bluetoothd. Stopping (politely or as a crash) waits until its name has left the bus;
+  // starting puts back the adapter and the devices added so far, paired and not connected.
   void stopBluez(bool crash = false);
-  // Starts it with the adapters and devices added so far, paired and not connected, as a restarted
-  // bluetoothd reads them from its storage.
   bool startBluez();
-  bool setAdapterPowered(const std::string& adapter, bool powered);
-  // Adds the device (and its adapter when there is none yet) as BlueZ announces it: the object
+  bool setAdapterPowered(bool powered) { return run({"power", powered ? "1" : "0"}) && (powered_ = powered, true); }
+  // Adds the device (and the adapter when there is none yet) as BlueZ announces it: the object
   // first, then its pairing and class; Connect and Disconnect work.
   bool addDevice(const Device& device);
-  bool addHeadphones() { return addDevice(headphones()); }
-  bool removeDevice(const std::string& address);
-  bool setBattery(const std::string& address, int percent);
+  // Paired headphones of audio class with their battery at 80 %.
+  bool addHeadphones() { return addDevice({headphonesAddress, "WH-1000XM4", headphonesClass, true, 80}); }
+  bool removeDevice(const std::string& address) { return forget(address), run({"remove", address}); }
   // The link as the headphones or another program make or break it.
-  bool connectFromOutside(const std::string& address) { return drive("outside", address, {"1"}); }
-  bool disconnectFromOutside(const std::string& address) { return drive("outside", address, {"0"}); }
-  bool isConnected(const std::string& address);
-  int connectCalls(const std::string& address);
+  bool connectFromOutside(const std::string& address) { return run({"outside", address, "1"}); }
+  bool disconnectFromOutside(const std::string& address) { return run({"outside", address, "0"}); }
+  bool isConnected(const std::string& address) { return output({"connected", address}).starts_with("True"); }
+  int connectCalls(const std::string& address) { return std::stoi("0" + output({"calls", address})); }
   // What Device1's `method` ("Connect", "Disconnect") does from now on: {"normal"},
   // {"fail", error name, message}, {"hang", seconds} (then works; bluetoothd answers nothing else
   // meanwhile), {"vanish"} (the device disappears during the call, which fails).
-  bool behave(const std::string& address, const std::string& method, std::vector<std::string> how);
+  bool behave(const std::string& address, const std::string& method, const std::vector<std::string>& how);
 
-  // --- logind
-  // Ends logind as a crash would and starts a fresh one, with no inhibitors.
+  // --- logind: a crash and a fresh start with no inhibitors; PreparingForSleep set and
+  // PrepareForSleep(sleeping) emitted, as around sleep; "what who why mode" of each inhibitor.
   bool restartLogind();
-  // Sets PreparingForSleep and emits PrepareForSleep(sleeping), as logind does around sleep.
   bool emitPrepareForSleep(bool sleeping) { return run({"sleep", sleeping ? "1" : "0"}); }
-  // "what who why mode" of each inhibitor.
   std::vector<std::string> inhibitors();
 
   // --- UPower
@@ -100,17 +89,16 @@ class SystemBusRig {
  private:
   std::unique_ptr<ChildProcess> startMock(const std::string& templateName);
   bool waitForName(const char* name, bool present);
-  // Runs the helper with `arguments`; its output goes to `output`.
+  // Runs the helper with `arguments`; a failure is a test failure.
   bool run(const std::vector<std::string>& arguments, std::string* output = nullptr) const;
-  // Runs a helper command about an added device: command, adapter, address, arguments.
-  bool drive(const std::string& command, const std::string& address, std::vector<std::string> arguments,
-             std::string* output = nullptr);
-  bool putDevice(const Device& device);
+  std::string output(const std::vector<std::string>& arguments) const;
+  bool putDevice(const Device& device) const;
+  void forget(const std::string& address) { std::erase_if(devices_, [&](const Device& d) { return d.address == address; }); }
 
   std::string whyNot_;
   std::unique_ptr<DBusDaemon> system_, session_;  // outlive the mocks
   std::unique_ptr<ChildProcess> bluez_, logind_, upower_;
-  std::vector<std::pair<std::string, bool>> adapters_;  // name, powered
+  std::optional<bool> powered_;  // hci0's, once there is one
   std::vector<Device> devices_;
 };
 
