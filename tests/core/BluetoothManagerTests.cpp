@@ -198,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(Headphones, BluetoothManagerTest, testing::Values(
     Scenario{"quiet b user b +0 toggle b +2", "connected - -", "try b@0.0, open b, +b:user, ok b, +b:user"},
     // Notifications follow remembered headphones seen connected; a connect in flight decides.
     Scenario{"start stranger up z up B up b", "connected - -", "+b:external"},
-    Scenario{"start set=b:connecting down b", "connecting - -", ""},
+    Scenario{"start up b set=b:connecting down b", "connecting - -", "+b:external"},
     Scenario{"start up b up b down b", "- - -", "+b:external, -b"},
     Scenario{"start set=c:failed:Could_not_connect down c", "- failed:Could_not_connect -", ""},
     Scenario{"set=b:failed:X set=b:failed:X set=b:failed:Y", "failed:Y - -", ""},
