@@ -65,12 +65,8 @@ class BluetoothManagerTest : public testing::TestWithParam<Scenario> {
       } else if (event.starts_with("close=")) {
         stack.closeResult = BluetoothStatus::failed;
       } else if (event.starts_with("set=")) {
-        const auto colon = value.find(':', 2);
-        const auto phase = value.substr(2, colon - 2);
-        manager.set(address(value.substr(0, 1)), phase == "failed" ? BluetoothManager::Phase::failed(value.substr(colon + 1))
-                                                 : phase == "connected" ? BluetoothManager::Phase::connected()
-                                                 : phase == "connecting" ? BluetoothManager::Phase::connecting()
-                                                                          : BluetoothManager::Phase::disconnecting());
+        const auto phase = value.substr(2);
+        manager.set(address(value.substr(0, 1)), phase.starts_with("failed:") ? Phase::failed(phase.substr(7)) : settled.at(phase));
       } else if (event == "start" || event == "refresh" || event == "readable" || event == "stranger") {
         if (event == "start") manager.start();
         if (event == "refresh") manager.refresh();
@@ -131,13 +127,16 @@ class BluetoothManagerTest : public testing::TestWithParam<Scenario> {
     std::string out;
     for (const char* name : {"b", "c", "z"}) {
       const auto phase = manager.phaseOf(named.at(name));
-      const bool shown = phase && (raw || phase->kind() != BluetoothManager::Phase::Kind::disconnected);
+      const bool shown = phase && (raw || phase->kind() != Phase::Kind::disconnected);
       out += (out.empty() ? "" : " ") + (shown ? phase->text() : "-");
     }
     return out;
   }
 
   const std::map<std::string, std::string> named{{"b", "aa-bb-cc-dd-ee-ff"}, {"c", "11-22-33-44-55-66"}, {"z", "99-99-99-99-99-99"}};
+  using Phase = BluetoothManager::Phase;
+  const std::map<std::string, Phase> settled{
+      {"connected", Phase::connected()}, {"connecting", Phase::connecting()}, {"disconnecting", Phase::disconnecting()}};
   const std::vector<std::string> reasons{"user", "wake", "repair", "external"};  // ConnectReason's order
   const std::map<std::string, BluetoothStatus> statuses{
       {"timeout", BluetoothStatus::timeout}, {"notFound", BluetoothStatus::notFound}, {"off", BluetoothStatus::bluetoothOff},
