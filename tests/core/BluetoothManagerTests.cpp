@@ -1,49 +1,148 @@
+// The headphones manager on the virtual clock. Every scenario plays a script of events against two
+// remembered headphones (b, c) and a stranger (z), then checks their phases, a trace of what
+// happened (attempts with their time, link calls, notifications, completions) and the last log line.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <sstream>
 
 #include "core/bluetooth/BluetoothManager.h"
-#include "doubles/VirtualRuntime.h"
-#include "doubles/MemoryStore.h"
-#include "support/CapturedLog.h"
 #include "doubles/FakeBluetooth.h"
+#include "doubles/MemoryStore.h"
+#include "doubles/VirtualRuntime.h"
+#include "support/CapturedLog.h"
 
 namespace wh {
 namespace {
 
-using Kind = BluetoothManager::Phase::Kind;
+struct Scenario {
+  std::string script;
+  std::string phases;  // of b, c and z; "-" for disconnected
+  std::string trace;
+  std::string lastLog = {};
+};
 
-class BluetoothManagerTest : public testing::Test {
+void PrintTo(const Scenario& s, std::ostream* out) { *out << s.script; }
+
+class BluetoothManagerTest : public testing::TestWithParam<Scenario> {
  protected:
-  static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
-  static constexpr const char* cans = "11-22-33-44-55-66";
-
   BluetoothManagerTest() {
     settings.addDevice("AA:BB:CC:DD:EE:FF", "Sleep Buds");
     settings.addDevice("11:22:33:44:55:66", "Studio Cans");
-    stack.add(buds, "Sleep Buds");
-    stack.add(cans, "Studio Cans");
-    manager.onChange = [this] { ++changes; };
-    manager.onConnected = [this](const std::string& address, ConnectReason reason) {
-      events.push_back("connected " + address + " " + caseName(reason));
-    };
-    manager.onDisconnected = [this](const std::string& address) { events.push_back("disconnected " + address); };
+    stack.add(named.at("b"), "Sleep Buds");
+    stack.add(named.at("c"), "Studio Cans");
+    manager.onChange = [this] { snapshots.push_back(phases(true)); };
+    manager.onConnected = [this](const std::string& a, ConnectReason r) { note("+" + token(a) + ":" + caseName(r)); };
+    manager.onDisconnected = [this](const std::string& a) { note("-" + token(a)); };
   }
 
-  void editDevice(const char* address, const std::function<void(DeviceSetting&)>& edit) {
-    auto devices = settings.devices();
-    for (auto& device : devices) {
-      if (device.address == address) edit(device);
+  // Events: "start"; "+S": S seconds pass, the Bluetooth queue running; "toggle x"; "user x",
+  // "wake x", "repair x", "external x": a connect for that reason; "B": b's address as BlueZ writes
+  // it; "results=a,b": the next connects' results; "read=e": reads fail with e ("ok" ends it);
+  // "close=failed"; "up x"/"down x": a link made or broken outside, reported; "linked x"/"unlinked x":
+  // the same, unreported; "set x=phase"; "refresh"; "readable"; "sleep"; "woke"; "quiet x"
+  // (connectOnly); "sleepy x" (disconnectOnSleep, connectOnWake); "stranger": z is paired.
+  void play(const std::string& script) {
+    std::istringstream events(script);
+    for (std::string event, arg; events >> event;) {
+      const auto value = event.substr(event.find_first_of("=+") + 1);
+      const auto reason = std::ranges::find(reasons, event);
+      if (event[0] == '+') {
+        steps(std::stod(value));
+      } else if (reason != reasons.end()) {
+        events >> arg;
+        manager.connect(address(arg), ConnectReason(reason - reasons.begin()), 1,
+                        [this, arg](bool ok) { note((ok ? "ok " : "no ") + arg); });
+      } else if (event == "woke") {
+        sleep.wake();
+      } else if (event == "sleep") {
+        sleep.sleep([this] { note("slept"); });
+      } else if (event.starts_with("results=")) {
+        for (std::istringstream list(value); std::getline(list, arg, ',');) stack.connectResults.push_back(statuses.at(arg));
+      } else if (event.starts_with("read=")) {
+        stack.readError = value == "ok" ? std::nullopt : std::optional(errors.at(value));
+      } else if (event.starts_with("close=")) {
+        stack.closeResult = BluetoothStatus::failed;
+      } else if (event.starts_with("set=")) {
+        const auto phase = value.substr(2);
+        manager.set(address(value.substr(0, 1)), phase.starts_with("failed:") ? Phase::failed(phase.substr(7)) : settled.at(phase));
+      } else if (event == "start" || event == "refresh" || event == "readable" || event == "stranger") {
+        if (event == "start") manager.start();
+        if (event == "refresh") manager.refresh();
+        if (event == "readable") stack.onReadable();
+        if (event == "stranger") stack.add(named.at("z"), "Someone Else's");
+      } else {
+        events >> arg;
+        if (event == "toggle") manager.toggle(address(arg));
+        if (event == "up" || event == "down") (event == "up" ? stack.connectFromOutside(address(arg)) : stack.disconnectFromOutside(address(arg)));
+        if (event == "linked" || event == "unlinked") stack.devices[address(arg)].connected = event == "linked";
+        if (event == "quiet" || event == "sleepy") edit(event == "quiet");
+      }
+      catchUp();
     }
+  }
+  void steps(double seconds) {
+    const double start = rt.clock().now();
+    for (int step = 0; step <= static_cast<int>(seconds * 100 + 0.5); ++step) {
+      rt.advance(start + step / 100.0 - rt.clock().now());
+      rt.drainSerialQueues();
+      catchUp();
+    }
+  }
+  void edit(bool connectOnly) {
+    auto devices = settings.devices();
+    if (connectOnly) devices.front().connectOnly = true;
+    else devices.front().disconnectOnSleep = devices.front().connectOnWake = true;
     settings.setDevices(devices);
   }
-  Kind kind(const char* address) const {
-    auto phase = manager.phaseOf(address);
-    return phase ? phase->kind() : Kind::disconnected;
+  std::string address(const std::string& name) const { return name == "B" ? "AA:BB:CC:DD:EE:FF" : named.at(name); }
+  std::string token(const std::string& address) const {
+    for (const auto& [name, known] : named) {
+      if (known == address) return name;
+    }
+    return address;
   }
-  // Runs the Bluetooth queue and what it hands back.
-  void settle() { rt.drainSerialQueues(); }
+  // Attempts and link calls made since the last look go into the trace before what follows them.
+  void catchUp() {
+    for (; logSeen < log->lines.size(); ++logSeen) {
+      const auto& line = log->lines[logSeen];
+      if (!line.starts_with("connecting ")) continue;
+      char at[16];
+      std::snprintf(at, sizeof at, "@%.1f", rt.clock().now());
+      trace.push_back("try " + token(line.substr(11, 17)) + at);
+    }
+    for (; callsSeen < stack.calls.size(); ++callsSeen) {
+      const auto& call = stack.calls[callsSeen];
+      const auto space = call.find(' ') + 1;
+      trace.push_back(call.substr(0, space) + token(call.substr(space)));
+    }
+  }
+  void note(const std::string& line) {
+    catchUp();
+    trace.push_back(line);
+  }
+  // With `raw`, as onChange sees them; otherwise disconnected reads as none.
+  std::string phases(bool raw = false) const {
+    std::string out;
+    for (const char* name : {"b", "c", "z"}) {
+      const auto phase = manager.phaseOf(named.at(name));
+      const bool shown = phase && (raw || phase->kind() != Phase::Kind::disconnected);
+      out += (out.empty() ? "" : " ") + (shown ? phase->text() : "-");
+    }
+    return out;
+  }
 
+  const std::map<std::string, std::string> named{{"b", "aa-bb-cc-dd-ee-ff"}, {"c", "11-22-33-44-55-66"}, {"z", "99-99-99-99-99-99"}};
+  using Phase = BluetoothManager::Phase;
+  const std::map<std::string, Phase> settled{
+      {"connected", Phase::connected()}, {"connecting", Phase::connecting()}, {"disconnecting", Phase::disconnecting()}};
+  const std::vector<std::string> reasons{"user", "wake", "repair", "external"};  // ConnectReason's order
+  const std::map<std::string, BluetoothStatus> statuses{
+      {"timeout", BluetoothStatus::timeout}, {"notFound", BluetoothStatus::notFound}, {"off", BluetoothStatus::bluetoothOff},
+      {"failed", BluetoothStatus::failed}, {"odd", static_cast<BluetoothStatus>(0x1234)}};
+  const std::map<std::string, BluetoothError> errors{
+      {"unreachable", BluetoothError::unreachable}, {"off", BluetoothError::bluetoothOff}, {"unknown", BluetoothError::unknownDevice}};
   VirtualRuntime rt;
   MemoryStore store;
   NotificationCenter notifications;
@@ -52,277 +151,80 @@ class BluetoothManagerTest : public testing::Test {
   test::FakeSleepWatcher sleep;
   BluetoothManager manager{rt, settings, stack, sleep};
   test::CapturedLog log;
-  std::vector<std::string> events;
-  int changes = 0;
+  std::vector<std::string> trace, snapshots{"- - -"};
+  std::size_t logSeen = 0, callsSeen = 0;
 };
 
-TEST_F(BluetoothManagerTest, ToggleConnectsOnTheQueueAndIgnoresClicksWhileInFlight) {
-  manager.start();
-  changes = 0;
-  manager.toggle("AA:BB:CC:DD:EE:FF");
-  EXPECT_EQ(kind(buds), Kind::connecting);
-  EXPECT_TRUE(stack.calls.empty()) << "the blocking call waits for the Bluetooth queue";
-  manager.toggle(buds);  // second click while connecting
-  settle();
-  EXPECT_EQ(stack.calls, std::vector<std::string>{"open aa-bb-cc-dd-ee-ff"});
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff user"});
-  EXPECT_EQ(changes, 2);  // connecting, connected
-  EXPECT_EQ(log->lines.front(), "connecting aa-bb-cc-dd-ee-ff (user, attempt 1)");
-  EXPECT_NE(rt.serialQueue("wrenhaven.bluetooth"), nullptr);
-}
-
-TEST_F(BluetoothManagerTest, UserConnectRetriesOnceAfterOneAndAHalfSecondsThenFails) {
-  stack.connectResults = {BluetoothStatus::timeout, BluetoothStatus::timeout};
-  bool result = true;
-  int completions = 0;
-  manager.connect(buds, ConnectReason::user, 1, [&](bool connected) {
-    result = connected;
-    ++completions;
-  });
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  EXPECT_EQ(kind(buds), Kind::connecting) << "stays connecting between attempts";
-  rt.advance(1.49);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  rt.advance(0.01);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 2u);
-  EXPECT_EQ(manager.phaseOf(buds), BluetoothManager::Phase::failed("The device did not answer"));
-  EXPECT_EQ(manager.phaseOf(buds)->text(), "failed:The device did not answer");
-  EXPECT_FALSE(result);
-  EXPECT_EQ(completions, 1);
-  EXPECT_EQ(log->lines.back(), "connect failed for aa-bb-cc-dd-ee-ff: 0xe00002d6");
-  rt.advance(60);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 2u);
-}
-
-TEST_F(BluetoothManagerTest, WakeConnectTriesFourTimesWaitingThreeSixAndNineSeconds) {
-  stack.connectResults.assign(4, BluetoothStatus::bluetoothOff);
-  std::vector<double> attemptsAt;
-  manager.connect(buds, ConnectReason::wake, 1);
-  for (int step = 0; step < 2000; ++step) {
-    const auto before = stack.calls.size();
-    settle();
-    if (stack.calls.size() > before) attemptsAt.push_back(rt.clock().now());
-    rt.advance(0.01);
+TEST_P(BluetoothManagerTest, Scenario) {
+  const Scenario& s = GetParam();
+  play(s.script);
+  EXPECT_EQ(phases(), s.phases);
+  std::string joined;
+  for (const auto& line : trace) joined += (joined.empty() ? "" : ", ") + line;
+  EXPECT_EQ(joined, s.trace);
+  if (!s.lastLog.empty()) {
+    EXPECT_EQ(log->lines.back(), s.lastLog);
   }
-  ASSERT_EQ(attemptsAt.size(), 4u);
-  EXPECT_NEAR(attemptsAt[1] - attemptsAt[0], 3.0, 0.011);
-  EXPECT_NEAR(attemptsAt[2] - attemptsAt[1], 6.0, 0.011);
-  EXPECT_NEAR(attemptsAt[3] - attemptsAt[2], 9.0, 0.011);
-  EXPECT_EQ(manager.phaseOf(buds), BluetoothManager::Phase::failed("Bluetooth is off"));
+  EXPECT_EQ(std::adjacent_find(snapshots.begin(), snapshots.end()), snapshots.end()) << "onChange without a change";
+  EXPECT_EQ(snapshots.back(), phases(true)) << "the last change was reported";
 }
 
-TEST_F(BluetoothManagerTest, ExternalAndUnknownDevicesAreNeverRetried) {
-  stack.connectResults = {BluetoothStatus::notFound};
-  manager.connect(buds, ConnectReason::external, 1);
-  settle();
-  rt.advance(30);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  EXPECT_EQ(manager.phaseOf(buds), BluetoothManager::Phase::failed("The device is out of range"));
-
-  bool result = true;
-  manager.connect("99-99-99-99-99-99", ConnectReason::user, 1, [&](bool connected) { result = connected; });
-  settle();
-  rt.advance(30);
-  settle();
-  EXPECT_EQ(manager.phaseOf("99-99-99-99-99-99"), BluetoothManager::Phase::failed("Unknown device"));
-  EXPECT_FALSE(result);
-  EXPECT_EQ(stack.calls.size(), 1u);
-}
-
-TEST_F(BluetoothManagerTest, ConnectingAnAlreadyConnectedDeviceSucceedsAtOnceWithItsReason) {
-  stack.devices[buds].connected = true;
-  bool result = false;
-  manager.connect(buds, ConnectReason::repair, 1, [&](bool connected) { result = connected; });
-  settle();
-  EXPECT_TRUE(stack.calls.empty());
-  EXPECT_TRUE(result);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff repair"});
-}
-
-TEST_F(BluetoothManagerTest, StatusTextsFollowTheStatus) {
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::bluetoothOff), "Bluetooth is off");
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::timeout), "The device did not answer");
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::notFound), "The device is out of range");
-  EXPECT_EQ(BluetoothManager::describe(BluetoothStatus::failed), "Could not connect");
-  EXPECT_EQ(BluetoothManager::describe(static_cast<BluetoothStatus>(0x1234)), "Could not connect");
-}
-
-TEST_F(BluetoothManagerTest, ToggleOnConnectedDisconnectsAndSettlesASecondLater) {
-  manager.start();
-  manager.connect(buds, ConnectReason::user, 1);
-  settle();
-  events.clear();
-  manager.toggle(buds);
-  EXPECT_EQ(kind(buds), Kind::disconnecting);
-  settle();
-  EXPECT_EQ(stack.calls.back(), "close aa-bb-cc-dd-ee-ff");
-  EXPECT_EQ(kind(buds), Kind::disconnecting) << "the phase settles a second later";
-  rt.advance(1.0);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-  EXPECT_EQ(events, std::vector<std::string>{"disconnected aa-bb-cc-dd-ee-ff"});
-}
-
-TEST_F(BluetoothManagerTest, AFailedDisconnectIsLoggedAndSettlesBackToConnected) {
-  manager.connect(buds, ConnectReason::user, 1);
-  settle();
-  stack.closeResult = BluetoothStatus::failed;
-  events.clear();
-  manager.toggle(buds);
-  settle();
-  rt.advance(1.0);
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_TRUE(events.empty());
-  EXPECT_EQ(log->lines.back(), "disconnect failed for aa-bb-cc-dd-ee-ff: 0xe00002bc");
-}
-
-TEST_F(BluetoothManagerTest, ConnectOnlyHeadphonesStayConnectedAndGetTheSoundAgain) {
-  editDevice(buds, [](DeviceSetting& device) { device.connectOnly = true; });
-  manager.connect(buds, ConnectReason::user, 1);
-  settle();
-  events.clear();
-  manager.toggle(buds);
-  settle();
-  rt.advance(2);
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff user"});
-  EXPECT_EQ(std::count(stack.calls.begin(), stack.calls.end(), "close aa-bb-cc-dd-ee-ff"), 0);
-}
-
-TEST_F(BluetoothManagerTest, NotificationsFollowRememberedHeadphonesOnly) {
-  manager.start();
-  stack.add("99-99-99-99-99-99", "Someone Else's");
-  stack.connectFromOutside("99:99:99:99:99:99");
-  EXPECT_FALSE(manager.phaseOf("99-99-99-99-99-99"));
-  EXPECT_TRUE(events.empty());
-
-  stack.connectFromOutside("AA:BB:CC:DD:EE:FF");
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events, std::vector<std::string>{"connected aa-bb-cc-dd-ee-ff external"});
-  stack.connectFromOutside(buds);  // already connected: nothing new
-  EXPECT_EQ(events.size(), 1u);
-
-  stack.disconnectFromOutside(buds);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-  EXPECT_EQ(events.back(), "disconnected aa-bb-cc-dd-ee-ff");
-
-  // Headphones never seen connected have no disconnect registration: a failure stays on show.
-  manager.set(cans, BluetoothManager::Phase::failed("Could not connect"));
-  stack.disconnectFromOutside(cans);
-  EXPECT_EQ(kind(cans), Kind::failed);
-  EXPECT_EQ(events.size(), 2u);
-}
-
-TEST_F(BluetoothManagerTest, ADisconnectNotificationDuringAConnectLeavesItConnecting) {
-  manager.start();
-  stack.connectFromOutside(buds);  // registers the disconnect notification
-  manager.set(buds, BluetoothManager::Phase::connecting());
-  stack.disconnectFromOutside(buds);
-  EXPECT_EQ(kind(buds), Kind::connecting);
-}
-
-TEST_F(BluetoothManagerTest, SettingTheSamePhaseTwiceCallsOnChangeOnce) {
-  manager.set(buds, BluetoothManager::Phase::failed("Could not connect"));
-  manager.set("AA:BB:CC:DD:EE:FF", BluetoothManager::Phase::failed("Could not connect"));
-  EXPECT_EQ(changes, 1);
-  manager.set(buds, BluetoothManager::Phase::failed("Bluetooth is off"));
-  EXPECT_EQ(changes, 2);
-}
-
-TEST_F(BluetoothManagerTest, PollsFastForTenSecondsAfterActivityThenEveryThirtySeconds) {
-  manager.start();
-  manager.connect(buds, ConnectReason::user, 1);
-  settle();
-  // The headphones drop without a notification: the fast poll notices within a second.
-  stack.devices[buds].connected = false;
-  rt.advance(1.0);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-
-  // Ten quiet seconds later the fast poll has stopped; only the 30-second poll remains.
-  rt.advance(12);
-  const double quietSince = rt.clock().now();
-  stack.devices[buds].connected = true;
-  rt.advance(2);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-  const double nextSlowTick = 30.0 * (static_cast<int>(quietSince / 30.0) + 1);
-  rt.advance(nextSlowTick - rt.clock().now() + 0.001);
-  EXPECT_EQ(kind(buds), Kind::connected);
-}
-
-TEST_F(BluetoothManagerTest, ARefreshReadsTheStackOnceForAllHeadphones) {
-  stack.devices[cans].connected = true;
-  manager.refresh();
-  EXPECT_EQ(stack.stateReads, 1);
-  EXPECT_EQ(kind(buds), Kind::disconnected);
-  EXPECT_EQ(kind(cans), Kind::connected);
-}
-
-TEST_F(BluetoothManagerTest, RefreshKeepsAFailureWhileDisconnectedAndLeavesOperationsInFlightAlone) {
-  manager.set(buds, BluetoothManager::Phase::failed("Could not connect"));
-  manager.set(cans, BluetoothManager::Phase::disconnecting());
-  stack.devices[cans].connected = true;
-  manager.refresh();
-  EXPECT_EQ(kind(buds), Kind::failed);
-  EXPECT_EQ(kind(cans), Kind::disconnecting);
-  stack.devices[buds].connected = true;
-  manager.refresh();
-  EXPECT_EQ(kind(buds), Kind::connected);
-}
-
-TEST_F(BluetoothManagerTest, SleepDisconnectsAtOnceAndWakeReconnectsThreeSecondsLater) {
-  editDevice(buds, [](DeviceSetting& device) {
-    device.disconnectOnSleep = true;
-    device.connectOnWake = true;
-  });
-  manager.start();
-  manager.connect(buds, ConnectReason::user, 1);
-  manager.connect(cans, ConnectReason::user, 1);
-  settle();
-  stack.calls.clear();
-
-  sleep.sleep();
-  EXPECT_EQ(stack.calls, std::vector<std::string>{"close aa-bb-cc-dd-ee-ff"}) << "closed before returning";
-  EXPECT_EQ(log->lines.back(), "disconnecting Sleep Buds for sleep");
-  EXPECT_FALSE(stack.devices[buds].connected);
-  EXPECT_TRUE(stack.devices[cans].connected);
-
-  rt.advance(1);  // the fast poll sees the buds gone
-  sleep.wake();
-  rt.advance(2.9);
-  settle();
-  EXPECT_EQ(stack.calls.size(), 1u);
-  rt.advance(0.1);
-  settle();
-  EXPECT_EQ(stack.calls.back(), "open aa-bb-cc-dd-ee-ff");
-  EXPECT_EQ(kind(buds), Kind::connected);
-  EXPECT_EQ(events.back(), "connected aa-bb-cc-dd-ee-ff wake");
-}
-
-TEST_F(BluetoothManagerTest, SleepingAgainWithinThreeSecondsOfWakeCancelsTheReconnect) {
-  editDevice(buds, [](DeviceSetting& device) { device.connectOnWake = true; });
-  manager.start();
-  sleep.wake();
-  rt.advance(2);
-  sleep.sleep();
-  rt.advance(10);
-  settle();
-  EXPECT_TRUE(stack.calls.empty());
-}
+INSTANTIATE_TEST_SUITE_P(Headphones, BluetoothManagerTest, testing::Values(
+    // Toggling connects on the Bluetooth queue; clicks while in flight are ignored.
+    Scenario{"start toggle B", "connecting - -", "try b@0.0"},
+    Scenario{"start toggle B toggle b +0", "connected - -", "try b@0.0, open b, +b:user"},
+    // Retries follow the reason and end in the status text; unanswered reads are retried alike.
+    Scenario{"results=timeout,timeout user b +30", "failed:The device did not answer - -", "try b@0.0, open b, try b@1.5, open b, no b"},
+    Scenario{"results=notFound repair b +30", "connected - -", "try b@0.0, open b, try b@1.5, open b, +b:repair, ok b"},
+    Scenario{"results=off,off,off,off wake b +30", "failed:Bluetooth is off - -",
+             "try b@0.0, open b, try b@3.0, open b, try b@9.0, open b, try b@18.0, open b, no b"},
+    Scenario{"results=notFound external b +30", "failed:The device is out of range - -", "try b@0.0, open b, no b",
+             "connect failed for aa-bb-cc-dd-ee-ff: 0xe00002f0"},
+    Scenario{"results=odd,failed user b +30", "failed:Could not connect - -", "try b@0.0, open b, try b@1.5, open b, no b"},
+    Scenario{"read=unreachable wake b +30", "failed:Could not connect - -", "try b@0.0, try b@3.0, try b@9.0, try b@18.0, no b"},
+    Scenario{"read=off user b +30", "failed:Bluetooth is off - -", "try b@0.0, try b@1.5, no b"},
+    Scenario{"read=unknown user b +30", "failed:Unknown device - -", "try b@0.0, no b"},
+    Scenario{"wake z +30", "- - failed:Unknown device", "try z@0.0, no z"},
+    Scenario{"linked c repair c +0", "- connected -", "try c@0.0, +c:repair, ok c"},
+    // A disconnect settles a second later on what the stack says; unanswered reads are repeated.
+    Scenario{"user b +0 toggle b +0.9", "disconnecting - -", "try b@0.0, open b, +b:user, ok b, close b"},
+    Scenario{"user b +0 toggle b +1", "- - -", "try b@0.0, open b, +b:user, ok b, close b, -b"},
+    Scenario{"close=failed user b +0 toggle b +1", "connected - -", "try b@0.0, open b, +b:user, ok b, close b",
+             "disconnect failed for aa-bb-cc-dd-ee-ff: 0xe00002bc"},
+    Scenario{"user b +0 toggle b +0 read=unreachable +9.9", "disconnecting - -", "try b@0.0, open b, +b:user, ok b, close b"},
+    Scenario{"user b +0 toggle b +0 read=unreachable +10", "- - -", "try b@0.0, open b, +b:user, ok b, close b, -b"},
+    // Connect-only headphones stay connected and get the sound again.
+    Scenario{"quiet b user b +0 toggle b +2", "connected - -", "try b@0.0, open b, +b:user, ok b, +b:user"},
+    // Notifications follow remembered headphones seen connected; a connect in flight decides.
+    Scenario{"start stranger up z up B up b", "connected - -", "+b:external"},
+    Scenario{"start up b set=b:connecting down b", "connecting - -", "+b:external"},
+    Scenario{"start up b up b down b", "- - -", "+b:external, -b"},
+    Scenario{"start set=c:failed:Could_not_connect down c", "- failed:Could_not_connect -", ""},
+    Scenario{"set=b:failed:X set=b:failed:X set=b:failed:Y", "failed:Y - -", ""},
+    // Polls every second for ten seconds after activity, then every thirty.
+    Scenario{"start user b +0 unlinked b +1", "- - -", "try b@0.0, open b, +b:user, ok b"},
+    Scenario{"start user b +0 unlinked b +13 linked b +2", "- - -", "try b@0.0, open b, +b:user, ok b"},
+    Scenario{"start user b +0 unlinked b +13 linked b +17.1", "connected - -", "try b@0.0, open b, +b:user, ok b"},
+    // A refresh that could not ask changes nothing; failures and work in flight stay; readable reads.
+    Scenario{"start up b read=unreachable unlinked b refresh read=ok down b", "- - -", "+b:external, -b"},
+    Scenario{"start set=b:failed:X set=c:disconnecting linked c refresh", "failed:X disconnecting -", ""},
+    Scenario{"start set=b:failed:X linked b readable", "connected - -", ""},
+    // Sleep closes on the queue before it is done; wake reconnects three seconds later.
+    Scenario{"sleepy b start user b user c +0 sleep", "connected connected -",
+             "try b@0.0, try c@0.0, open b, open c, +b:user, ok b, +c:user, ok c", "disconnecting Sleep Buds for sleep"},
+    Scenario{"sleepy b start user b user c +0 sleep +0", "connected connected -",
+             "try b@0.0, try c@0.0, open b, open c, +b:user, ok b, +c:user, ok c, close b, slept"},
+    Scenario{"sleepy b start user b +0 sleep +1 woke +2 sleep woke +2.9", "- - -",
+             "try b@0.0, open b, +b:user, ok b, close b, slept, slept"},
+    Scenario{"sleepy b start user b +0 sleep +1 woke +2 sleep woke +3", "connected - -",
+             "try b@0.0, open b, +b:user, ok b, close b, slept, slept, try b@6.0, open b, +b:wake"}));
 
 TEST_F(BluetoothManagerTest, WorkComingBackAfterTheManagerIsGoneDoesNothing) {
   auto shortLived = std::make_unique<BluetoothManager>(rt, settings, stack, sleep);
-  int connected = 0;
-  shortLived->onConnected = [&](const std::string&, ConnectReason) { ++connected; };
-  shortLived->connect(buds, ConnectReason::user, 1);
+  shortLived->onConnected = [&](const std::string&, ConnectReason) { ADD_FAILURE(); };
+  shortLived->connect(named.at("b"), ConnectReason::user, 1);
   shortLived.reset();
-  settle();
-  rt.advance(5);
-  EXPECT_EQ(connected, 0);
+  steps(5);
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "doubles/MemoryAudioHardware.h"
 #include "core/bluetooth/OutputSwitcher.h"
 #include "doubles/VirtualRuntime.h"
@@ -8,155 +10,105 @@
 namespace wh {
 namespace {
 
+struct Scenario {
+  std::string script;
+  std::string outcome;  // "sets:<ids> repairs:<n> repairing:<n> lines:<n>"
+  std::string lastLog = {};
+};
+void PrintTo(const Scenario& s, std::ostream* out) { *out << s.script; }
+
 // A sound system with a built-in output (1) and, once they appear, the headphones' output (7).
-class OutputSwitcherTest : public testing::Test {
+class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
  protected:
   static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
 
-
-  OutputSwitcher::Audio audio() {
-    return {
-        [this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
-          if (headphonesPresent && address == buds) return 7;
-          return std::nullopt;
-        },
-        [this]() -> std::optional<OutputSwitcher::DeviceID> { return defaultOutput; },
-        [this](OutputSwitcher::DeviceID id) {
-          sets.push_back(id);
-          if (!setWorks) return false;
-          defaultOutput = id;
-          return true;
-        },
-        [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); },
-    };
+  // Events: "begin"/"cancel" for the headphones; "+S": S seconds pass; "present": their output
+  // appears; "current": it is the default; "away": the default moves to the built-in output;
+  // "none": there is no default; "fails"/"works": setting the default; "repair=hold|fail": what a
+  // reconnect does (none is offered otherwise); "reconnected": a held reconnect succeeds.
+  void play(const std::string& script) {
+    std::istringstream events(script);
+    for (std::string event; events >> event;) {
+      if (event[0] == '+') rt.advance(std::stod(event.substr(1)));
+      if (event == "begin") switcher.begin("AA:BB:CC:DD:EE:FF");
+      if (event == "cancel") switcher.cancel(buds);
+      if (event == "present") present = true;
+      if (event == "current" || event == "away" || event == "none") defaultOutput = event == "current" ? 7u : 1u;
+      if (event == "none") defaultOutput.reset();
+      if (event == "fails" || event == "works") setWorks = event == "works";
+      if (event == "reconnected") pending(true);
+      if (event.starts_with("repair=")) {
+        switcher.reconnect = [this, fail = event == "repair=fail"](const std::string&, std::function<void(bool)> done) {
+          ++repairs;
+          pending = std::move(done);
+          if (fail) pending(false);
+        };
+      }
+    }
   }
 
   VirtualRuntime rt;
   test::CapturedLog log;
-  bool headphonesPresent = false;
-  bool setWorks = true;
+  bool present = false, setWorks = true;
   std::optional<OutputSwitcher::DeviceID> defaultOutput = 1;
-  std::vector<OutputSwitcher::DeviceID> sets;
-  OutputSwitcher switcher{rt, audio()};
+  std::string sets;
+  int repairs = 0;
+  std::function<void(bool)> pending;
+  OutputSwitcher switcher{rt, {[this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
+                                 return present && address == buds ? std::optional(7u) : std::nullopt;
+                               },
+                               [this] { return defaultOutput; },
+                               [this](OutputSwitcher::DeviceID id) {
+                                 sets += (sets.empty() ? "" : ",") + std::to_string(id);
+                                 if (setWorks) defaultOutput = id;
+                                 return setWorks;
+                               },
+                               [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); }}};
 };
 
-TEST_F(OutputSwitcherTest, PollsForTheDeviceAndAppliesItWhenItAppearsBeforeEightSeconds) {
-  switcher.begin("AA:BB:CC:DD:EE:FF");
-  rt.advance(7.5);
-  EXPECT_TRUE(sets.empty());
-  headphonesPresent = true;  // appears at 7.5 s; the poll at 7.75 s finds it
-  rt.advance(0.25);
-  EXPECT_EQ(sets, std::vector<OutputSwitcher::DeviceID>{7});
-  EXPECT_EQ(log->lines, std::vector<std::string>{"output set to Sleep Buds"});
+TEST_P(OutputSwitcherTest, Scenario) {
+  const Scenario& s = GetParam();
+  play(s.script);
+  EXPECT_EQ("sets:" + sets + " repairs:" + std::to_string(repairs) + " repairing:" +
+                std::to_string(switcher.repairing().size()) + " lines:" + std::to_string(log->lines.size()),
+            s.outcome);
+  EXPECT_EQ(log->lines.empty() ? "" : log->lines.back(), s.lastLog);
 }
 
-TEST_F(OutputSwitcherTest, ADeviceStillMissingAtEightSecondsGetsOneRepairThenGivesUp) {
-  std::vector<std::string> reconnects;
-  std::function<void(bool)> pending;
-  switcher.reconnect = [&](const std::string& address, std::function<void(bool)> completion) {
-    reconnects.push_back(address);
-    pending = std::move(completion);
-  };
-  switcher.begin(buds);
-  rt.advance(7.99);
-  EXPECT_TRUE(reconnects.empty());
-  rt.advance(0.01);
-  ASSERT_EQ(reconnects, std::vector<std::string>{buds});
-  EXPECT_EQ(log->lines.back(), "no audio device for aa-bb-cc-dd-ee-ff after connect; reconnecting once");
-  EXPECT_EQ(switcher.repairing().count(buds), 1u);
+const std::string repairLine = "no audio device for aa-bb-cc-dd-ee-ff after connect; reconnecting once";
+const std::string gaveUp = "gave up setting output for aa-bb-cc-dd-ee-ff";
+const std::string setLine = "output set to Sleep Buds";
 
-  switcher.cancel(buds);  // the repair's own disconnect: ignored
-  pending(true);          // reconnected: a fresh eight-second wait starts
-  EXPECT_TRUE(switcher.repairing().empty());
-  rt.advance(8.0);
-  EXPECT_EQ(reconnects.size(), 1u) << "the repair is granted once per headphones";
-  EXPECT_EQ(log->lines.back(), "gave up setting output for aa-bb-cc-dd-ee-ff");
-
-  // Also for a later connection of the same headphones.
-  switcher.begin(buds);
-  rt.advance(9);
-  EXPECT_EQ(reconnects.size(), 1u);
-}
-
-TEST_F(OutputSwitcherTest, AFailedRepairDoesNotWaitAgainAndNoRepairCallbackGivesUpAtOnce) {
-  switcher.begin(buds);
-  rt.advance(8);
-  EXPECT_EQ(log->lines.back(), "gave up setting output for aa-bb-cc-dd-ee-ff");
-
-  OutputSwitcher other{rt, audio()};
-  int reconnects = 0;
-  other.reconnect = [&](const std::string&, std::function<void(bool)> completion) {
-    ++reconnects;
-    completion(false);
-  };
-  other.begin(buds);
-  rt.advance(30);
-  EXPECT_EQ(reconnects, 1);
-  EXPECT_EQ(log->lines.back(), "no audio device for aa-bb-cc-dd-ee-ff after connect; reconnecting once");
-}
-
-TEST_F(OutputSwitcherTest, TheSecondOfTwoQuickBeginsIsTheOnlyWaitThatSurvives) {
-  switcher.reconnect = [](const std::string&, std::function<void(bool)>) {};
-  switcher.begin(buds);
-  rt.advance(4);
-  switcher.begin(buds);
-  rt.advance(7.9);  // the first wait would have run out at 8 s
-  EXPECT_EQ(switcher.repairUsed.count(buds), 0u);
-  rt.advance(0.1);
-  EXPECT_EQ(switcher.repairUsed.count(buds), 1u);
-}
-
-TEST_F(OutputSwitcherTest, CancelEndsTheWaitAndThePendingRechecks) {
-  headphonesPresent = true;
-  switcher.begin(buds);
-  switcher.cancel(buds);
-  defaultOutput = 1;  // something moves the output back
-  rt.advance(5);
-  EXPECT_EQ(sets.size(), 1u) << "no re-check after cancel";
-
-  headphonesPresent = false;
-  switcher.begin(buds);
-  switcher.cancel(buds);
-  rt.advance(10);
-  EXPECT_EQ(log->lines.back(), "output set to Sleep Buds") << "the cancelled wait neither repairs nor gives up";
-}
-
-TEST_F(OutputSwitcherTest, AlreadyCurrentDoesNothingButTheRechecksStillRun) {
-  headphonesPresent = true;
-  defaultOutput = 7;
-  switcher.begin(buds);
-  EXPECT_TRUE(sets.empty());
-  EXPECT_TRUE(log->lines.empty());
-  rt.advance(2);
-  defaultOutput = 1;  // moved away between the checks
-  rt.advance(1);
-  EXPECT_EQ(sets, std::vector<OutputSwitcher::DeviceID>{7});
-  EXPECT_EQ(log->lines, std::vector<std::string>{"output moved away from Sleep Buds; setting it again"});
-}
-
-TEST_F(OutputSwitcherTest, AFailedSetIsRetriedByTheRechecksAndAMissingDefaultCountsAsMovedAway) {
-  headphonesPresent = true;
-  setWorks = false;
-  switcher.begin(buds);
-  EXPECT_TRUE(log->lines.empty()) << "a failed set is not reported";
-  setWorks = true;
-  rt.advance(1);
-  EXPECT_EQ(defaultOutput, 7u);
-  defaultOutput.reset();
-  rt.advance(2);
-  EXPECT_EQ(sets, (std::vector<OutputSwitcher::DeviceID>{7, 7, 7}));
-}
-
+INSTANTIATE_TEST_SUITE_P(Switching, OutputSwitcherTest, testing::Values(
+    // Polls for the device and applies it when it appears before eight seconds.
+    Scenario{"begin +7.5", "sets: repairs:0 repairing:0 lines:0"},
+    Scenario{"begin +7.5 present +0.25", "sets:7 repairs:0 repairing:0 lines:1", setLine},
+    // Still missing at eight seconds: one repair, a fresh wait after it, then giving up for good.
+    Scenario{"repair=hold begin +7.99", "sets: repairs:0 repairing:0 lines:0"},
+    Scenario{"repair=hold begin +8", "sets: repairs:1 repairing:1 lines:1", repairLine},
+    Scenario{"repair=hold begin +8 cancel reconnected +7.9", "sets: repairs:1 repairing:0 lines:1", repairLine},
+    Scenario{"repair=hold begin +8 cancel reconnected +8 begin +9", "sets: repairs:1 repairing:0 lines:3", gaveUp},
+    Scenario{"begin +8", "sets: repairs:0 repairing:0 lines:1", gaveUp},
+    Scenario{"repair=fail begin +30", "sets: repairs:1 repairing:0 lines:1", repairLine},
+    // Of two quick begins only the second wait survives; cancel ends the wait and the rechecks.
+    Scenario{"repair=hold begin +4 begin +7.9", "sets: repairs:0 repairing:0 lines:0"},
+    Scenario{"repair=hold begin +4 begin +8", "sets: repairs:1 repairing:1 lines:1", repairLine},
+    Scenario{"present begin cancel away +5", "sets:7 repairs:0 repairing:0 lines:1", setLine},
+    Scenario{"repair=hold begin cancel +10", "sets: repairs:0 repairing:0 lines:0"},
+    // Already current: nothing, but the rechecks still run; a failed set is retried by them.
+    Scenario{"present current begin +2", "sets: repairs:0 repairing:0 lines:0"},
+    Scenario{"present current begin +2 away +1", "sets:7 repairs:0 repairing:0 lines:1",
+             "output moved away from Sleep Buds; setting it again"},
+    Scenario{"present fails begin", "sets:7 repairs:0 repairing:0 lines:0"},
+    Scenario{"present fails begin works +1 none +2", "sets:7,7,7 repairs:0 repairing:0 lines:2",
+             "output moved away from Sleep Buds; setting it again"}));
 
 TEST(OutputSwitcherLiveAudio, FindsTheHeadphonesByAddressAndMovesOutputAndAlertsThere) {
   MemoryAudioHardware hardware;
   const auto add = [&](AudioObjectID id, const char* uid, const char* name, bool output) {
-    MemoryAudioHardware::Device device;
-    device.id = id;
-    device.uid = uid;
-    device.name = name;
+    auto& device = hardware.deviceList.emplace_back();
+    device.id = id, device.uid = uid, device.name = name;
     (output ? device.outputStreams : device.inputStreams) = 1;
-    hardware.deviceList.push_back(device);
   };
   add(10, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Built-in Audio", true);
   add(11, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds mic", false);

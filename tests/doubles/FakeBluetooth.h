@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,14 +31,14 @@ class FakeBluetoothStack : public BluetoothStack {
     bool connected = false;
   };
 
-  // Devices by normalised address.
-  std::map<std::string, Device> devices;
-  // Results that the next connect calls return, in order; once empty, connects succeed.
+  std::map<std::string, Device> devices;  // by normalised address
+  // Results of the next connects, in order; once empty, connects succeed. A failed close leaves
+  // the device connected, as a real stack would.
   std::deque<BluetoothStatus> connectResults;
   BluetoothStatus closeResult = BluetoothStatus::success;
-  // A failed close leaves the device connected, as a real stack would.
+  // While set, the stack cannot be asked: every read and call gives this error.
+  std::optional<BluetoothError> readError;
   std::vector<std::string> calls;  // "open aa-…", "close aa-…"
-  int stateReads = 0;              // connectionStates calls
 
   Device& add(const std::string& address, const std::string& name, bool connected = false) {
     auto& device = devices[normalizeAddress(address)];
@@ -46,74 +47,70 @@ class FakeBluetoothStack : public BluetoothStack {
     return device;
   }
 
-  std::vector<PairedDevice> pairedAudioDevices() override {
+  BluetoothResult<std::vector<PairedDevice>> pairedAudioDevices() override {
     std::vector<PairedDevice> out;
     for (const auto& [address, device] : devices) {
       if (device.paired && device.audio) out.push_back({address, device.name, device.connected});
     }
-    return out;
+    return readError ? BluetoothResult<std::vector<PairedDevice>>(*readError) : out;
   }
-  std::optional<bool> isConnected(const std::string& address) override {
+  BluetoothResult<bool> isConnected(const std::string& address) override {
     auto found = devices.find(normalizeAddress(address));
-    if (found == devices.end()) return std::nullopt;
+    if (readError || found == devices.end()) return readError.value_or(BluetoothError::unknownDevice);
     return found->second.connected;
   }
-  std::map<std::string, bool> connectionStates() override {
-    ++stateReads;
+  BluetoothResult<std::map<std::string, bool>> connectionStates() override {
     std::map<std::string, bool> states;
     for (const auto& [address, device] : devices) states[address] = device.connected;
-    return states;
+    return readError ? BluetoothResult<std::map<std::string, bool>>(*readError) : states;
   }
-  std::optional<BluetoothStatus> openConnection(const std::string& address) override {
-    calls.push_back("open " + normalizeAddress(address));
-    auto found = devices.find(normalizeAddress(address));
-    if (found == devices.end()) return std::nullopt;
-    BluetoothStatus status = BluetoothStatus::success;
-    if (!connectResults.empty()) {
-      status = connectResults.front();
-      connectResults.pop_front();
-    }
-    if (status == BluetoothStatus::success) found->second.connected = true;
-    return status;
-  }
-  std::optional<BluetoothStatus> closeConnection(const std::string& address) override {
-    calls.push_back("close " + normalizeAddress(address));
-    auto found = devices.find(normalizeAddress(address));
-    if (found == devices.end()) return std::nullopt;
-    if (closeResult == BluetoothStatus::success) found->second.connected = false;
-    return closeResult;
-  }
+  BluetoothResult<BluetoothStatus> openConnection(const std::string& address) override { return change(address, true); }
+  BluetoothResult<BluetoothStatus> closeConnection(const std::string& address) override { return change(address, false); }
   std::unique_ptr<Registration> observeConnections(std::function<void(const std::string&)> connected,
-                                                   std::function<void(const std::string&)> disconnected) override {
+                                                   std::function<void(const std::string&)> disconnected,
+                                                   std::function<void()> readable = nullptr) override {
     onConnected = std::move(connected);
     onDisconnected = std::move(disconnected);
+    onReadable = std::move(readable);
     return std::make_unique<FakeRegistration>(observing);
   }
 
   // Something outside the agent connects or disconnects the device; the stack reports it.
-  void connectFromOutside(const std::string& address) {
-    devices[normalizeAddress(address)].connected = true;
-    if (observing && onConnected) onConnected(normalizeAddress(address));
-  }
-  void disconnectFromOutside(const std::string& address) {
-    devices[normalizeAddress(address)].connected = false;
-    if (observing && onDisconnected) onDisconnected(normalizeAddress(address));
-  }
+  void connectFromOutside(const std::string& address) { fromOutside(address, true); }
+  void disconnectFromOutside(const std::string& address) { fromOutside(address, false); }
 
   bool observing = false;
   std::function<void(const std::string&)> onConnected;
   std::function<void(const std::string&)> onDisconnected;
+  std::function<void()> onReadable;
+
+ private:
+  BluetoothResult<BluetoothStatus> change(const std::string& address, bool connect) {
+    calls.push_back((connect ? "open " : "close ") + normalizeAddress(address));
+    auto found = devices.find(normalizeAddress(address));
+    if (readError || found == devices.end()) return readError.value_or(BluetoothError::unknownDevice);
+    BluetoothStatus status = connect ? BluetoothStatus::success : closeResult;
+    if (connect && !connectResults.empty()) status = connectResults.front(), connectResults.pop_front();
+    if (status == BluetoothStatus::success) found->second.connected = connect;
+    return status;
+  }
+  void fromOutside(const std::string& address, bool connected) {
+    devices[normalizeAddress(address)].connected = connected;
+    const auto& report = connected ? onConnected : onDisconnected;
+    if (observing && report) report(normalizeAddress(address));
+  }
 };
 
 class FakeSleepWatcher : public SleepWatcher {
  public:
-  std::unique_ptr<Registration> observe(std::function<void()> willSleep, std::function<void()> didWake) override {
+  std::unique_ptr<Registration> observe(std::function<void(std::function<void()>)> willSleep,
+                                        std::function<void()> didWake) override {
     sleep = std::move(willSleep);
     wake = std::move(didWake);
     return std::make_unique<FakeRegistration>(observing);
   }
   bool observing = false;
-  std::function<void()> sleep;
+  std::function<void(std::function<void()>)> sleep;
   std::function<void()> wake;
 };
 
@@ -136,14 +133,8 @@ class FakeBluetoothAuthority : public BluetoothAuthority {
 
 class FakeBatterySources : public BatterySources {
  public:
-  std::vector<BatteryEntry> readLive() override {
-    ++liveReads;
-    return live;
-  }
-  std::map<std::string, BatteryLevels> readSlow() override {
-    ++slowReads;
-    return slow;
-  }
+  std::vector<BatteryEntry> readLive() override { return ++liveReads, live; }
+  std::map<std::string, BatteryLevels> readSlow() override { return ++slowReads, slow; }
   std::vector<BatteryEntry> live;
   std::map<std::string, BatteryLevels> slow;
   int liveReads = 0;

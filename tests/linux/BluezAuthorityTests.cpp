@@ -13,62 +13,44 @@
 namespace wh::platform {
 namespace {
 
-using test::SystemBusRig;
+using Authorization = BluetoothAuthorization;
 
 class BluezAuthorityTest : public test::SystemBusTest {
  protected:
-  bool start(SystemBusRig::Options options) {
+  // Makes the authority, checks its first state, starts watching and counts the updates.
+  bool start(test::SystemBusRig::Options options, Authorization first) {
     if (!SystemBusTest::start(options)) return false;
     authority = std::make_unique<BluezAuthority>(mainQueue(), connection());
-    return true;
-  }
-  // Starts watching; counts the updates and checks they arrive on the main thread.
-  void watch() {
+    EXPECT_EQ(authority->authorization(), first);
     authority->startWatching([this] {
-      onMain = onMain && std::this_thread::get_id() == mainThread;
+      EXPECT_EQ(std::this_thread::get_id(), mainThread);
       ++updates;
     });
+    // Watching twice changes nothing; the first answer comes even though nothing changed.
+    authority->startWatching([] { ADD_FAILURE() << "a second watcher was installed"; });
+    return reaches(first, 1);
   }
-  bool reaches(BluetoothAuthorization state, int count) {
+  bool reaches(Authorization state, int count) {
     return test::spinUntil([&] { return updates == count && authority->authorization() == state; });
   }
 
   std::unique_ptr<BluezAuthority> authority;
   int updates = 0;
-  bool onMain = true;
   std::thread::id mainThread = std::this_thread::get_id();
 };
 
-TEST_F(BluezAuthorityTest, IsAllowedWhileBluezIsOnTheBusAndFollowsItComingAndGoing) {
-  if (!start({.bluez = false})) return;
-  EXPECT_EQ(authority->authorization(), BluetoothAuthorization::undetermined);
-  watch();
-  ASSERT_TRUE(reaches(BluetoothAuthorization::undetermined, 1));
-  // Watching twice changes nothing.
-  authority->startWatching([] { ADD_FAILURE() << "a second watcher was installed"; });
-
+TEST_F(BluezAuthorityTest, KnowsAtOnceWhetherBluezIsThereOrRefusedAndFollowsItComingAndGoing) {
+  for (const bool deny : {false, true}) {
+    updates = 0;
+    EXPECT_TRUE(start({.denyBluez = deny}, deny ? Authorization::denied : Authorization::allowedAlways));
+    authority.reset();
+  }
+  updates = 0;
+  if (!start({.bluez = false}, Authorization::undetermined)) return;
   ASSERT_TRUE(rig->startBluez());
-  ASSERT_TRUE(reaches(BluetoothAuthorization::allowedAlways, 2));
+  ASSERT_TRUE(reaches(Authorization::allowedAlways, 2));
   rig->stopBluez();
-  ASSERT_TRUE(reaches(BluetoothAuthorization::undetermined, 3));
-  ASSERT_TRUE(rig->startBluez());
-  ASSERT_TRUE(reaches(BluetoothAuthorization::allowedAlways, 4));
-  EXPECT_TRUE(onMain);
-}
-
-TEST_F(BluezAuthorityTest, KnowsAtOnceWhenBluezIsAlreadyThere) {
-  if (!start({})) return;
-  EXPECT_EQ(authority->authorization(), BluetoothAuthorization::allowedAlways);
-  watch();
-  // The first answer is given even though nothing changed.
-  ASSERT_TRUE(reaches(BluetoothAuthorization::allowedAlways, 1));
-}
-
-TEST_F(BluezAuthorityTest, ABusThatRefusesBluezIsDenied) {
-  if (!start({.denyBluez = true})) return;
-  EXPECT_EQ(authority->authorization(), BluetoothAuthorization::denied);
-  watch();
-  ASSERT_TRUE(reaches(BluetoothAuthorization::denied, 1));
+  ASSERT_TRUE(reaches(Authorization::undetermined, 3));
 }
 
 TEST(BluezAuthority, NoSystemBusIsRestricted) {
@@ -77,7 +59,7 @@ TEST(BluezAuthority, NoSystemBusIsRestricted) {
   const QString name = QStringLiteral("wrenhaven-test-no-bus");
   {
     BluezAuthority authority(runtime.main(), QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent"), name));
-    EXPECT_EQ(authority.authorization(), BluetoothAuthorization::restricted);
+    EXPECT_EQ(authority.authorization(), Authorization::restricted);
     int updates = 0;
     authority.startWatching([&] { ++updates; });
     EXPECT_TRUE(test::spinUntil([&] { return updates == 1; }));

@@ -5,10 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <csignal>
-#include <fstream>
-#include <regex>
 #include <sstream>
 
 namespace wh::test {
@@ -18,82 +15,65 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr const char* python = "/usr/bin/python3";
-constexpr const char* bluezName = "org.bluez";
-constexpr const char* logindName = "org.freedesktop.login1";
-constexpr const char* upowerName = "org.freedesktop.UPower";
-constexpr const char* logindPath = "/org/freedesktop/login1";
-constexpr const char* upowerPath = "/org/freedesktop/UPower";
-constexpr const char* device1 = "org.bluez.Device1";
-constexpr const char* mockInterface = "org.freedesktop.DBus.Mock";
 
-// A Python string literal.
-std::string pythonText(const std::string& value) {
-  std::string out = "'";
-  for (char c : value) {
-    if (c == '\\' || c == '\'') out.push_back('\\');
-    out.push_back(c);
-  }
-  return out + "'";
-}
-
-std::string boolean(bool value) { return value ? "true" : "false"; }
-
-std::string objectPath(const std::string& path) { return "objectpath " + SystemBusRig::text(path); }
-
-// Device1's methods as BlueZ behaves: Connect on a connected device and Disconnect on a
-// disconnected one are refused.
-std::string linkCode(bool connect) {
-  const std::string state = connect ? "True" : "False";
-  const std::string refusal = connect ? "raise dbus.exceptions.DBusException('Already Connected', "
-                                        "name='org.bluez.Error.AlreadyConnected')"
-                                      : "raise dbus.exceptions.DBusException('Not Connected', "
-                                        "name='org.bluez.Error.NotConnected')";
-  return std::string("if ") + (connect ? "" : "not ") + "self.props['org.bluez.Device1']['Connected']:\n    " +
-         refusal + "\nself.UpdateProperties('org.bluez.Device1', {'Connected': dbus.Boolean(" + state + ")})\n";
-}
-
-std::string raiseCode(const std::string& errorName, const std::string& message) {
-  return "raise dbus.exceptions.DBusException(" + pythonText(message) + ", name=" + pythonText(errorName) + ")\n";
-}
+// The helper: python3 -c helper BUS-ADDRESS COMMAND ARGUMENTS...; devices live on hci0.
+constexpr const char* helper = R"(
+import sys, dbus
+bus = dbus.bus.BusConnection(sys.argv[1])
+command, a = sys.argv[2], sys.argv[3:]
+MOCK, DEVICE, PROPS, HCI = 'org.freedesktop.DBus.Mock', 'org.bluez.Device1', 'org.freedesktop.DBus.Properties', '/org/bluez/hci0'
+def get(name, path, interface): return dbus.Interface(bus.get_object(name, path), interface)
+def bluez(): return get('org.bluez', '/', 'org.bluez.Mock')
+def device(interface=MOCK): return get('org.bluez', HCI + '/dev_' + a[0].replace(':', '_'), interface)
+def fail(name, message): return 'raise dbus.exceptions.DBusException(%r, name=%r)\n' % (message, name)
+def link(up):
+  return ('if %sself.props[%r]["Connected"]:\n  ' % ('' if up else 'not ', DEVICE) +
+          fail('org.bluez.Error.' + ('AlreadyConnected' if up else 'NotConnected'), 'Already Connected' if up else 'Not Connected') +
+          'self.UpdateProperties(%r, {"Connected": dbus.Boolean(%s)})\n' % (DEVICE, up))
+def behave(method, how, *rest):
+  code = {'normal': lambda: link(method == 'Connect'), 'fail': lambda: fail(rest[0], rest[1]),
+          'hang': lambda: 'time.sleep(%s)\n' % rest[0] + link(True),
+          'vanish': lambda: 'objects[%r].RemoveObject(self.path)\n' % HCI +
+                            'objects["/"].EmitSignal("org.freedesktop.DBus.ObjectManager", "InterfacesRemoved", "oas", '
+                            '[dbus.ObjectPath(self.path), [%r]])\n' % DEVICE + fail('org.bluez.Error.Failed', 'Connection canceled')}[how]()
+  device().AddMethod(DEVICE, method, '', '', code)
+if command == 'power':
+  if a[1:] == ['new']: bluez().AddAdapter('hci0', 'wrenhaven-rig')
+  get('org.bluez', HCI, PROPS).Set('org.bluez.Adapter1', 'Powered', dbus.Boolean(a[0] == '1'))
+elif command == 'device':
+  bluez().AddDevice('hci0', a[0], a[1])
+  device().UpdateProperties(DEVICE, {'Class': dbus.UInt32(int(a[2])), 'Paired': dbus.Boolean(a[3] == '1'),
+                                     'Icon': 'audio-headset' if (int(a[2]) >> 8) & 0x1F == 4 else 'phone'})
+  behave('Connect', 'normal'); behave('Disconnect', 'normal')
+  if a[4] != '-':
+    device().AddProperty('org.bluez.Battery1', 'Percentage', dbus.Byte(int(a[4])))
+    get('org.bluez', '/', MOCK).EmitSignal('org.freedesktop.DBus.ObjectManager', 'InterfacesAdded', 'oa{sa{sv}}',
+        [device().object_path, {'org.bluez.Battery1': {'Percentage': dbus.Byte(int(a[4]))}}])
+elif command == 'remove': get('org.bluez', HCI, 'org.bluez.Adapter1').RemoveDevice(device().object_path)
+elif command == 'outside': (bluez().ConnectDevice if a[1] == '1' else bluez().DisconnectDevice)('hci0', a[0])
+elif command == 'connected': print(bool(device(PROPS).Get(DEVICE, 'Connected')))
+elif command == 'calls': print(len(device().GetMethodCalls('Connect')))
+elif command == 'behave': behave(*a[1:])
+elif command == 'sleep':
+  login = get('org.freedesktop.login1', '/org/freedesktop/login1', MOCK)
+  login.UpdateProperties('org.freedesktop.login1.Manager', {'PreparingForSleep': dbus.Boolean(a[0] == '1')})
+  login.EmitSignal('org.freedesktop.login1.Manager', 'PrepareForSleep', 'b', [dbus.Boolean(a[0] == '1')])
+elif command == 'inhibitors':
+  for entry in get('org.freedesktop.login1', '/org/freedesktop/login1', 'org.freedesktop.login1.Manager').ListInhibitors():
+    print(' '.join(entry[:4]))
+elif command == 'upower':
+  path = '/org/freedesktop/UPower/devices/' + a[0]
+  upower = get('org.freedesktop.UPower', '/org/freedesktop/UPower', MOCK)
+  upower.AddObject(path, 'org.freedesktop.UPower.Device', {'Type': dbus.UInt32(int(a[1])), 'Model': a[2], 'Serial': a[3],
+      'NativePath': a[4], 'Percentage': float(a[5]), 'IsPresent': True, 'PowerSupply': False}, dbus.Array([], '(ssss)'))
+  upower.EmitSignal('org.freedesktop.UPower', 'DeviceAdded', 'o', [dbus.ObjectPath(path)])
+)";
 
 }  // namespace
 
-SystemBusRig::Device SystemBusRig::headphones() {
-  Device device;
-  device.address = headphonesAddress;
-  device.name = headphonesName;
-  device.battery = 80;
-  return device;
-}
-
-std::string SystemBusRig::text(const std::string& value) {
-  std::string out = "'";
-  for (char c : value) {
-    if (c == '\\' || c == '\'') {
-      out.push_back('\\');
-      out.push_back(c);
-    } else if (c == '\n') {
-      out += "\\n";
-    } else {
-      out.push_back(c);
-    }
-  }
-  return out + "'";
-}
-
-std::string SystemBusRig::devicePath(const std::string& adapter, const std::string& address) {
-  std::string path = "/org/bluez/" + adapter + "/dev_";
-  for (char c : address) path.push_back(c == ':' || c == '-' ? '_' : static_cast<char>(std::toupper(c)));
-  return path;
-}
-
-SystemBusRig::SystemBusRig(Options options) : options_(options) {
+SystemBusRig::SystemBusRig(Options options) {
   if (::access(python, X_OK) != 0) {
     whyNot_ = "Debian's /usr/bin/python3 is missing (scripts/install-deps.sh installs it with python3-dbusmock)";
-    return;
-  }
-  if (findExecutable("gdbus").empty()) {
-    whyNot_ = "gdbus is not installed (scripts/install-deps.sh installs libglib2.0-bin)";
     return;
   }
   system_ = std::make_unique<DBusDaemon>(
@@ -110,35 +90,32 @@ SystemBusRig::SystemBusRig(Options options) : options_(options) {
     }
   }
   // Started together, waited for one by one: each takes a moment to load Python.
-  if (options.bluez) bluez_ = startMock("bluez5");
-  if (options.logind) logind_ = startMock("logind");
-  if (options.upower) upower_ = startMock("upower");
-  const auto ready = [&](std::unique_ptr<ChildProcess>& mock, const char* name, const char* templateName) {
-    if (!mock || !whyNot_.empty()) return;
-    if (!eventually([&] { return system_->hasOwner(name) || !mock->running(); }, 15s) || !mock->running()) {
+  const std::vector<std::tuple<std::unique_ptr<ChildProcess>*, const char*, const char*>> mocks{
+      {options.bluez ? &bluez_ : nullptr, "org.bluez", "bluez5"},
+      {options.logind ? &logind_ : nullptr, "org.freedesktop.login1", "logind"},
+      {options.upower ? &upower_ : nullptr, "org.freedesktop.UPower", "upower"}};
+  for (const auto& [mock, name, templateName] : mocks) {
+    if (mock != nullptr) *mock = startMock(templateName);
+  }
+  for (const auto& [mock, name, templateName] : mocks) {
+    if (mock == nullptr || !whyNot_.empty()) continue;
+    if (!eventually([&] { return system_->hasOwner(name) || !(*mock)->running(); }, 15s) || !(*mock)->running()) {
       whyNot_ = std::string("python3-dbusmock's ") + templateName +
                 " template did not start (scripts/install-deps.sh installs python3-dbusmock and python3-gi)";
     }
-  };
-  ready(bluez_, bluezName, "bluez5");
-  ready(logind_, logindName, "logind");
-  ready(upower_, upowerName, "upower");
-}
-
-SystemBusRig::~SystemBusRig() {
-  // The mocks first, then their buses.
-  bluez_.reset();
-  logind_.reset();
-  upower_.reset();
-  session_.reset();
-  system_.reset();
+  }
 }
 
 std::unique_ptr<ChildProcess> SystemBusRig::startMock(const std::string& templateName) {
-  const auto log = folder_.path() / (templateName == "bluez5" ? "bluez.log" : templateName + ".log");
   return std::make_unique<ChildProcess>(
-      std::vector<std::string>{python, "-m", "dbusmock", "--template", templateName, "--logfile", log.string()},
+      std::vector<std::string>{python, "-m", "dbusmock", "--template", templateName},
       ChildProcess::Environment{{"DBUS_SYSTEM_BUS_ADDRESS", system_->address()}});
+}
+
+bool SystemBusRig::waitForName(const char* name, bool present) {
+  if (eventually([&] { return system_->hasOwner(name) == present; }, 15s)) return true;
+  ADD_FAILURE() << "system bus rig: " << name << (present ? " did not come" : " stayed on the bus");
+  return false;
 }
 
 ChildProcess::Environment SystemBusRig::environment() const {
@@ -147,25 +124,18 @@ ChildProcess::Environment SystemBusRig::environment() const {
   return environment;
 }
 
-std::string SystemBusRig::mockLog(const std::string& which) const {
-  std::ifstream in(folder_.path() / (which + ".log"));
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-CommandResult SystemBusRig::call(const std::string& destination, const std::string& path, const std::string& method,
-                                 const std::vector<std::string>& arguments) const {
-  std::vector<std::string> argv{"gdbus", "call", "--address", systemBusAddress(), "--dest", destination,
-                                "--object-path", path, "--method", method};
+bool SystemBusRig::run(const std::vector<std::string>& arguments, std::string* output) const {
+  std::vector<std::string> argv{python, "-c", helper, systemBusAddress()};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
-  return runCommand(argv, {}, 10s);
+  const auto result = runCommand(argv, {}, 15s);
+  if (output != nullptr) *output = result.output;
+  EXPECT_EQ(result.status, 0) << "system bus rig: " << arguments.front() << " failed: " << result.output;
+  return result.status == 0;
 }
 
-bool SystemBusRig::expect(const std::string& what, const CommandResult& result) const {
-  if (result.status == 0) return true;
-  ADD_FAILURE() << "system bus rig: " << what << " failed: " << result.output;
-  return false;
+std::string SystemBusRig::output(const std::vector<std::string>& arguments) const {
+  std::string text;
+  return run(arguments, &text) ? text : std::string();
 }
 
 void SystemBusRig::stopBluez(bool crash) {
@@ -173,192 +143,37 @@ void SystemBusRig::stopBluez(bool crash) {
   bluez_->terminate(crash ? SIGKILL : SIGTERM);
   bluez_->waitFor(5s);
   bluez_.reset();
-  batteriesShown_.clear();
-  EXPECT_TRUE(eventually([&] { return !system_->hasOwner(bluezName); }, 5s)) << "org.bluez stayed on the bus";
+  waitForName("org.bluez", false);
 }
 
 bool SystemBusRig::startBluez() {
   if (bluez_) return true;
   bluez_ = startMock("bluez5");
-  if (!eventually([&] { return system_->hasOwner(bluezName); }, 15s)) {
-    ADD_FAILURE() << "system bus rig: bluetoothd did not come back";
-    return false;
-  }
-  bool ok = true;
-  for (const auto& [name, powered] : adapters_) ok = putAdapter(name, powered) && ok;
-  for (const auto& device : devices_) ok = putDevice(device) && ok;
+  bool ok = waitForName("org.bluez", true);
+  if (powered_) ok = ok && run({"power", *powered_ ? "1" : "0", "new"});
+  for (const auto& device : devices_) ok = ok && putDevice(device);
   return ok;
 }
 
-bool SystemBusRig::putAdapter(const std::string& name, bool powered) {
-  if (!expect("AddAdapter " + name,
-              call(bluezName, "/", "org.bluez.Mock.AddAdapter", {text(name), text("wrenhaven-rig")}))) {
-    return false;
-  }
-  return powered || expect("switching " + name + " off",
-                           call(bluezName, "/org/bluez/" + name, "org.freedesktop.DBus.Properties.Set",
-                                {text("org.bluez.Adapter1"), text("Powered"), "<false>"}));
-}
-
-bool SystemBusRig::addAdapter(const std::string& name, bool powered) {
-  if (!putAdapter(name, powered)) return false;
-  adapters_.emplace_back(name, powered);
-  return true;
-}
-
-bool SystemBusRig::setAdapterPowered(const std::string& name, bool powered) {
-  for (auto& adapter : adapters_) {
-    if (adapter.first == name) adapter.second = powered;
-  }
-  return expect("powering " + name, call(bluezName, "/org/bluez/" + name, "org.freedesktop.DBus.Properties.Set",
-                                         {text("org.bluez.Adapter1"), text("Powered"), "<" + boolean(powered) + ">"}));
-}
-
-bool SystemBusRig::putDevice(const Device& device) {
-  const std::string path = devicePath(device.adapter, device.address);
-  const std::string icon = ((device.deviceClass >> 8) & 0x1F) == 4 ? "audio-headset" : "phone";
-  bool ok = expect("AddDevice " + device.address,
-                   call(bluezName, "/", "org.bluez.Mock.AddDevice",
-                        {text(device.adapter), text(device.address), text(device.name)})) &&
-            expect("pairing " + device.address,
-                   call(bluezName, path, std::string(mockInterface) + ".UpdateProperties",
-                        {text(device1), "{'Class': <uint32 " + std::to_string(device.deviceClass) + ">, 'Paired': <" +
-                                            boolean(device.paired) + ">, 'Icon': <" + text(icon) + ">}"})) &&
-            setMethodCode(device.address, "Connect", linkCode(true)) &&
-            setMethodCode(device.address, "Disconnect", linkCode(false));
-  if (ok && device.battery) ok = showBattery(device, *device.battery);
-  return ok;
+bool SystemBusRig::putDevice(const Device& device) const {
+  return run({"device", device.address, device.name, std::to_string(device.deviceClass), device.paired ? "1" : "0",
+              device.battery ? std::to_string(*device.battery) : "-"});
 }
 
 bool SystemBusRig::addDevice(const Device& device) {
-  if (std::none_of(adapters_.begin(), adapters_.end(), [&](const auto& a) { return a.first == device.adapter; })) {
-    if (!addAdapter(device.adapter)) return false;
-  }
-  std::erase_if(devices_, [&](const Device& known) { return known.address == device.address; });
+  if (!powered_ && !run({"power", "1", "new"})) return false;
+  powered_ = powered_.value_or(true);
+  forget(device.address);
   devices_.push_back(device);
   return putDevice(device);
 }
 
-const SystemBusRig::Device* SystemBusRig::device(const std::string& address) const {
-  for (const auto& known : devices_) {
-    if (known.address == address) return &known;
-  }
-  ADD_FAILURE() << "system bus rig: no device " << address << " was added";
-  return nullptr;
-}
-
-bool SystemBusRig::removeDevice(const std::string& address) {
-  const Device* known = device(address);
-  if (known == nullptr) return false;
-  const std::string adapter = known->adapter;
-  std::erase_if(devices_, [&](const Device& d) { return d.address == address; });
-  std::erase(batteriesShown_, address);
-  return expect("removing " + address, call(bluezName, "/org/bluez/" + adapter, "org.bluez.Adapter1.RemoveDevice",
-                                            {objectPath(devicePath(adapter, address))}));
-}
-
-bool SystemBusRig::showBattery(const Device& device, int percent) {
-  const std::string path = devicePath(device.adapter, device.address);
-  const std::string level = "<byte " + std::to_string(percent) + ">";
-  if (std::find(batteriesShown_.begin(), batteriesShown_.end(), device.address) != batteriesShown_.end()) {
-    return expect("battery of " + device.address,
-                  call(bluezName, path, std::string(mockInterface) + ".UpdateProperties",
-                       {text("org.bluez.Battery1"), "{'Percentage': " + level + "}"}));
-  }
-  batteriesShown_.push_back(device.address);
-  return expect("adding Battery1 to " + device.address,
-                call(bluezName, path, std::string(mockInterface) + ".AddProperty",
-                     {text("org.bluez.Battery1"), text("Percentage"), level})) &&
-         expect("announcing Battery1 of " + device.address,
-                call(bluezName, "/", std::string(mockInterface) + ".EmitSignal",
-                     {text("org.freedesktop.DBus.ObjectManager"), text("InterfacesAdded"), text("oa{sa{sv}}"),
-                      "[<" + objectPath(path) + ">, <{'org.bluez.Battery1': {'Percentage': " + level + "}}>]"}));
-}
-
-bool SystemBusRig::setBattery(const std::string& address, int percent) {
-  for (auto& known : devices_) {
-    if (known.address == address) {
-      known.battery = percent;
-      return showBattery(known, percent);
-    }
-  }
-  ADD_FAILURE() << "system bus rig: no device " << address << " was added";
-  return false;
-}
-
-bool SystemBusRig::bluezCall(const std::string& address, const std::string& method,
-                             const std::vector<std::string>& arguments) {
-  const Device* known = device(address);
-  if (known == nullptr) return false;
-  std::vector<std::string> all{text(known->adapter), text(address)};
-  all.insert(all.end(), arguments.begin(), arguments.end());
-  return expect(method + " " + address, call(bluezName, "/", "org.bluez.Mock." + method, all));
-}
-
-bool SystemBusRig::connectFromOutside(const std::string& address) { return bluezCall(address, "ConnectDevice", {}); }
-
-bool SystemBusRig::disconnectFromOutside(const std::string& address) {
-  return bluezCall(address, "DisconnectDevice", {});
-}
-
-bool SystemBusRig::isConnected(const std::string& address) {
-  const Device* known = device(address);
-  if (known == nullptr) return false;
-  const auto result = call(bluezName, devicePath(known->adapter, address), "org.freedesktop.DBus.Properties.Get",
-                           {text(device1), text("Connected")});
-  expect("reading Connected of " + address, result);
-  return result.output.find("true") != std::string::npos;
-}
-
-int SystemBusRig::connectCalls(const std::string& address) {
-  const Device* known = device(address);
-  if (known == nullptr) return -1;
-  const auto result = call(bluezName, devicePath(known->adapter, address),
-                           std::string(mockInterface) + ".GetMethodCalls", {text("Connect")});
-  if (!expect("reading the calls of " + address, result)) return -1;
-  // One (time stamp, arguments) pair per call; gdbus names the type of the first one only.
-  static const std::regex call(R"(\((uint64 )?\d+, )");
-  const auto calls = std::sregex_iterator(result.output.begin(), result.output.end(), call);
-  return static_cast<int>(std::distance(calls, std::sregex_iterator()));
-}
-
-bool SystemBusRig::setMethodCode(const std::string& address, const std::string& method, const std::string& pythonCode) {
-  const Device* known = device(address);
-  if (known == nullptr) return false;
-  return expect(method + " of " + address,
-                call(bluezName, devicePath(known->adapter, address), std::string(mockInterface) + ".AddMethod",
-                     {text(device1), text(method), text(""), text(""), text(pythonCode)}));
-}
-
-bool SystemBusRig::connectNormally(const std::string& address) {
-  return setMethodCode(address, "Connect", linkCode(true));
-}
-
-bool SystemBusRig::failConnect(const std::string& address, const std::string& errorName, const std::string& message) {
-  return setMethodCode(address, "Connect", raiseCode(errorName, message));
-}
-
-bool SystemBusRig::hangConnect(const std::string& address, double seconds) {
-  return setMethodCode(address, "Connect", "time.sleep(" + std::to_string(seconds) + ")\n" + linkCode(true));
-}
-
-bool SystemBusRig::removeDuringConnect(const std::string& address) {
-  const Device* known = device(address);
-  if (known == nullptr) return false;
-  const std::string adapterPath = "/org/bluez/" + known->adapter;
-  const bool ok = setMethodCode(
-      address, "Connect",
-      "objects[" + pythonText(adapterPath) + "].RemoveObject(self.path)\n"
-      "objects['/'].EmitSignal('org.freedesktop.DBus.ObjectManager', 'InterfacesRemoved', 'oas',\n"
-      "                        [dbus.ObjectPath(self.path), ['org.bluez.Device1']])\n" +
-          raiseCode("org.bluez.Error.Failed", "Connection canceled"));
-  std::erase_if(devices_, [&](const Device& d) { return d.address == address; });
-  return ok;
-}
-
-bool SystemBusRig::failDisconnect(const std::string& address, const std::string& errorName,
-                                  const std::string& message) {
-  return setMethodCode(address, "Disconnect", raiseCode(errorName, message));
+bool SystemBusRig::behave(const std::string& address, const std::string& method, const std::vector<std::string>& how) {
+  std::vector<std::string> arguments{"behave", address, method};
+  arguments.insert(arguments.end(), how.begin(), how.end());
+  // A device that vanishes is gone from what a restart puts back.
+  if (how.front() == "vanish") forget(address);
+  return run(arguments);
 }
 
 bool SystemBusRig::restartLogind() {
@@ -366,51 +181,25 @@ bool SystemBusRig::restartLogind() {
     logind_->terminate(SIGKILL);
     logind_->waitFor(5s);
   }
-  if (!eventually([&] { return !system_->hasOwner(logindName); }, 5s)) {
-    ADD_FAILURE() << "system bus rig: logind stayed on the bus";
-    return false;
-  }
+  if (!waitForName("org.freedesktop.login1", false)) return false;
   logind_ = startMock("logind");
-  if (!eventually([&] { return system_->hasOwner(logindName); }, 15s)) {
-    ADD_FAILURE() << "system bus rig: logind did not come back";
-    return false;
-  }
-  return true;
+  return waitForName("org.freedesktop.login1", true);
 }
 
-bool SystemBusRig::emitPrepareForSleep(bool sleeping) {
-  return expect("PreparingForSleep", call(logindName, logindPath, std::string(mockInterface) + ".UpdateProperties",
-                                          {text("org.freedesktop.login1.Manager"),
-                                           "{'PreparingForSleep': <" + boolean(sleeping) + ">}"})) &&
-         expect("PrepareForSleep", call(logindName, logindPath, std::string(mockInterface) + ".EmitSignal",
-                                        {text("org.freedesktop.login1.Manager"), text("PrepareForSleep"), text("b"),
-                                         "[<" + boolean(sleeping) + ">]"}));
-}
-
-std::vector<SystemBusRig::Inhibitor> SystemBusRig::inhibitors() {
-  std::vector<Inhibitor> list;
-  const auto result = call(logindName, logindPath, "org.freedesktop.login1.Manager.ListInhibitors");
-  if (!expect("ListInhibitors", result)) return list;
-  static const std::regex entry(R"re(\('([^']*)', '([^']*)', '([^']*)', '([^']*)')re");
-  for (auto it = std::sregex_iterator(result.output.begin(), result.output.end(), entry); it != std::sregex_iterator();
-       ++it) {
-    list.push_back({(*it)[1], (*it)[2], (*it)[3], (*it)[4]});
-  }
-  return list;
+std::vector<std::string> SystemBusRig::inhibitors() {
+  std::string output;
+  run({"inhibitors"}, &output);
+  std::vector<std::string> lines;
+  std::istringstream in(output);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
 }
 
 bool SystemBusRig::addPowerDevice(const PowerDevice& device) {
-  const std::string path = std::string(upowerPath) + "/devices/" + device.name;
-  std::ostringstream properties;
-  properties << "{'Type': <uint32 " << device.type << ">, 'Model': <" << text(device.model) << ">, 'Serial': <"
-             << text(device.serial) << ">, 'NativePath': <" << text(device.nativePath) << ">, 'Percentage': <double "
-             << device.percentage << ">, 'IsPresent': <true>, 'PowerSupply': <false>}";
-  return expect("adding UPower device " + device.name,
-                call(upowerName, upowerPath, std::string(mockInterface) + ".AddObject",
-                     {text(path), text("org.freedesktop.UPower.Device"), properties.str(), "@a(ssss) []"})) &&
-         expect("announcing UPower device " + device.name,
-                call(upowerName, upowerPath, std::string(mockInterface) + ".EmitSignal",
-                     {text("org.freedesktop.UPower"), text("DeviceAdded"), text("o"), "[<" + objectPath(path) + ">]"}));
+  std::ostringstream percentage;
+  percentage << device.percentage;
+  return run({"upower", device.name, std::to_string(device.type), device.model, device.serial, device.nativePath,
+              percentage.str()});
 }
 
 }  // namespace wh::test

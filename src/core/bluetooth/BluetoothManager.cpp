@@ -1,6 +1,7 @@
 #include "core/bluetooth/BluetoothManager.h"
 
 #include <cstdio>
+#include <vector>
 
 #include "core/log/Log.h"
 #include "core/settings/Address.h"
@@ -43,6 +44,11 @@ std::string hexStatus(BluetoothStatus status) {
   char text[16];
   std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(status));
   return text;
+}
+
+// The status a connect ends with when the stack could not be asked.
+BluetoothStatus statusWhenNotAsked(BluetoothError error) {
+  return error == BluetoothError::bluetoothOff ? BluetoothStatus::bluetoothOff : BluetoothStatus::failed;
 }
 
 }  // namespace
@@ -113,9 +119,11 @@ void BluetoothManager::set(const std::string& address, const Phase& phase) {
 void BluetoothManager::start() {
   connectNote_ = stack_.observeConnections(
       lifetime_.guard([this](const std::string& address) { deviceConnected(address); }),
-      lifetime_.guard([this](const std::string& address) { deviceDisconnected(address); }));
+      lifetime_.guard([this](const std::string& address) { deviceDisconnected(address); }),
+      lifetime_.guard([this] { refresh(); }));
   poll_ = runtime_.main().every(slowPollInterval, slowPollTolerance, lifetime_.guard([this] { refresh(); }));
-  sleepNote_ = sleep_.observe(lifetime_.guard([this] { willSleep(); }), lifetime_.guard([this] { didWake(); }));
+  sleepNote_ = sleep_.observe(lifetime_.guard([this](std::function<void()> done) { willSleep(std::move(done)); }),
+                              lifetime_.guard([this] { didWake(); }));
   refresh();
 }
 
@@ -145,28 +153,31 @@ void BluetoothManager::connect(const std::string& rawAddress, ConnectReason reas
   set(address, Phase::connecting());
   Log::info("connecting " + address + " (" + caseName(reason) + ", attempt " + std::to_string(attempt) + ")");
   BluetoothStack& stack = stack_;
-  runThenMain<std::optional<BluetoothStatus>>(
+  runThenMain<BluetoothResult<BluetoothStatus>>(
       *queue_, runtime_.main(), lifetime_,
-      [&stack, address]() -> std::optional<BluetoothStatus> {
+      [&stack, address]() -> BluetoothResult<BluetoothStatus> {
         const auto connected = stack.isConnected(address);
-        if (!connected) return std::nullopt;
+        if (!connected) return connected.error();
         if (*connected) return BluetoothStatus::success;
         return stack.openConnection(address);
       },
-      [this, address, reason, attempt, completion = std::move(completion)](std::optional<BluetoothStatus> status) {
-        finishConnect(address, reason, attempt, status, completion);
+      [this, address, reason, attempt, completion = std::move(completion)](BluetoothResult<BluetoothStatus> result) {
+        finishConnect(address, reason, attempt, result, completion);
       });
 }
 
 void BluetoothManager::finishConnect(const std::string& address, ConnectReason reason, int attempt,
-                                     std::optional<BluetoothStatus> status, std::function<void(bool)> completion) {
-  if (!status) {
+                                     const BluetoothResult<BluetoothStatus>& result,
+                                     std::function<void(bool)> completion) {
+  if (!result && result.error() == BluetoothError::unknownDevice) {
     // The stack knows no such device: nothing to retry.
     set(address, Phase::failed("Unknown device"));
     if (completion) completion(false);
     return;
   }
-  if (*status == BluetoothStatus::success) {
+  // A stack that could not be asked is asked again on the normal retry schedule.
+  const auto status = result ? *result : statusWhenNotAsked(result.error());
+  if (status == BluetoothStatus::success) {
     disconnectNotes_.insert(address);
     set(address, Phase::connected());
     startFastPoll();
@@ -181,8 +192,8 @@ void BluetoothManager::finishConnect(const std::string& address, ConnectReason r
                           }));
     return;
   }
-  Log::info("connect failed for " + address + ": " + hexStatus(*status));
-  set(address, Phase::failed(describe(*status)));
+  Log::info("connect failed for " + address + ": " + hexStatus(status));
+  set(address, Phase::failed(describe(status)));
   startFastPoll();
   if (completion) completion(false);
 }
@@ -192,7 +203,7 @@ void BluetoothManager::disconnect(const std::string& rawAddress, std::function<v
   BluetoothStack& stack = stack_;
   runThenMain<BluetoothStatus>(
       *queue_, runtime_.main(), lifetime_,
-      [&stack, address] { return stack.closeConnection(address).value_or(BluetoothStatus::success); },
+      [&stack, address] { return stack.closeConnection(address).valueOr(BluetoothStatus::success); },
       [this, address, completion = std::move(completion)](BluetoothStatus status) {
         if (status != BluetoothStatus::success) {
           Log::info("disconnect failed for " + address + ": " + hexStatus(status));
@@ -202,13 +213,15 @@ void BluetoothManager::disconnect(const std::string& rawAddress, std::function<v
       });
 }
 
-bool BluetoothManager::isConnectedNow(const std::string& address) const {
-  return stack_.isConnected(address).value_or(false);
-}
-
-void BluetoothManager::settle(const std::string& address) {
-  runtime_.main().after(settleDelay, lifetime_.guard([this, address] {
-    const bool connected = isConnectedNow(address);
+void BluetoothManager::settle(const std::string& address, int read) {
+  runtime_.main().after(settleDelay, lifetime_.guard([this, address, read] {
+    const auto state = stack_.isConnected(address);
+    if (!state.answered() && read < settleReads) {
+      settle(address, read + 1);
+      return;
+    }
+    if (!state.answered()) Log::error("could not read the state of " + address + " after closing it");
+    const bool connected = state.valueOr(false);
     set(address, connected ? Phase::connected() : Phase::disconnected());
     if (!connected && onDisconnected) onDisconnected(address);
     startFastPoll();
@@ -225,7 +238,10 @@ void BluetoothManager::startFastPoll() {
 }
 
 void BluetoothManager::refresh() {
-  const auto states = stack_.connectionStates();
+  const auto read = stack_.connectionStates();
+  // A stack that could not be asked says nothing about the headphones.
+  if (!read) return;
+  const auto& states = *read;
   for (const auto& device : settings_.devices()) {
     const std::string address = normalizeAddress(device.address);
     const auto state = states.find(address);
@@ -271,16 +287,22 @@ void BluetoothManager::deviceDisconnected(const std::string& rawAddress) {
   if (onDisconnected) onDisconnected(address);
 }
 
-void BluetoothManager::willSleep() {
+void BluetoothManager::willSleep(std::function<void()> done) {
   wakeWork_.cancel();
+  std::vector<std::string> closing;
   for (const auto& device : settings_.devices()) {
     const std::string address = normalizeAddress(device.address);
     const auto current = phaseOf(address);
     if (!device.disconnectOnSleep || !current || current->kind() != Phase::Kind::connected) continue;
     Log::info("disconnecting " + device.name + " for sleep");
-    // At once, on this thread: the machine waits for this handler before it sleeps.
-    stack_.closeConnection(address);
+    closing.push_back(address);
   }
+  // On the queue, after any connect or disconnect already there; the machine waits for `done`.
+  BluetoothStack& stack = stack_;
+  queue_->async([&stack, closing = std::move(closing), done = std::move(done)] {
+    for (const auto& address : closing) stack.closeConnection(address);
+    if (done) done();
+  });
 }
 
 void BluetoothManager::didWake() {

@@ -52,6 +52,9 @@ class BluetoothManager {
   static constexpr double fastPollDuration = 10.0;
   static constexpr double settleDelay = 1.0;
   static constexpr double wakeDelay = 3.0;
+  // How often settling re-reads a state the stack could not give before it gives up on the
+  // link (the close was asked for, so it counts as closed).
+  static constexpr int settleReads = 10;
 
   BluetoothManager(Runtime& runtime, Settings& settings, BluetoothStack& stack, SleepWatcher& sleep);
   BluetoothManager(const BluetoothManager&) = delete;
@@ -83,8 +86,8 @@ class BluetoothManager {
   // The phase of one headphone; absent ones read as nothing.
   std::optional<Phase> phaseOf(const std::string& address) const;
   SerialQueue& queue() { return *queue_; }
-  // The paired Bluetooth audio devices, in the stack's order.
-  std::vector<Paired> pairedAudioDevices() const { return stack_.pairedAudioDevices(); }
+  // The paired Bluetooth audio devices, in the stack's order; none while the stack cannot be asked.
+  std::vector<Paired> pairedAudioDevices() const { return stack_.pairedAudioDevices().valueOr({}); }
 
   static std::string describe(BluetoothStatus status);
   static int maxAttempts(ConnectReason reason);
@@ -94,13 +97,12 @@ class BluetoothManager {
  private:
   void deviceConnected(const std::string& address);
   void deviceDisconnected(const std::string& address);
-  void willSleep();
+  void willSleep(std::function<void()> done);
   void didWake();
-  void settle(const std::string& address);
+  void settle(const std::string& address, int read = 1);
   void startFastPoll();
   void finishConnect(const std::string& address, ConnectReason reason, int attempt,
-                     std::optional<BluetoothStatus> status, std::function<void(bool)> completion);
-  bool isConnectedNow(const std::string& address) const;
+                     const BluetoothResult<BluetoothStatus>& result, std::function<void(bool)> completion);
 
   Runtime& runtime_;
   Settings& settings_;

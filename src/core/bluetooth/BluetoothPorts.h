@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "core/bluetooth/BatteryLevels.h"
@@ -35,40 +36,77 @@ struct PairedDevice {
   friend bool operator==(const PairedDevice&, const PairedDevice&) = default;
 };
 
-// The Bluetooth stack. The blocking calls (`openConnection`, `closeConnection`) are made on the
-// Bluetooth serial queue and return within a bounded time; the others may be made from any
-// thread. Addresses are accepted in either form ("AA:BB:…" or "aa-bb-…").
+// Why a read of the Bluetooth stack has no answer. `unknownDevice` is an answer: the stack was
+// asked and knows no such device. The others mean it could not be asked, so nothing can be
+// concluded and the question is asked again later (as the stack's own reports are not errors,
+// these are kept apart from `BluetoothStatus`).
+enum class BluetoothError {
+  unknownDevice,  // the stack has no device with that address
+  bluetoothOff,   // the device is not there and no adapter is present and powered
+  unreachable,    // the stack is not running, did not answer, or has not been read yet
+};
+
+// A value from the stack or the reason why there is none.
+template <class T>
+class BluetoothResult {
+ public:
+  BluetoothResult(T value) : value_(std::move(value)) {}
+  BluetoothResult(BluetoothError error) : value_(error) {}
+
+  bool ok() const { return std::holds_alternative<T>(value_); }
+  explicit operator bool() const { return ok(); }
+  const T& operator*() const { return std::get<T>(value_); }
+  const T* operator->() const { return &std::get<T>(value_); }
+  // The error; only when there is no value.
+  BluetoothError error() const { return std::get<BluetoothError>(value_); }
+  // Whether the stack was asked and answered (with a value, or that it knows no such device).
+  bool answered() const { return ok() || error() == BluetoothError::unknownDevice; }
+  T valueOr(T fallback) const { return ok() ? **this : std::move(fallback); }
+  friend bool operator==(const BluetoothResult&, const BluetoothResult&) = default;
+
+ private:
+  std::variant<T, BluetoothError> value_;
+};
+
+// The Bluetooth stack. The reads (`pairedAudioDevices`, `isConnected`, `connectionStates`) never
+// block: they are answered from what the adapter keeps of the stack, and may be made from any
+// thread. The blocking calls (`openConnection`, `closeConnection`) are made on the Bluetooth serial
+// queue and return within a bounded time. Addresses are accepted in either form ("AA:BB:…" or
+// "aa-bb-…").
 class BluetoothStack {
  public:
   virtual ~BluetoothStack() = default;
 
   // Paired audio devices, in the stack's order.
-  virtual std::vector<PairedDevice> pairedAudioDevices() = 0;
-  // Whether the device is connected; nothing when the stack knows no such device.
-  virtual std::optional<bool> isConnected(const std::string& address) = 0;
+  virtual BluetoothResult<std::vector<PairedDevice>> pairedAudioDevices() = 0;
+  // Whether the device is connected.
+  virtual BluetoothResult<bool> isConnected(const std::string& address) = 0;
   // Every device the stack knows, by address (normal form), and whether it is connected: one
   // reading of the stack for many devices.
-  virtual std::map<std::string, bool> connectionStates() = 0;
-  // Connects the device (blocking); success when it already is connected. Nothing when the stack
-  // knows no such device.
-  virtual std::optional<BluetoothStatus> openConnection(const std::string& address) = 0;
-  // Disconnects the device (blocking). Nothing when the stack knows no such device.
-  virtual std::optional<BluetoothStatus> closeConnection(const std::string& address) = 0;
+  virtual BluetoothResult<std::map<std::string, bool>> connectionStates() = 0;
+  // Connects the device (blocking); success when it already is connected.
+  virtual BluetoothResult<BluetoothStatus> openConnection(const std::string& address) = 0;
+  // Disconnects the device (blocking).
+  virtual BluetoothResult<BluetoothStatus> closeConnection(const std::string& address) = 0;
 
   // Calls `connected` on the main thread with the device's address (normal form) whenever a
-  // paired device becomes connected, and `disconnected` whenever one becomes disconnected, until
-  // the registration is dropped.
+  // paired device becomes connected, `disconnected` whenever one becomes disconnected, and
+  // `readable` whenever the reads can be answered again after they could not (the stack came and
+  // was read), until the registration is dropped.
   virtual std::unique_ptr<Registration> observeConnections(std::function<void(const std::string&)> connected,
-                                                           std::function<void(const std::string&)> disconnected) = 0;
+                                                           std::function<void(const std::string&)> disconnected,
+                                                           std::function<void()> readable = nullptr) = 0;
 };
 
-// Sleep and wake of the machine. `willSleep` runs on the main thread before the machine sleeps,
-// and the machine waits for it to return (the adapter holds a delay lock for that); `didWake`
-// runs on the main thread after wake.
+// Sleep and wake of the machine. Before the machine sleeps, `willSleep` runs on the main thread
+// with a completion; the machine waits (the adapter holds a delay lock) until the completion has
+// been called, from any thread, or a time limit has passed. `didWake` runs on the main thread
+// after wake.
 class SleepWatcher {
  public:
   virtual ~SleepWatcher() = default;
-  virtual std::unique_ptr<Registration> observe(std::function<void()> willSleep, std::function<void()> didWake) = 0;
+  virtual std::unique_ptr<Registration> observe(std::function<void(std::function<void()> done)> willSleep,
+                                                std::function<void()> didWake) = 0;
 };
 
 // The permission to use Bluetooth.

@@ -2,6 +2,8 @@
 
 #include <QDBusObjectPath>
 
+#include <algorithm>
+
 #include "core/settings/Address.h"
 
 namespace wh::platform::bluez {
@@ -46,6 +48,10 @@ bool Tree::adapterOff(const Device& device) const {
   return it != adapterPowered.end() && !it->second;
 }
 
+bool Tree::anyAdapterOn() const {
+  return std::any_of(adapterPowered.begin(), adapterPowered.end(), [](const auto& adapter) { return adapter.second; });
+}
+
 Interfaces readInterfaces(const QDBusArgument& argument) {
   Interfaces interfaces;
   argument.beginMap();
@@ -77,6 +83,13 @@ std::optional<Device> readDevice(const QString& path, const Interfaces& interfac
   return device;
 }
 
+std::optional<bool> readAdapterPowered(const Interfaces& interfaces) {
+  for (const auto& [name, properties] : interfaces) {
+    if (name == QLatin1String(adapterInterface)) return properties.value(QStringLiteral("Powered"), true).toBool();
+  }
+  return std::nullopt;
+}
+
 QDBusMessage managedObjectsCall() {
   return QDBusMessage::createMethodCall(service, rootPath, objectManagerInterface, QStringLiteral("GetManagedObjects"));
 }
@@ -96,11 +109,7 @@ Tree readTree(const QDBusMessage& reply) {
       tree.devices.push_back(std::move(*device));
       continue;
     }
-    for (const auto& [name, properties] : interfaces) {
-      if (name == QLatin1String(adapterInterface)) {
-        tree.adapterPowered[path.path()] = properties.value(QStringLiteral("Powered"), true).toBool();
-      }
-    }
+    if (const auto powered = readAdapterPowered(interfaces)) tree.adapterPowered[path.path()] = *powered;
   }
   argument.endMap();
   return tree;

@@ -52,6 +52,8 @@ struct Tree {
   const Device* find(const std::string& normalAddress) const;
   // Whether the device's adapter is known to be switched off.
   bool adapterOff(const Device& device) const;
+  // Whether some adapter is present and powered.
+  bool anyAdapterOn() const;
 };
 
 // One object's interfaces with their properties (a{sa{sv}}), in the order given.
@@ -59,6 +61,8 @@ using Interfaces = std::vector<std::pair<QString, QVariantMap>>;
 Interfaces readInterfaces(const QDBusArgument& argument);
 // The device described by one object's interfaces, if it has Device1.
 std::optional<Device> readDevice(const QString& path, const Interfaces& interfaces);
+// Whether the adapter described by one object's interfaces is powered; nothing without Adapter1.
+std::optional<bool> readAdapterPowered(const Interfaces& interfaces);
 
 QDBusMessage managedObjectsCall();
 // A GetManagedObjects answer read into a tree.

@@ -3,9 +3,12 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
+#include <QTimer>
 
 #include <algorithm>
 #include <map>
+#include <mutex>
+#include <utility>
 
 #include "core/log/Log.h"
 #include "core/settings/Address.h"
@@ -55,24 +58,22 @@ BluetoothStatus bluezStatus(const QDBusError& error) {
   return BluetoothStatus::failed;
 }
 
-// Follows BlueZ for one registration. Every device's last known state is kept, so that a property
-// change, an object going away or bluetoothd ending or coming back can be told apart from what
-// was already reported.
-class BluezStack::Observer final : public QObject, public Registration {
+// The live copy of BlueZ's objects, kept on the main thread and read from any thread. Every
+// device's last known state is kept, so that a property change, an object going away or
+// bluetoothd ending or coming back can be told apart from what was already reported.
+class BluezStack::Mirror final : public QObject {
  public:
-  using Callback = std::function<void(const std::string&)>;
-
-  Observer(MainQueue& main, QDBusConnection bus, int queryMs, Callback connected, Callback disconnected)
+  Mirror(MainQueue& main, QDBusConnection bus, int queryMs)
       : main_(main),
         bus_(std::move(bus)),
         queryMs_(queryMs),
-        connected_(std::move(connected)),
-        disconnected_(std::move(disconnected)),
         watcher_(QString::fromLatin1(bluez::service), bus_, QDBusServiceWatcher::WatchForOwnerChange) {
     const QString service = QString::fromLatin1(bluez::service);
-    relays_.push_back(std::make_unique<DBusSignalRelay>(
-        bus_, service, QString(), bluez::propertiesInterface, QStringLiteral("PropertiesChanged"),
-        QStringList{QString::fromLatin1(bluez::deviceInterface)}, [this](const QDBusMessage& m) { changed(m); }));
+    for (const char* interface : {bluez::deviceInterface, bluez::adapterInterface}) {
+      relays_.push_back(std::make_unique<DBusSignalRelay>(
+          bus_, service, QString(), bluez::propertiesInterface, QStringLiteral("PropertiesChanged"),
+          QStringList{QString::fromLatin1(interface)}, [this](const QDBusMessage& m) { changed(m); }));
+    }
     relays_.push_back(std::make_unique<DBusSignalRelay>(
         bus_, service, bluez::rootPath, bluez::objectManagerInterface, QStringLiteral("InterfacesAdded"),
         QStringList(), [this](const QDBusMessage& m) { added(m); }));
@@ -80,86 +81,171 @@ class BluezStack::Observer final : public QObject, public Registration {
         bus_, service, bluez::rootPath, bluez::objectManagerInterface, QStringLiteral("InterfacesRemoved"),
         QStringList(), [this](const QDBusMessage& m) { removed(m); }));
     for (const auto& relay : relays_) {
-      if (!relay->subscribed()) Log::error("BlueZ: could not follow connection changes: " + describe(bus_.lastError()));
+      if (!relay->subscribed()) Log::error("BlueZ: could not follow its objects: " + describe(bus_.lastError()));
     }
     QObject::connect(&watcher_, &QDBusServiceWatcher::serviceOwnerChanged, this,
                      [this](const QString&, const QString& oldOwner, const QString& newOwner) {
                        ownerChanged(oldOwner, newOwner);
                      });
-    // What is connected now is the starting point, not news.
+    // What is connected at start is the starting point, not news.
     read(true);
   }
 
+  // A copy of the objects; nothing while they are not known.
+  std::optional<bluez::Tree> snapshot() const {
+    std::lock_guard lock(mutex_);
+    return tree_;
+  }
+
+  using Callback = std::function<void(const std::string&)>;
+  struct Listener {
+    Callback connected, disconnected;
+    std::function<void()> readable;
+  };
+  void listen(const Listener* listener) { listeners_.push_back(listener); }
+  void forget(const Listener* listener) { std::erase(listeners_, listener); }
+
  private:
   void report(bool isConnected, const std::string& address) {
-    const Callback& callback = isConnected ? connected_ : disconnected_;
-    if (callback) main_.post(lifetime_.guard([callback, address] { callback(address); }));
+    for (const Listener* listener : listeners_) {
+      const Callback& callback = isConnected ? listener->connected : listener->disconnected;
+      if (callback) post(listener, [callback, address] { callback(address); });
+    }
+  }
+
+  // Runs `work` on a later turn of the main loop while the registration is still there.
+  void post(const Listener* listener, std::function<void()> work) {
+    main_.post(lifetime_.guard([this, listener, work = std::move(work)] {
+      if (std::find(listeners_.begin(), listeners_.end(), listener) != listeners_.end()) work();
+    }));
+  }
+
+  // Whether the copy is there to be changed. A change that comes while it is not filled is
+  // remembered, so that the read on its way is followed by another one: its answer may predate it.
+  bool filled() {
+    missed_ = missed_ || !tree_;
+    return tree_.has_value();
+  }
+
+  bluez::Device* device(const QString& path) {
+    if (!tree_) return nullptr;
+    for (auto& device : tree_->devices) {
+      if (device.path == path) return &device;
+    }
+    return nullptr;
   }
 
   // Stores the device's new state and reports a change of its link.
-  void store(const QString& path, const bluez::Device& next) {
-    bluez::Device& slot = devices_[path];
-    const bool was = linked(slot);
-    slot = next;
+  void store(const bluez::Device& next) {
+    std::unique_lock lock(mutex_);
+    if (!filled()) return;
+    bluez::Device* slot = device(next.path);
+    const bool was = slot != nullptr && linked(*slot);
+    if (slot == nullptr) {
+      tree_->devices.push_back(next);
+    } else {
+      *slot = next;
+    }
+    lock.unlock();
     if (linked(next) != was) report(!was, next.address);
   }
 
   void read(bool quietly) {
+    missed_ = false;
     auto* call = new QDBusPendingCallWatcher(bus_.asyncCall(bluez::managedObjectsCall(), queryMs_), this);
     QObject::connect(call, &QDBusPendingCallWatcher::finished, this, [this, call, quietly, epoch = epoch_] {
       call->deleteLater();
-      // Not running (yet): its arrival on the bus brings a new read.
-      if (epoch != epoch_ || call->isError()) return;
-      replace(bluez::readTree(call->reply()), quietly);
+      if (epoch != epoch_) return;
+      if (!call->isError()) {
+        replace(bluez::readTree(call->reply()), quietly);
+        if (missed_) read(quietly);
+        return;
+      }
+      // Only a bluetoothd that did not answer is asked again; one that is not there (yet) brings a
+      // new read when it arrives, and a refusal stays a refusal.
+      const QDBusError error = call->error();
+      const BluetoothStatus status = bluezStatus(error);
+      if (status == BluetoothStatus::notFound) return;
+      Log::error("BlueZ: could not read its objects: " + describe(error));
+      if (status != BluetoothStatus::timeout) return;
+      QTimer::singleShot(BluezStack::rereadDelay, this, [this, quietly, epoch] {
+        if (epoch == epoch_ && !snapshot()) read(quietly);
+      });
     });
   }
 
-  void replace(const bluez::Tree& tree, bool quietly) {
-    std::map<QString, bluez::Device> next;
-    for (const auto& device : tree.devices) next[device.path] = device;
-    if (!quietly) {
-      const auto isLinked = [](const std::map<QString, bluez::Device>& devices, const QString& path) {
-        const auto it = devices.find(path);
-        return it != devices.end() && linked(it->second);
-      };
-      for (const auto& [path, device] : devices_) {
-        if (linked(device) && !isLinked(next, path)) report(false, device.address);
-      }
-      for (const auto& [path, device] : next) {
-        if (linked(device) && !isLinked(devices_, path)) report(true, device.address);
-      }
+  void replace(bluez::Tree next, bool quietly) {
+    std::unique_lock lock(mutex_);
+    const bool wasReadable = tree_.has_value();
+    const bluez::Tree before = tree_.value_or(bluez::Tree{});
+    tree_ = next;
+    lock.unlock();
+    for (const Listener* listener : listeners_) {
+      if (!wasReadable && listener->readable) post(listener, listener->readable);
     }
-    devices_ = std::move(next);
+    if (quietly) return;
+    const auto isLinked = [](const bluez::Tree& tree, const QString& path) {
+      return std::any_of(tree.devices.begin(), tree.devices.end(),
+                         [&](const bluez::Device& device) { return device.path == path && linked(device); });
+    };
+    for (const auto& device : before.devices) {
+      if (linked(device) && !isLinked(next, device.path)) report(false, device.address);
+    }
+    for (const auto& device : next.devices) {
+      if (linked(device) && !isLinked(before, device.path)) report(true, device.address);
+    }
   }
 
   void changed(const QDBusMessage& message) {
-    const auto it = devices_.find(message.path());
-    if (it == devices_.end()) {
-      // A device this observer has not seen yet: read everything again.
+    if (message.arguments().size() < 2) return;
+    const auto properties = qdbus_cast<QVariantMap>(message.arguments().at(1));
+    if (message.arguments().at(0).toString() == QLatin1String(bluez::adapterInterface)) {
+      if (!properties.contains(QStringLiteral("Powered"))) return;
+      std::lock_guard lock(mutex_);
+      if (filled()) tree_->adapterPowered[message.path()] = properties.value(QStringLiteral("Powered")).toBool();
+      return;
+    }
+    std::unique_lock lock(mutex_);
+    if (!filled()) return;
+    const bluez::Device* known = device(message.path());
+    if (known == nullptr) {
+      // A device this copy has not seen yet: read everything again.
+      lock.unlock();
       read(false);
       return;
     }
-    if (message.arguments().size() < 2) return;
-    bluez::Device next = it->second;
-    next.apply(qdbus_cast<QVariantMap>(message.arguments().at(1)));
-    store(message.path(), next);
+    bluez::Device next = *known;
+    lock.unlock();
+    next.apply(properties);
+    store(next);
   }
 
   void added(const QDBusMessage& message) {
     if (message.arguments().size() < 2) return;
     const QString path = message.arguments().at(0).value<QDBusObjectPath>().path();
     const auto interfaces = bluez::readInterfaces(message.arguments().at(1).value<QDBusArgument>());
-    if (auto device = bluez::readDevice(path, interfaces)) store(path, *device);
+    if (const auto powered = bluez::readAdapterPowered(interfaces)) {
+      std::lock_guard lock(mutex_);
+      if (filled()) tree_->adapterPowered[path] = *powered;
+    }
+    if (auto device = bluez::readDevice(path, interfaces)) store(*device);
   }
 
   void removed(const QDBusMessage& message) {
     if (message.arguments().size() < 2) return;
     const QString path = message.arguments().at(0).value<QDBusObjectPath>().path();
     const auto interfaces = qdbus_cast<QStringList>(message.arguments().at(1));
-    const auto it = devices_.find(path);
-    if (it == devices_.end() || !interfaces.contains(QString::fromLatin1(bluez::deviceInterface))) return;
-    if (linked(it->second)) report(false, it->second.address);
-    devices_.erase(it);
+    std::unique_lock lock(mutex_);
+    if (!filled()) return;
+    if (interfaces.contains(QString::fromLatin1(bluez::adapterInterface))) tree_->adapterPowered.erase(path);
+    if (!interfaces.contains(QString::fromLatin1(bluez::deviceInterface))) return;
+    const auto it = std::find_if(tree_->devices.begin(), tree_->devices.end(),
+                                 [&](const bluez::Device& device) { return device.path == path; });
+    if (it == tree_->devices.end()) return;
+    const bluez::Device gone = *it;
+    tree_->devices.erase(it);
+    lock.unlock();
+    if (linked(gone)) report(false, gone.address);
   }
 
   void ownerChanged(const QString& oldOwner, const QString& newOwner) {
@@ -167,10 +253,14 @@ class BluezStack::Observer final : public QObject, public Registration {
       // bluetoothd ended (or was replaced): every link it held is gone, and reads still on their
       // way describe the old process.
       ++epoch_;
-      for (const auto& [path, device] : devices_) {
-        if (linked(device)) report(false, device.address);
+      std::unique_lock lock(mutex_);
+      const std::optional<bluez::Tree> before = std::exchange(tree_, std::nullopt);
+      lock.unlock();
+      if (before) {
+        for (const auto& device : before->devices) {
+          if (linked(device)) report(false, device.address);
+        }
       }
-      devices_.clear();
     }
     if (!newOwner.isEmpty()) read(false);
   }
@@ -178,17 +268,34 @@ class BluezStack::Observer final : public QObject, public Registration {
   MainQueue& main_;
   QDBusConnection bus_;
   int queryMs_;
-  Callback connected_;
-  Callback disconnected_;
-  std::map<QString, bluez::Device> devices_;
+  mutable std::mutex mutex_;
+  std::optional<bluez::Tree> tree_;  // guarded by mutex_; written on the main thread only
+  std::vector<const Listener*> listeners_;
   std::uint64_t epoch_ = 0;
+  bool missed_ = false;  // a change came while the copy was not filled
   QDBusServiceWatcher watcher_;
   std::vector<std::unique_ptr<DBusSignalRelay>> relays_;
   Lifetime lifetime_;
 };
 
+// One registration for connection notifications.
+class BluezStack::Observer final : public Registration {
+ public:
+  Observer(Mirror& mirror, Mirror::Listener listener) : mirror_(mirror), listener_(std::move(listener)) {
+    mirror_.listen(&listener_);
+  }
+  ~Observer() override { mirror_.forget(&listener_); }
+
+ private:
+  Mirror& mirror_;
+  Mirror::Listener listener_;
+};
+
 BluezStack::BluezStack(MainQueue& main, QDBusConnection bus, std::chrono::milliseconds callTimeout)
-    : main_(main), bus_(std::move(bus)), callTimeout_(callTimeout) {}
+    : main_(main),
+      bus_(std::move(bus)),
+      callTimeout_(callTimeout),
+      mirror_(std::make_unique<Mirror>(main_, bus_, queryMilliseconds())) {}
 
 BluezStack::~BluezStack() = default;
 
@@ -196,11 +303,19 @@ int BluezStack::queryMilliseconds() const {
   return static_cast<int>(std::min(queryTimeout, callTimeout_).count());
 }
 
-std::vector<PairedDevice> BluezStack::pairedAudioDevices() {
+namespace {
+
+// A device that is not there: unknown while some adapter is on, else Bluetooth is off.
+BluetoothError missing(const bluez::Tree& tree) {
+  return tree.anyAdapterOn() ? BluetoothError::unknownDevice : BluetoothError::bluetoothOff;
+}
+
+}  // namespace
+
+BluetoothResult<std::vector<PairedDevice>> BluezStack::pairedAudioDevices() {
+  const auto tree = mirror_->snapshot();
+  if (!tree) return BluetoothError::unreachable;
   std::vector<PairedDevice> paired;
-  QDBusError error;
-  const auto tree = bluez::fetchTree(bus_, queryMilliseconds(), &error);
-  if (!tree) return paired;
   for (const auto& device : tree->devices) {
     if (device.paired && device.isAudio() && !device.address.empty()) {
       paired.push_back({device.address, device.displayName(), device.connected});
@@ -209,35 +324,33 @@ std::vector<PairedDevice> BluezStack::pairedAudioDevices() {
   return paired;
 }
 
-std::optional<bool> BluezStack::isConnected(const std::string& address) {
-  QDBusError error;
-  const auto tree = bluez::fetchTree(bus_, queryMilliseconds(), &error);
-  if (!tree) return std::nullopt;
+BluetoothResult<bool> BluezStack::isConnected(const std::string& address) {
+  const auto tree = mirror_->snapshot();
+  if (!tree) return BluetoothError::unreachable;
   const auto* device = tree->find(normalizeAddress(address));
-  if (device == nullptr) return std::nullopt;
+  if (device == nullptr) return missing(*tree);
   return device->connected;
 }
 
-std::map<std::string, bool> BluezStack::connectionStates() {
+BluetoothResult<std::map<std::string, bool>> BluezStack::connectionStates() {
+  const auto tree = mirror_->snapshot();
+  if (!tree) return BluetoothError::unreachable;
   std::map<std::string, bool> states;
-  QDBusError error;
-  const auto tree = bluez::fetchTree(bus_, queryMilliseconds(), &error);
-  if (!tree) return states;
   for (const auto& device : tree->devices) {
     if (!device.address.empty()) states[device.address] = device.connected;
   }
   return states;
 }
 
-std::optional<BluetoothStatus> BluezStack::openConnection(const std::string& address) {
+BluetoothResult<BluetoothStatus> BluezStack::openConnection(const std::string& address) {
   return changeConnection(address, true);
 }
 
-std::optional<BluetoothStatus> BluezStack::closeConnection(const std::string& address) {
+BluetoothResult<BluetoothStatus> BluezStack::closeConnection(const std::string& address) {
   return changeConnection(address, false);
 }
 
-std::optional<BluetoothStatus> BluezStack::changeConnection(const std::string& address, bool connect) {
+BluetoothResult<BluetoothStatus> BluezStack::changeConnection(const std::string& address, bool connect) {
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + callTimeout_;
   const auto remaining = [&] {
@@ -247,20 +360,18 @@ std::optional<BluetoothStatus> BluezStack::changeConnection(const std::string& a
   const std::string normal = normalizeAddress(address);
   const std::string verb = connect ? "connect" : "disconnect";
 
-  QDBusError error;
-  const auto tree = bluez::fetchTree(bus_, std::min(queryMilliseconds(), remaining()), &error);
+  const auto tree = mirror_->snapshot();
   if (!tree) {
-    Log::info("BlueZ: cannot " + verb + " " + normal + ": " + describe(error));
-    return bluezStatus(error);
+    Log::info("BlueZ: cannot " + verb + " " + normal + ": bluetoothd is not there");
+    return BluetoothError::unreachable;
   }
   const auto* device = tree->find(normal);
-  if (device == nullptr) return std::nullopt;
+  if (device == nullptr) return missing(*tree);
   if (device->connected == connect) return BluetoothStatus::success;
   if (connect && tree->adapterOff(*device)) {
     Log::info("BlueZ: cannot connect " + normal + ": the adapter is off");
     return BluetoothStatus::bluetoothOff;
   }
-
   const auto call = QDBusMessage::createMethodCall(bluez::service, device->path, bluez::deviceInterface,
                                                    connect ? QStringLiteral("Connect") : QStringLiteral("Disconnect"));
   const QDBusMessage reply = bus_.call(call, QDBus::Block, remaining());
@@ -274,6 +385,7 @@ std::optional<BluetoothStatus> BluezStack::changeConnection(const std::string& a
   BluetoothStatus status = bluezStatus(failure);
   if (status == BluetoothStatus::failed) {
     // A device removed while the call ran is out of reach, whatever BlueZ said about the call.
+    // (Asked of BlueZ itself: the live copy may not have heard of the removal yet.)
     QDBusError ignored;
     const auto after = bluez::fetchTree(bus_, std::min(queryMilliseconds(), remaining()), &ignored);
     if (after && after->find(normal) == nullptr) status = BluetoothStatus::notFound;
@@ -283,8 +395,10 @@ std::optional<BluetoothStatus> BluezStack::changeConnection(const std::string& a
 }
 
 std::unique_ptr<Registration> BluezStack::observeConnections(std::function<void(const std::string&)> connected,
-                                                             std::function<void(const std::string&)> disconnected) {
-  return std::make_unique<Observer>(main_, bus_, queryMilliseconds(), std::move(connected), std::move(disconnected));
+                                                             std::function<void(const std::string&)> disconnected,
+                                                             std::function<void()> readable) {
+  return std::make_unique<Observer>(
+      *mirror_, Mirror::Listener{std::move(connected), std::move(disconnected), std::move(readable)});
 }
 
 }  // namespace wh::platform

@@ -4,6 +4,9 @@
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
 #include <QDBusUnixFileDescriptor>
+#include <QTimer>
+
+#include <cstdint>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -24,7 +27,9 @@ constexpr int inhibitTimeoutMs = 5000;
 
 class LogindSleepWatcher::Observer final : public QObject, public Registration {
  public:
-  Observer(MainQueue& main, QDBusConnection bus, std::function<void()> willSleep, std::function<void()> didWake)
+  using WillSleep = std::function<void(std::function<void()> done)>;
+
+  Observer(MainQueue& main, QDBusConnection bus, WillSleep willSleep, std::function<void()> didWake)
       : main_(main),
         bus_(std::move(bus)),
         willSleep_(std::move(willSleep)),
@@ -50,11 +55,21 @@ class LogindSleepWatcher::Observer final : public QObject, public Registration {
  private:
   void prepare(const QDBusMessage& message) {
     if (message.arguments().isEmpty()) return;
+    // A round of sleep: what finishes a round that is over (the machine woke) does nothing.
+    const std::uint64_t round = ++round_;
     if (message.arguments().first().toBool()) {
       sleeping_ = true;
-      main_.post(lifetime_.guard([this] {
-        if (willSleep_) willSleep_();
-        release();
+      const std::function<void()> finish = lifetime_.guard([this, round] {
+        if (round == round_) release();
+      });
+      QTimer::singleShot(LogindSleepWatcher::sleepWorkLimit, this, finish);
+      main_.post(lifetime_.guard([this, finish] {
+        if (!willSleep_) {
+          finish();
+          return;
+        }
+        MainQueue& main = main_;
+        willSleep_([&main, finish] { main.post(finish); });
       }));
     } else {
       sleeping_ = false;
@@ -100,13 +115,14 @@ class LogindSleepWatcher::Observer final : public QObject, public Registration {
 
   MainQueue& main_;
   QDBusConnection bus_;
-  std::function<void()> willSleep_;
+  WillSleep willSleep_;
   std::function<void()> didWake_;
   QDBusServiceWatcher watcher_;
   DBusSignalRelay relay_;
   int lock_ = -1;
   bool asking_ = false;
   bool sleeping_ = false;
+  std::uint64_t round_ = 0;
   Lifetime lifetime_;
 };
 
@@ -114,7 +130,7 @@ LogindSleepWatcher::LogindSleepWatcher(MainQueue& main, QDBusConnection bus) : m
 
 LogindSleepWatcher::~LogindSleepWatcher() = default;
 
-std::unique_ptr<Registration> LogindSleepWatcher::observe(std::function<void()> willSleep,
+std::unique_ptr<Registration> LogindSleepWatcher::observe(std::function<void(std::function<void()> done)> willSleep,
                                                           std::function<void()> didWake) {
   return std::make_unique<Observer>(main_, bus_, std::move(willSleep), std::move(didWake));
 }
