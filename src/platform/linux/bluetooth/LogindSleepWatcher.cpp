@@ -29,9 +29,11 @@ class LogindSleepWatcher::Observer final : public QObject, public Registration {
  public:
   using WillSleep = std::function<void(std::function<void()> done)>;
 
-  Observer(MainQueue& main, QDBusConnection bus, WillSleep willSleep, std::function<void()> didWake)
+  Observer(MainQueue& main, QDBusConnection bus, std::chrono::milliseconds sleepWorkLimit, WillSleep willSleep,
+           std::function<void()> didWake)
       : main_(main),
         bus_(std::move(bus)),
+        sleepWorkLimit_(sleepWorkLimit),
         willSleep_(std::move(willSleep)),
         didWake_(std::move(didWake)),
         watcher_(QString::fromLatin1(logindService), bus_, QDBusServiceWatcher::WatchForOwnerChange),
@@ -62,7 +64,7 @@ class LogindSleepWatcher::Observer final : public QObject, public Registration {
       const std::function<void()> finish = lifetime_.guard([this, round] {
         if (round == round_) release();
       });
-      QTimer::singleShot(LogindSleepWatcher::sleepWorkLimit, this, finish);
+      QTimer::singleShot(sleepWorkLimit_, this, finish);
       main_.post(lifetime_.guard([this, finish] {
         if (!willSleep_) {
           finish();
@@ -115,6 +117,7 @@ class LogindSleepWatcher::Observer final : public QObject, public Registration {
 
   MainQueue& main_;
   QDBusConnection bus_;
+  std::chrono::milliseconds sleepWorkLimit_;
   WillSleep willSleep_;
   std::function<void()> didWake_;
   QDBusServiceWatcher watcher_;
@@ -126,13 +129,14 @@ class LogindSleepWatcher::Observer final : public QObject, public Registration {
   Lifetime lifetime_;
 };
 
-LogindSleepWatcher::LogindSleepWatcher(MainQueue& main, QDBusConnection bus) : main_(main), bus_(std::move(bus)) {}
+LogindSleepWatcher::LogindSleepWatcher(MainQueue& main, QDBusConnection bus, std::chrono::milliseconds sleepWorkLimit)
+    : main_(main), bus_(std::move(bus)), sleepWorkLimit_(sleepWorkLimit) {}
 
 LogindSleepWatcher::~LogindSleepWatcher() = default;
 
 std::unique_ptr<Registration> LogindSleepWatcher::observe(std::function<void(std::function<void()> done)> willSleep,
                                                           std::function<void()> didWake) {
-  return std::make_unique<Observer>(main_, bus_, std::move(willSleep), std::move(didWake));
+  return std::make_unique<Observer>(main_, bus_, sleepWorkLimit_, std::move(willSleep), std::move(didWake));
 }
 
 }  // namespace wh::platform
