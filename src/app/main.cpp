@@ -6,7 +6,6 @@
 #include <QCoreApplication>
 
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
 
 #include "app/BuildConfig.h"
@@ -32,6 +31,7 @@
 #include "platform/linux/audio/ProcFsProcessTable.h"
 #include "platform/linux/audio/PulseAudioHardware.h"
 #include "platform/linux/runtime/QtRuntime.h"
+#include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/app/SystemInfo.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
@@ -41,13 +41,6 @@ namespace {
 
 wh::BuildInfo buildInfo() {
   return {wh::build::kBundleIdentifier, wh::build::kShortVersion, wh::build::kBuildNumber};
-}
-
-bool hasArgument(int argc, char** argv, const char* wanted) {
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], wanted) == 0) return true;
-  }
-  return false;
 }
 
 // Without a display the agent still does its work; it just shows no tray icons.
@@ -108,7 +101,11 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
 int main(int argc, char** argv) {
   const wh::BuildInfo build = buildInfo();
 
-  if (hasArgument(argc, argv, "--diagnose")) {
+  wh::platform::CommandLine commandLine(
+      "wrenhaven", "Keeps Bluetooth headphones connected, in music quality, and in reach of the media keys.",
+      "Wrenhaven " + build.versionText(), {{"diagnose", "Print the diagnostics text and exit."}});
+  if (const auto exitStatus = commandLine.parse(argc, argv)) return *exitStatus;
+  if (commandLine.isSet("diagnose")) {
     std::cout << diagnosticsText(argc, argv, build) << "\n";
     return 0;
   }

@@ -47,6 +47,27 @@ TEST_F(AgentProcessTest, DiagnosePrintsTheReportAndExitsWithoutDisplayBusOrLog) 
   EXPECT_FALSE(std::filesystem::exists(home.path() / "state")) << "nothing else starts, not even the log";
 }
 
+TEST_F(AgentProcessTest, HelpVersionAndMistakesEndAtOnceWithTheUsualStatus) {
+  struct Case {
+    std::string argument;
+    int status;
+    std::string outputStart;  // standard output; a mistake goes to standard error only
+  };
+  for (const auto& [argument, status, outputStart] : std::vector<Case>{{"--version", 0, "Wrenhaven 0.1.0 ("},
+                                                                       {"-h", 0, "Usage: wrenhaven [options]"},
+                                                                       {"--diagnose=now", 2, ""},
+                                                                       {"--bogus", 2, ""},
+                                                                       {"stray", 2, ""}}) {
+    const auto result = test::runCommand({WRENHAVEN_AGENT_PATH, argument}, environment("", true), 30s);
+    EXPECT_EQ(result.status, status) << argument;
+    EXPECT_EQ(result.output.substr(0, outputStart.size()), outputStart) << argument << ": " << result.output;
+    if (outputStart.empty()) {
+      EXPECT_EQ(result.output, "") << argument;
+    }
+  }
+  expectNoConnections();
+}
+
 TEST_F(AgentProcessTest, RunsHeadlessAndASecondInstanceReopensTheFirstAndQuitsBeforeBuildingAnything) {
   test::DBusDaemon bus;
   if (!bus.available()) GTEST_SKIP() << bus.whyNot();

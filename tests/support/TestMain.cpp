@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
   set("XDG_CONFIG_HOME", home.path() / "config");
   set("XDG_STATE_HOME", home.path() / "state");
   set("XDG_RUNTIME_DIR", home.path() / "runtime");
+  std::filesystem::permissions(home.path() / "runtime", std::filesystem::perms::owner_all);  // as the session's is
   ::setenv("XCTestConfigurationFilePath", "wrenhaven-tests", 1);
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
