@@ -11,6 +11,8 @@ packages=(
   libevdev-dev libarchive-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
+  # packaging and its checks
+  lintian desktop-file-utils systemd
   # test rig: real services on private sockets
   # (the rig starts its own PulseAudio, PipeWire and WirePlumber on private sockets)
   pulseaudio pulseaudio-utils pipewire pipewire-bin pipewire-pulse wireplumber util-linux dbus-daemon dbus-bin python3-dbusmock python3-gi libglib2.0-bin xvfb xauth

@@ -1,0 +1,66 @@
+#!/usr/bin/env bash
+# Builds the Debian package from a built tree, checks its contents and metadata, and runs the agent
+# installed from it in a throw-away root.
+# Usage: check_package.sh BUILD-DIR
+set -euo pipefail
+build=$1
+for tool in cpack dpkg-deb dpkg-shlibdeps lintian desktop-file-validate systemd-analyze; do
+  if ! command -v "$tool" >/dev/null; then
+    echo "SKIP: $tool is missing (scripts/install-deps.sh installs it)"
+    exit 77
+  fi
+done
+work=$(mktemp -d "${TMPDIR:-/tmp}/wrenhaven-package-XXXXXX")
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*"; exit 1; }
+
+cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; fail "cpack"; }
+deb=$(ls "$work"/out/wrenhaven_*.deb)
+
+# Contents: every piece of the installed layout, at its place under /usr.
+dpkg-deb -c "$deb" | awk '{print $NF}' | sed 's|^\./|/|' >"$work/files"
+for path in /usr/bin/wrenhaven /usr/share/applications/com.quintelbarrows.wrenhaven.desktop \
+            /usr/share/wrenhaven/autostart/com.quintelbarrows.wrenhaven.desktop \
+            /usr/lib/systemd/user/wrenhaven.service /usr/share/wrenhaven/udev/70-wrenhaven-input.rules \
+            /usr/share/man/man1/wrenhaven.1.gz /usr/share/doc/wrenhaven/copyright \
+            /usr/share/doc/wrenhaven/changelog.Debian.gz; do
+  grep -qx "$path" "$work/files" || fail "the package lacks $path"
+done
+grep -v -e '^/usr/' -e '^/$' "$work/files" && fail "files outside /usr"
+
+# Metadata: the libraries the binary links come from dpkg-shlibdeps, not from a hand-kept list.
+[ "$(dpkg-deb -f "$deb" Package)" = wrenhaven ] || fail "package name"
+depends=$(dpkg-deb -f "$deb" Depends)
+for library in libpulse0 libqt6widgets6 libqt6dbus6 libc6; do
+  [[ "$depends" == *"$library"* ]] || fail "Depends lacks $library: $depends"
+done
+
+lintian --fail-on error --suppress-tags initial-upload-closes-no-bugs "$deb" || fail "lintian"
+
+# The installed files, unpacked into a throw-away root.
+root="$work/root"
+dpkg-deb -x "$deb" "$root"
+desktop-file-validate "$root"/usr/share/applications/*.desktop "$root"/usr/share/wrenhaven/autostart/*.desktop ||
+  fail "desktop entries"
+for entry in "$root"/usr/share/applications/*.desktop "$root"/usr/share/wrenhaven/autostart/*.desktop; do
+  grep -q '/usr/bin/wrenhaven' "$entry" || fail "$entry does not start the installed agent"
+done
+# systemd checks that the command exists: point it into the unpacked root.
+sed "s|=/usr/bin/|=$root/usr/bin/|" "$root/usr/lib/systemd/user/wrenhaven.service" >"$work/wrenhaven.service"
+analysis=$(systemd-analyze verify --man=no "$work/wrenhaven.service" 2>&1) || fail "systemd-analyze: $analysis"
+[ -z "$analysis" ] || fail "systemd-analyze: $analysis"
+
+# The installed agent runs: a home of its own, no session bus, no sound server.
+home="$work/home"
+mkdir -p "$home/runtime" && chmod 700 "$home/runtime"
+run() {
+  env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$home/runtime" PULSE_SERVER="unix:$home/none" \
+    DBUS_SYSTEM_BUS_ADDRESS="unix:path=$home/none" ASAN_OPTIONS="${ASAN_OPTIONS:-}" \
+    UBSAN_OPTIONS="${UBSAN_OPTIONS:-}" LSAN_OPTIONS="${LSAN_OPTIONS:-}" "$root/usr/bin/wrenhaven" "$@"
+}
+version=$(run --version) || fail "--version exited with $?"
+packaged=$(dpkg-deb -f "$deb" Version)
+[ "$version" = "Wrenhaven ${packaged%-*} (${packaged##*-})" ] || fail "--version says $version for package $packaged"
+diagnostics=$(run --diagnose) || fail "--diagnose exited with $?"
+[[ "$diagnostics" == "Wrenhaven "* ]] || fail "--diagnose printed: $diagnostics"
+echo "package $(basename "$deb") checked"
