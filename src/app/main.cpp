@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "app/BuildConfig.h"
+#include "app/DesktopInstaller.h"
 #include "app/LinuxAppHost.h"
 #include "core/app/AgentStatus.h"
 #include "core/app/AppDelegate.h"
@@ -33,7 +34,9 @@
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
+#include "platform/linux/app/SettingsProcess.h"
 #include "platform/linux/app/SystemInfo.h"
+#include "platform/linux/app/XdgAutostart.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
 #include "platform/linux/settings/XdgPaths.h"
 
@@ -158,8 +161,16 @@ int main(int argc, char** argv) {
   wh::Services services(runtime, settings,
                         {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes});
   wh::BluetoothAccess access(authority, notifications);
-  wh::AgentStatus agentStatus(runtime, settings, services, access, channel, host);
-  wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes);
+  wh::app::DesktopInstaller installer;
+  wh::MoveToApplications move(installer);
+  wh::platform::SettingsProcess settingsProgram(runtime.main(), wh::platform::SettingsProcess::besideThisProgram());
+  wh::SettingsLauncher settingsLauncher(settingsProgram);
+  wh::platform::XdgAutostart autostart = wh::platform::XdgAutostart::forThisProgram();
+  wh::LoginItem loginItem(autostart);
+
+  wh::AgentStatus agentStatus(runtime, settings, services, access, channel, host, loginItem);
+  wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes,
+                           {move, settingsLauncher});
 
   gate.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(); };
 

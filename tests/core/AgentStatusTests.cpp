@@ -118,6 +118,16 @@ TEST_F(AgentStatusTest, CommandsReachTheManagerTheSettingsAndTheActionsAndFollow
   channel.send("openSettings");
   channel.send("openGuide");
   EXPECT_EQ(opened, (std::vector<bool>{false, true}));
+
+  // Launch at login: a value that is not a bool counts as false; a refusal is logged and changes nothing.
+  channel.send("setLaunchAtLogin", {{"value", true}});
+  EXPECT_EQ(stored(StatusKeys::launchAtLogin), true);
+  channel.send("setLaunchAtLogin", {{"value", "no"}});
+  EXPECT_EQ(stored(StatusKeys::launchAtLogin), false);
+  loginItems.refusal = "read-only file system";
+  channel.send("setLaunchAtLogin", {{"value", true}});
+  EXPECT_EQ(stored(StatusKeys::launchAtLogin), false);
+  EXPECT_EQ(log->lines.back(), "launch at login change failed: read-only file system");
 }
 
 TEST_F(AgentStatusTest, OnboardingWatchListsPairedDevicesEveryThreeSecondsWhileTheSettingsProgramRuns) {

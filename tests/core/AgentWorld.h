@@ -7,6 +7,7 @@
 #include "doubles/FakeAgentChannel.h"
 #include "doubles/FakeAppHost.h"
 #include "doubles/FakeBluetooth.h"
+#include "doubles/FakeStartup.h"
 #include "doubles/MemoryApps.h"
 #include "doubles/MemoryAudioHardware.h"
 #include "doubles/MemoryStore.h"
@@ -56,7 +57,9 @@ class AgentWorld : public testing::Test {
   AudioProcessMonitor monitor{rt, hardware, grouping};
   Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor}};
   BluetoothAccess access{authority, notifications};
-  AgentStatus status{rt, settings, services, access, channel, host};
+  FakeLoginItems loginItems;
+  LoginItem loginItem{loginItems};
+  AgentStatus status{rt, settings, services, access, channel, host, loginItem};
   CapturedLog log;
 };
 

@@ -22,8 +22,12 @@ class AppDelegateTest : public test::AgentWorld {
     }
   }
 
-  AppDelegate delegate{rt, settings, notifications, host, BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
-                       services, access, status, monitor};
+  test::FakeInstaller installer;
+  MoveToApplications move{installer};
+  test::FakeSettingsProgram settingsProgram;
+  SettingsLauncher launcher{settingsProgram};
+  AppDelegate delegate{rt,       settings, notifications, host, BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
+                       services, access,   status,        monitor, {move, launcher}};
 };
 
 TEST(LaunchGateTest, ATestRunnerOrAnotherInstanceStopsTheLaunchBeforeTheClaimOrAfterIt) {
@@ -56,8 +60,10 @@ TEST_F(AppDelegateTest, LaunchListensPublishesAndLogsTheStartLineOnceAccessibili
   EXPECT_EQ(channel.statusPosts, 1) << "the first status is published";
   EXPECT_EQ(host.accessChecks, 0) << "asked on the check's queue, not here";
   rt.drainSerialQueues();
-  EXPECT_EQ(log->lines.back(), "Wrenhaven 0.1.0 (7) started on Debian GNU/Linux 12 (bookworm), "
-                               "accessibility true, 2 saved devices");
+  ASSERT_GE(log->lines.size(), 2u);
+  EXPECT_EQ(log->lines[log->lines.size() - 2], "Wrenhaven 0.1.0 (7) started on Debian GNU/Linux 12 (bookworm), "
+                                               "accessibility true, 2 saved devices");
+  EXPECT_EQ(log->lines.back(), "updates: off, no Sparkle public key in this build") << "after the start line";
 }
 
 TEST_F(AppDelegateTest, BluetoothIsTouchedOnlyForRememberedHeadphonesAndStartsOnceWhenAllowed) {
@@ -97,7 +103,8 @@ TEST_F(AppDelegateTest, ChangesInOneTurnGiveOneRefreshThatEndsByPublishingAndNon
   int late = 0;
   std::function<void()> action;
   {
-    AppDelegate shortLived{rt, settings, notifications, host, BuildInfo{}, services, access, status, monitor};
+    AppDelegate shortLived{rt, settings, notifications, host, BuildInfo{}, services, access, status, monitor,
+                           {move, launcher}};
     shortLived.addRefreshStep([&] { ++late; });
     action = shortLived.refreshAction();
     action();  // queued while alive
@@ -165,6 +172,57 @@ TEST_F(AppDelegateTest, ReopenShowsAHiddenMenuIconAgainThroughTheChangeStep) {
   EXPECT_TRUE(delegate.applicationShouldHandleReopen());
   EXPECT_EQ(store.object(Keys::hideMenuIcon), StoreValue::boolean(false));
   EXPECT_EQ(changes, std::vector<std::string>{""});
+}
+
+TEST_F(AppDelegateTest, TheSettingsProgramOpensInItsGuideUntilOnboardingIsDoneAndARunningCopyEndsFirst) {
+  launch();
+  EXPECT_EQ(settingsProgram.ended, 1);
+  EXPECT_TRUE(settingsProgram.starts.empty()) << "not before the running copy has gone";
+  settingsProgram.finishEnding();
+  store.set(Keys::onboardingDone, StoreValue::boolean(true));
+  delegate.applicationShouldHandleReopen();
+  settingsProgram.startError = "No such file or directory";
+  settingsProgram.finishEnding();
+  EXPECT_EQ(settingsProgram.starts, (std::vector<bool>{true, false}));
+  EXPECT_EQ(log->lines.back(), "could not open settings: No such file or directory");
+  settingsProgram.present = false;
+  delegate.applicationShouldHandleReopen();
+  EXPECT_EQ(log->lines.back(), "settings app missing at /usr/bin/wrenhaven-settings");
+  EXPECT_EQ(settingsProgram.ended, 2);
+}
+
+TEST_F(AppDelegateTest, AProgramRunningFromATemporaryPlaceIsOfferedAMoveThatRestartsItFromTheApplicationsFolder) {
+  struct Case {
+    std::string path;
+    bool appImage;
+    ProgramInstaller::Choice choice;
+    std::string existing, failing;
+    std::vector<std::string> done;  // what was asked of the desktop; "quit" means start-up stopped
+  };
+  const std::string apps = "/home/ada/Applications";
+  using Choice = ProgramInstaller::Choice;
+  for (const auto& c : std::vector<Case>{
+           {"/usr/bin", false, Choice::move, "", "", {}},
+           {apps + "/Wrenhaven.AppImage", true, Choice::move, "", "", {}},
+           {"/home/ada/Downloads/Wrenhaven.AppImage", true, Choice::notNow, "", "", {"ask"}},
+           {"/media/ada/stick/wrenhaven", false, Choice::move, apps + "/Wrenhaven", "",
+            {"ask", "trash " + apps + "/Wrenhaven", "copy /media/ada/stick/wrenhaven " + apps + "/Wrenhaven",
+             "launch " + apps + "/Wrenhaven", "quit"}},
+           {"/tmp/w", false, Choice::move, "", "copy",
+            {"ask", "copy /tmp/w " + apps + "/Wrenhaven", "alert Could not move the app"}},
+           {"/run/media/w", false, Choice::move, apps + "/Wrenhaven", "trash",
+            {"ask", "trash " + apps + "/Wrenhaven", "alert Could not move the app"}}}) {
+    test::FakeInstaller fake;
+    fake.path = c.path, fake.appImage = c.appImage, fake.choice = c.choice, fake.existing = c.existing;
+    fake.failing = c.failing;
+    EXPECT_EQ(MoveToApplications(fake).offerIfNeeded(), !c.done.empty() && c.done.back() == "quit") << c.path;
+    EXPECT_EQ(fake.done, c.done) << c.path;
+  }
+  installer.path = "/tmp/wrenhaven";
+  launch();
+  EXPECT_EQ(installer.done.back(), "quit");
+  EXPECT_EQ(hardware.listenerCount(), 0u) << "nothing else starts";
+  EXPECT_FALSE(channel.handler);
 }
 
 }  // namespace

@@ -8,8 +8,14 @@
 namespace wh {
 
 AgentStatus::AgentStatus(Runtime& runtime, Settings& settings, Services& services, BluetoothAccess& access,
-                         AgentChannel& channel, AppHost& host)
-    : runtime_(runtime), settings_(settings), services_(services), access_(access), channel_(channel), accessibility_(runtime, host) {}
+                         AgentChannel& channel, AppHost& host, LoginItem& loginItem)
+    : runtime_(runtime),
+      settings_(settings),
+      services_(services),
+      access_(access),
+      channel_(channel),
+      accessibility_(runtime, host),
+      loginItem_(loginItem) {}
 
 const char* AgentStatus::accessText(BluetoothAuthorization authorization) {
   switch (authorization) {
@@ -64,6 +70,8 @@ void AgentStatus::publish() {
   put(changes, StatusKeys::pinStatus, StoreValue::string(describe(services_.pinner.status())));
   put(changes, StatusKeys::inCall, StoreValue::boolean(services_.pinner.inCall()));
   if (const auto trusted = accessibility_.trusted()) put(changes, StatusKeys::accessibility, StoreValue::boolean(*trusted));
+  put(changes, StatusKeys::launchAtLogin, StoreValue::boolean(loginItem_.enabled()));
+  put(changes, StatusKeys::launchAtLoginNeedsApproval, StoreValue::boolean(loginItem_.needsApproval()));
   commit(std::move(changes));
 }
 
@@ -135,6 +143,8 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
     }
   } else if (command.rfind("toggle:", 0) == 0) {
     if (command.size() > 7) services_.bluetooth.toggle(command.substr(7));
+  } else if (command == "setLaunchAtLogin") {
+    loginItem_.set(boolValue(userInfo, "value"));
   } else if (command == "onboardingVisible") {
     onboardingVisible(boolValue(userInfo, "value"));
   } else if (command == "openSettings" || command == "openGuide") {

@@ -12,6 +12,7 @@
 #include "core/app/AgentChannel.h"
 #include "core/app/AppHost.h"
 #include "core/app/Services.h"
+#include "core/app/StartupChores.h"
 #include "core/bluetooth/BluetoothAccess.h"
 #include "core/notify/NotificationCenter.h"
 #include "core/runtime/Runtime.h"
@@ -27,6 +28,8 @@ inline constexpr char accessibility[] = "agent.accessibility";      // bool
 inline constexpr char paired[] = "agent.paired";                    // [{"address", "name"}]
 inline constexpr char pinStatus[] = "agent.pinStatus";              // the input pinner's status text
 inline constexpr char inCall[] = "agent.inCall";                    // bool
+inline constexpr char launchAtLogin[] = "agent.launchAtLogin";      // bool
+inline constexpr char launchAtLoginNeedsApproval[] = "agent.launchAtLoginNeedsApproval";  // bool
 }  // namespace StatusKeys
 
 class AgentStatus {
@@ -43,7 +46,7 @@ class AgentStatus {
   static constexpr double batteryMaxAge = 600.0;
 
   AgentStatus(Runtime& runtime, Settings& settings, Services& services, BluetoothAccess& access,
-              AgentChannel& channel, AppHost& host);
+              AgentChannel& channel, AppHost& host, LoginItem& loginItem);
   AgentStatus(const AgentStatus&) = delete;
   AgentStatus& operator=(const AgentStatus&) = delete;
 
@@ -76,6 +79,7 @@ class AgentStatus {
   BluetoothAccess& access_;
   AgentChannel& channel_;
   AccessibilityCheck accessibility_;
+  LoginItem& loginItem_;
   Actions actions_;
   std::unique_ptr<Registration> listening_;
   std::unique_ptr<RepeatingTimer> onboardingWatch_;

@@ -7,7 +7,7 @@ namespace wh {
 
 AppDelegate::AppDelegate(Runtime& runtime, Settings& settings, NotificationCenter& notifications, AppHost& host,
                          BuildInfo build, Services& services, BluetoothAccess& access, AgentStatus& status,
-                         AudioProcessMonitor& processes)
+                         AudioProcessMonitor& processes, StartupChores chores)
     : runtime_(runtime),
       settings_(settings),
       notifications_(notifications),
@@ -16,7 +16,8 @@ AppDelegate::AppDelegate(Runtime& runtime, Settings& settings, NotificationCente
       services_(services),
       access_(access),
       status_(status),
-      processes_(processes) {
+      processes_(processes),
+      chores_(chores) {
   refreshAction_ = [this, alive = lifetime_.weak()] {
     if (!alive.alive() || refreshPending_) return;
     refreshPending_ = true;
@@ -34,6 +35,7 @@ void AppDelegate::refresh() {
 
 void AppDelegate::applicationDidFinishLaunching() {
   // The test runner and another instance were ruled out before anything was built (LaunchGate).
+  if (chores_.move.offerIfNeeded()) return;  // starting again from the new place
   processes_.start();
 
   services_.pinner.onChange = refreshAction_;
@@ -64,12 +66,18 @@ void AppDelegate::applicationDidFinishLaunching() {
     if (!devices.empty()) services_.battery.refresh(std::move(devices));
   }));
 
-  status_.listen({lifetime_.guard([this] { startBluetooth(); }), nullptr,
+  status_.listen({lifetime_.guard([this] { startBluetooth(); }),
+                  lifetime_.guard([this](bool onboarding) { chores_.settings.open(onboarding); }),
                   lifetime_.guard([this] { host_.openBluetoothSettings(); })});
   status_.publish();
+  if (!settings_.boolValue(Keys::onboardingDone, false)) chores_.settings.open(true);
 
   // The start line names the accessibility answer, which comes back from the check's own queue.
-  status_.accessibility().start(refreshAction_, lifetime_.guard([this] { Log::info(startLine()); }));
+  status_.accessibility().start(refreshAction_, lifetime_.guard([this] {
+    Log::info(startLine());
+    // Linux builds carry no update key: updates come from the package manager.
+    Log::info("updates: off, no Sparkle public key in this build");
+  }));
 }
 
 void AppDelegate::startBluetooth() {
@@ -137,6 +145,7 @@ bool AppDelegate::applicationShouldHandleReopen() {
     settings_.store().set(Keys::hideMenuIcon, StoreValue::boolean(false));
     settings_.changed("");
   }
+  chores_.settings.open(!settings_.boolValue(Keys::onboardingDone, false));
   return true;
 }
 

@@ -14,6 +14,7 @@
 #include "core/app/AppHost.h"
 #include "core/app/BuildInfo.h"
 #include "core/app/Services.h"
+#include "core/app/StartupChores.h"
 #include "core/audio/AudioProcesses.h"
 #include "core/bluetooth/BluetoothAccess.h"
 #include "core/notify/NotificationCenter.h"
@@ -31,7 +32,7 @@ class AppDelegate {
 
   AppDelegate(Runtime& runtime, Settings& settings, NotificationCenter& notifications, AppHost& host,
               BuildInfo build, Services& services, BluetoothAccess& access, AgentStatus& status,
-              AudioProcessMonitor& processes);
+              AudioProcessMonitor& processes, StartupChores chores);
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
 
@@ -66,6 +67,7 @@ class AppDelegate {
   BluetoothAccess& access_;
   AgentStatus& status_;
   AudioProcessMonitor& processes_;
+  StartupChores chores_;
   bool refreshPending_ = false;
   std::vector<std::function<void()>> refreshSteps_;
   std::function<void()> refreshAction_;
