@@ -27,6 +27,7 @@
 #include "platform/linux/bluetooth/BluezStack.h"
 #include "platform/linux/bluetooth/BluezUPowerBatterySources.h"
 #include "platform/linux/log/JournalLog.h"
+#include "platform/linux/report/CrashReports.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "platform/linux/bluetooth/LogindSleepWatcher.h"
 #include "platform/linux/audio/ProcFsProcessTable.h"
@@ -143,6 +144,7 @@ int main(int argc, char** argv) {
       runtime.makeSerialQueue(wh::FileLog::queueLabel, wh::QueuePriority::utility), std::chrono::system_clock::now,
       [](std::FILE* file) { ::fsync(::fileno(file)); });
   wh::Log::install(systemLog, fileLog);
+  wh::platform::installCrashReports(wh::platform::stateHome() / logName / "crashes");
 
   wh::platform::JsonFileStore store(wh::platform::settingsFile());
   wh::NotificationCenter notifications;
