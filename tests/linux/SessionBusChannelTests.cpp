@@ -17,24 +17,6 @@ namespace {
 
 using Commands = std::vector<std::pair<std::string, nlohmann::json>>;
 
-// Owns the settings program's bus name, prints "status" for every status signal, and sends a
-// "toggle" command with three plain values and one container (which the agent ignores).
-constexpr const char* kSettingsProgram = R"(
-import sys, dbus
-from dbus.mainloop.glib import DBusGMainLoop
-from gi.repository import GLib
-DBusGMainLoop(set_as_default=True)
-bus = dbus.bus.BusConnection(sys.argv[1])
-bus.add_signal_receiver(lambda *args: print("status", len(args), flush=True), signal_name="status",
-                        dbus_interface="com.quintelbarrows.wrenhaven", path="/com/quintelbarrows/wrenhaven")
-bus.request_name("com.quintelbarrows.wrenhaven.settings")
-message = dbus.lowlevel.SignalMessage("/com/quintelbarrows/wrenhaven", "com.quintelbarrows.wrenhaven", "command")
-message.append("toggle", dbus.Dictionary({"address": "aa-bb-cc-dd-ee-ff", "value": dbus.Boolean(True),
-    "count": dbus.Int32(3), "list": dbus.Array(["x"], signature="s")}, signature="sv"))
-GLib.timeout_add(200, lambda: bus.send_message(message) and False)
-GLib.MainLoop().run()
-)";
-
 TEST(SessionBusChannel, CommandsAndStatusSignalsTravelBetweenTheProgramsAndTheAgentsOwnWritesStayHome) {
   test::qtApplication();
   test::DBusDaemon bus;
@@ -49,7 +31,8 @@ TEST(SessionBusChannel, CommandsAndStatusSignalsTravelBetweenTheProgramsAndTheAg
   });
   EXPECT_FALSE(agent.settingsAppRunning());
 
-  test::ChildProcess settings({"/usr/bin/python3", "-c", kSettingsProgram, bus.address()});
+  test::ChildProcess settings({"/usr/bin/python3", WRENHAVEN_SETTINGS_STAND_IN, "--send-toggle"},
+                              {{"DBUS_SESSION_BUS_ADDRESS", bus.address()}});
   ASSERT_TRUE(test::spinUntil([&] { return !commands.empty(); })) << settings.output();
   EXPECT_EQ(commands[0], Commands::value_type("toggle", {{"address", "aa-bb-cc-dd-ee-ff"}, {"value", true}, {"count", 3}}));
   EXPECT_TRUE(agent.settingsAppRunning());
