@@ -145,6 +145,28 @@ TEST_P(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState
   EXPECT_TRUE(test::eventually([&] { return hw->processObjects().size() == 4; }));
 }
 
+// Neither server makes a card without sound hardware or a Bluetooth stack (PulseAudio's come from
+// its ALSA and BlueZ modules, PipeWire's from its device monitors or a client exporting a device
+// of its own), so the rig has none and profiles are never switched here for real: this checks that
+// no card is invented, that a write for a card the server does not have (one that vanished
+// mid-switch) is refused in time, and which device a recording runs on. Card records: the mirror tests.
+TEST_P(PulseAudioHardwareTest, AVanishedCardRefusesItsProfileAndARecordingRunsOnTheDeviceItRecordsFrom) {
+  auto hw = connect();
+  EXPECT_TRUE(hw->cards().empty());
+  hw->applyCard({999, "bluez_card.AA_BB_CC_DD_EE_FF", "WH-1000XM4", {{"device.api", "bluez5"}}, "headset-head-unit", {}});
+  ASSERT_EQ(hw->cards().size(), 1u);
+  EXPECT_EQ(hw->cards()[0].transport, Transport::bluetooth);
+  EXPECT_FALSE(hw->setCardProfile(hw->cards()[0].id, "a2dp-sink")) << "the server has no such card";
+  const AudioObjectID laptop = idOf(*hw, PulseRig::laptopMicrophone), headset = idOf(*hw, PulseRig::headphonesInput);
+  auto meter = rig.client({"--peak"});  // on the default source, the laptop's
+  test::ChildProcess recorder({"parecord", "-d", PulseRig::headphonesInput, "/dev/null"}, rig.clientEnvironment());
+  ASSERT_TRUE(meter);
+  EXPECT_TRUE(test::eventually([&] { return hw->deviceIsRunningSomewhere(headset) == true; }));
+  EXPECT_EQ(hw->deviceIsRunningSomewhere(laptop), false) << "a level meter records nothing";
+  recorder.terminate(SIGTERM);
+  EXPECT_TRUE(test::eventually([&] { return hw->deviceIsRunningSomewhere(headset) == false; }));
+}
+
 // Only PipeWire's pulse server learns a client's sandbox from its socket.
 class PipeWireSandboxTest : public PulseAudioHardwareTest {};
 

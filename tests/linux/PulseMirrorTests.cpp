@@ -14,6 +14,7 @@ class Mirror final : public PulseMirror {
  public:
   using PulseMirror::PulseMirror;
   bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
+  bool setCardProfile(AudioObjectID, const std::string&) override { return false; }
 };
 
 PulseDeviceInfo device(std::uint32_t index, bool sink, const std::string& name, PulseProperties properties = {},
@@ -86,7 +87,7 @@ TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndTakeWhatThei
   mirror.applyDevice(renamed);
   const AudioObjectID id = AudioDevice::byUID(mirror, "headset-mic")->id;
   EXPECT_EQ(mirror.deviceTransport(id), Transport::aggregate);
-  mirror.applyCard(7, {{"device.api", "bluez5"}});
+  mirror.applyCard({7, "bluez_card.AA_BB_CC_DD_EE_FF", "", {{"device.api", "bluez5"}}, "a2dp-sink", {}});
   EXPECT_EQ(mirror.deviceTransport(id), Transport::bluetooth);
 }
 
@@ -110,6 +111,27 @@ TEST_F(PulseMirrorTest, ProcessesAreClientsWithStreamsInWhateverOrderTheServerRe
   mirror.applyClient({3, 300, std::nullopt});
   mirror.applyStream(true, {11, 3, false, false});
   EXPECT_NE(mirror.processObjects().at(0), ids[0]) << "after a reconnection a client is a new object";
+}
+
+TEST_F(PulseMirrorTest, CardsKeepTheirIDByNameAndReportEachChangeOfProfile) {
+  int calls = 0;
+  mirror.addListener(audioSystemObject, AudioProperty::cards, [&] { ++calls; });
+  const std::vector<AudioProfile> offered = {{"a2dp-sink-aac", pulseProfileKind("a2dp-sink-aac"), 18},
+                                             {"headset-head-unit-msbc", pulseProfileKind("headset-head-unit-msbc"), 8}};
+  PulseCardInfo card{7, "bluez_card.AA_BB_CC_DD_EE_FF", "WH", {{"device.bus", "bluetooth"}}, "a2dp-sink-aac", offered};
+  for (const char* active : {"a2dp-sink-aac", "a2dp-sink-aac", "headset-head-unit-msbc"}) {
+    card.activeProfile = active;
+    mirror.applyCard(card);
+    rt.runReady();
+  }
+  EXPECT_EQ(calls, 2) << "an unchanged card is no change";
+  const AudioObjectID id = mirror.cards().at(0).id;
+  mirror.removeCard(7);
+  card.index = 8;  // back after a reconnection, under another index
+  mirror.applyCard(card);
+  EXPECT_EQ(mirror.cards().at(0), (AudioCard{id, card.name, "WH", Transport::bluetooth, "headset-head-unit-msbc", offered}));
+  EXPECT_EQ(std::vector({offered[0].kind, offered[1].kind, pulseProfileKind("off"), pulseProfileKind("handsfree_head_unit")}),
+            std::vector({ProfileKind::music, ProfileKind::headset, ProfileKind::other, ProfileKind::headset}));
 }
 
 TEST_F(PulseMirrorTest, ListenersHearTheirOwnPropertyOncePerTurnAndNeverAfterRemoval) {
