@@ -145,11 +145,10 @@ TEST_P(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState
   EXPECT_TRUE(test::eventually([&] { return hw->processObjects().size() == 4; }));
 }
 
-// Neither server makes a card without sound hardware or a Bluetooth stack (PulseAudio's come from
-// its ALSA and BlueZ modules, PipeWire's from its device monitors or a client exporting a device
-// of its own), so the rig has none and profiles are never switched here for real: this checks that
-// no card is invented, that a write for a card the server does not have (one that vanished
-// mid-switch) is refused in time, and which device a recording runs on. Card records: the mirror tests.
+// Neither server makes a card without sound hardware or a Bluetooth stack, so the rig has none and
+// no profile is switched for real here (see docs/architecture.md): this checks that no card is
+// invented, that a write for a card the server lacks (one gone mid-switch) is refused, and which
+// device a recording runs on.
 TEST_P(PulseAudioHardwareTest, AVanishedCardRefusesItsProfileAndARecordingRunsOnTheDeviceItRecordsFrom) {
   auto hw = connect();
   EXPECT_TRUE(hw->cards().empty());

@@ -352,7 +352,8 @@ std::uint32_t PulseMirror::transportOf(const Device& device) const {
   const auto card = device.card ? cards_.find(*device.card) : cards_.end();
   if (card == cards_.end()) return pulseTransport(device.name, device.properties, device.hardware, device.network);
   PulseProperties merged = device.properties;
-  merged.insert(card->second.info.properties.begin(), card->second.info.properties.end());  // the device's own keys stay
+  const PulseProperties& inherited = card->second.info.properties;
+  merged.insert(inherited.begin(), inherited.end());  // the device's own keys stay
   return pulseTransport(device.name, merged, device.hardware, device.network);
 }
 
