@@ -27,6 +27,8 @@ inline constexpr char accessibility[] = "agent.accessibility";      // bool
 inline constexpr char paired[] = "agent.paired";                    // [{"address", "name"}]
 inline constexpr char pinStatus[] = "agent.pinStatus";              // the input pinner's status text
 inline constexpr char inCall[] = "agent.inCall";                    // bool
+inline constexpr char profileGuard[] = "agent.profileGuard";        // the profile guard's status text
+inline constexpr char outputQuality[] = "agent.outputQuality";      // "<name>: 44.1 kHz, full quality", or ""
 }  // namespace StatusKeys
 
 class AgentStatus {

@@ -64,6 +64,14 @@ struct AudioCard {
   std::string activeProfile;
   std::vector<AudioProfile> profiles;
   bool operator==(const AudioCard&) const = default;
+
+  // What the active profile is for; other when it is none of the offered ones.
+  ProfileKind activeKind() const {
+    for (const auto& profile : profiles) {
+      if (profile.name == activeProfile) return profile.kind;
+    }
+    return ProfileKind::other;
+  }
 };
 
 enum class Direction { input, output };

@@ -112,9 +112,7 @@ void ProfileGuard::evaluate() {
   bool holding = false;
   for (const auto& guarded : guardedCards()) {
     const AudioCard& card = guarded.card;
-    const auto active = std::find_if(card.profiles.begin(), card.profiles.end(),
-                                     [&](const AudioProfile& profile) { return profile.name == card.activeProfile; });
-    const ProfileKind kind = active == card.profiles.end() ? ProfileKind::other : active->kind;
+    const ProfileKind kind = card.activeKind();
     if (kind == ProfileKind::music) musicProfiles_[card.name] = card.activeProfile;
     if (kind != ProfileKind::headset || recordedFrom(guarded.address)) {
       holding = holding || kind == ProfileKind::music || kind == ProfileKind::headset;
