@@ -33,7 +33,6 @@ class MemoryAudioHardware final : public AudioHardware {
   std::vector<AudioCard> cardList;
   std::map<AudioProperty, bool> refuseWrites;
   bool refuseProfiles = false;
-  std::vector<std::pair<AudioObjectID, std::string>> profileWrites;  // accepted and refused, in order
   std::vector<std::pair<AudioProperty, AudioObjectID>> writes;  // accepted and refused, in order
   std::size_t processListReads = 0;
 
@@ -59,7 +58,6 @@ class MemoryAudioHardware final : public AudioHardware {
   std::optional<bool> deviceIsRunningSomewhere(AudioObjectID id) override { return device(id, &Device::runningSomewhere); }
   std::vector<AudioCard> cards() override { return cardList; }
   bool setCardProfile(AudioObjectID id, const std::string& profile) override {
-    profileWrites.emplace_back(id, profile);
     const auto card = std::find_if(cardList.begin(), cardList.end(), [&](const AudioCard& c) { return c.id == id; });
     if (refuseProfiles || card == cardList.end()) return false;
     card->activeProfile = profile;

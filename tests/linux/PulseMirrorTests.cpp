@@ -113,24 +113,6 @@ TEST_F(PulseMirrorTest, ProcessesAreClientsWithStreamsInWhateverOrderTheServerRe
   EXPECT_NE(mirror.processObjects().at(0), ids[0]) << "after a reconnection a client is a new object";
 }
 
-TEST_F(PulseMirrorTest, CardsKeepTheirIDByNameAndReportEachChangeOfProfile) {
-  int calls = 0;
-  mirror.addListener(audioSystemObject, AudioProperty::cards, [&] { ++calls; });
-  const std::vector<AudioProfile> offered = {{"a2dp-sink-aac", ProfileKind::music, 18}, {"off", ProfileKind::other, 0}};
-  PulseCardInfo card{7, "bluez_card.AA_BB_CC_DD_EE_FF", "WH", {{"device.bus", "bluetooth"}}, "a2dp-sink-aac", offered};
-  for (const char* active : {"a2dp-sink-aac", "a2dp-sink-aac", "off"}) {
-    card.activeProfile = active;
-    mirror.applyCard(card);
-    rt.runReady();
-  }
-  EXPECT_EQ(calls, 2) << "an unchanged card is no change";
-  const AudioObjectID id = mirror.cards().at(0).id;
-  mirror.removeCard(7);
-  card.index = 8;  // back after a reconnection, under another index
-  mirror.applyCard(card);
-  EXPECT_EQ(mirror.cards().at(0), (AudioCard{id, card.name, "WH", Transport::bluetooth, "off", offered}));
-}
-
 TEST_F(PulseMirrorTest, ListenersHearTheirOwnPropertyOncePerTurnAndNeverAfterRemoval) {
   std::map<AudioProperty, int> calls;
   for (auto property : {AudioProperty::devices, AudioProperty::defaultOutputDevice, AudioProperty::processObjectList}) {
