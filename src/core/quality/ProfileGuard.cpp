@@ -100,10 +100,14 @@ std::optional<std::string> ProfileGuard::musicProfileFor(const AudioCard& card) 
 }
 
 void ProfileGuard::evaluate() {
-  if (!settings_.boolValue(Keys::pinInput, true)) return setState(Status::off);
+  if (!settings_.boolValue(Keys::pinInput, true)) {
+    setState(Status::off);
+    return;
+  }
   if (pinner_.headphoneMicAllowed() || pinner_.isFighting()) {
     released_ = true;
-    return setState(Status::released);
+    setState(Status::released);
+    return;
   }
   if (released_) {  // a call, an override or the pinner's fight is over: the record starts afresh
     released_ = false;

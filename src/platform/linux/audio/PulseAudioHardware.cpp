@@ -457,16 +457,15 @@ bool PulseAudioHardware::setDefaultDevice(AudioProperty which, AudioObjectID dev
   return accepted;
 }
 
-}  // namespace wh::platform
-
-namespace wh::platform {
-
 bool PulseAudioHardware::setCardProfile(AudioObjectID card, const std::string& profile) {
   const auto name = cardServerName(card);
   if (!name) return false;
-  return connection_->run([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
+  const bool accepted = connection_->run([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
     return pa_context_set_card_profile_by_name(context, name->c_str(), profile.c_str(), done, userdata);
   });
+  // As for defaults: reads follow the write at once, and the server's report confirms it.
+  if (accepted) noteCardProfile(card, profile);
+  return accepted;
 }
 
 }  // namespace wh::platform

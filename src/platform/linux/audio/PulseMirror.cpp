@@ -267,6 +267,19 @@ void PulseMirror::noteDefault(bool sink, const std::string& name) {
   report(changes);
 }
 
+void PulseMirror::noteCardProfile(AudioObjectID id, const std::string& profile) {
+  Changes changes;
+  {
+    std::lock_guard lock(mutex_);
+    for (auto& [index, card] : cards_) {
+      if (card.id != id || card.info.activeProfile == profile) continue;
+      card.info.activeProfile = profile;
+      changes.emplace_back(audioSystemObject, AudioProperty::cards);
+    }
+  }
+  report(changes);
+}
+
 void PulseMirror::clear() {
   Changes changes;
   {

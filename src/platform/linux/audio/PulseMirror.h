@@ -106,6 +106,8 @@ class PulseMirror : public AudioHardware {
   void applyDefaults(const std::string& sink, const std::string& source);
   // A default that this adapter has just set and the server has accepted.
   void noteDefault(bool sink, const std::string& name);
+  // A card profile that this adapter has just set and the server has accepted.
+  void noteCardProfile(AudioObjectID card, const std::string& profile);
   // The connection has gone: nothing is known any more.
   void clear();
 
