@@ -1,5 +1,4 @@
-// The profile guard beside a running input pinner, on the virtual clock: scripts of events played
-// on headphones in their SBC music profile. The pace and fight rules are the pinner's (its tests).
+// The profile guard beside a running input pinner, on the virtual clock (pace and fight: the pinner's).
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -30,10 +29,9 @@ class ProfileGuardTest : public testing::TestWithParam<Scenario>, protected test
     settings.setDevices(records);
   }
 
-  // "+S": S seconds pass; "call", "hangup": a meeting app records ("unseen": not yet read by the
-  // monitor); "override": the user allows the headphone mic; "refuse": profile writes fail (again:
-  // succeed); else the card changes: "hsp" to its headset profile, "rec" its mic is recorded from,
-  // "sbcGone", "noMusic" SBC or every music profile goes.
+  // "+S": seconds pass; "call", "hangup" ("unseen": not read by the monitor yet); "override"; "refuse"
+  // (again: accept) profile writes; else the card, in SBC, changes: "hsp" to headset, "rec" its mic
+  // is recorded, "sbcGone", "noMusic": SBC or every music profile goes.
   void play(const std::string& script) {
     pinner.start();
     guard.start();
