@@ -21,6 +21,7 @@ class Mirror final : public platform::PulseMirror {
  public:
   using PulseMirror::PulseMirror;
   bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
+  bool setCardProfile(AudioObjectID, const std::string&) override { return false; }
 };
 
 // A process table and desktop entries of a desktop session: every tenth process an app.

@@ -5,9 +5,12 @@
 #include <string>
 
 #include "core/audio/AppGrouping.h"
+#include "core/quality/InputPinner.h"
+#include "doubles/MemoryStore.h"
 #include "doubles/MemoryApps.h"
 #include "doubles/MemoryAudioHardware.h"
 #include "doubles/VirtualRuntime.h"
+#include "support/CapturedLog.h"
 
 namespace wh::test {
 
@@ -30,6 +33,17 @@ struct AudioWorld {
     entries.push_back({id, id, "", false, false});
     desktop.set(entries);
   }
+};
+
+// The same with the settings, the process monitor and the input pinner over them.
+struct QualityWorld : AudioWorld {
+  CapturedLog log;
+  MemoryStore store;
+  NotificationCenter notifications;
+  Settings settings{store, notifications, true, nullptr};
+  AudioProcessMonitor monitor{rt, hw, grouping};
+  InputPinner pinner{rt, settings, hw, monitor};
+  std::vector<DeviceSetting> records;
 };
 
 }  // namespace wh::test

@@ -41,11 +41,16 @@ TEST_F(DiagnoseTest, MarksRolesAndDefaultsNamesThePreferredMicTheCallBatteriesAn
                                      {std::nullopt, std::string("aa-bb-cc-dd-ee-ff"), buds}};
   };
   sources.inputAccess = {true, false};
+  hw.cardList = {{8, "alsa_card.pci-0000_00_1f.3", "Built-in Audio", Transport::builtIn, "output:analog-stereo", {}},
+                 {9, "bluez_card.AA_BB_CC_DD_EE_FF", "", Transport::bluetooth, "headset-head-unit",
+                  {{"a2dp-sink", ProfileKind::music}, {"headset-head-unit", ProfileKind::headset}}}};
   const std::string full = text();
   for (const char* part : {"Wrenhaven 0.1.0 (7) on Debian GNU/Linux 12 (bookworm)\n\nAudio devices:\n",
                            "  Microphone  [built-in in] 44100 Hz\n",
                            "  Headset  [bluetooth in out] ? default output, default input\n",
-                           "  LE Buds  [bluetooth out] 48000 Hz\n  Dock  [usb ] 96000 Hz\nPreferred mic: Microphone\n",
+                           "  LE Buds  [bluetooth out] 48000 Hz\n  Dock  [usb ] 96000 Hz\nPreferred mic: Microphone\n\nBluetooth cards:\n"
+                           "  bluez_card.AA_BB_CC_DD_EE_FF: headset-head-unit (headset profile; offers a2dp-sink, "
+                           "headset-head-unit)\n\nAudio processes:\n",
                            "  pid 2001 us.zoom.xos INPUT OUTPUT\n  pid 0 (no bundle id) OUTPUT\nIn a call: true\n",
                            "\nBattery entries in BlueZ: \n  WH-1000XM4: 55%\n  ?: L 80% · R 70%\n",
                            "Accessibility trusted: false (media-key input devices readable: yes, /dev/uinput writable: no)"}) {

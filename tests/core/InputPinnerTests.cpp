@@ -8,8 +8,6 @@
 
 #include "AudioWorld.h"
 #include "core/quality/InputPinner.h"
-#include "doubles/MemoryStore.h"
-#include "support/CapturedLog.h"
 
 namespace wh {
 namespace {
@@ -28,7 +26,7 @@ struct Scenario {
   std::string lastLog = {};
 };
 
-class InputPinnerTest : public testing::TestWithParam<Scenario>, protected test::AudioWorld {
+class InputPinnerTest : public testing::TestWithParam<Scenario>, protected test::QualityWorld {
  protected:
   InputPinnerTest() {
     addDevice(speakers, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Speakers", Transport::builtIn, 0, 1);
@@ -84,13 +82,6 @@ class InputPinnerTest : public testing::TestWithParam<Scenario>, protected test:
 
   const std::map<std::string, AudioObjectID> named{
       {"speakers", speakers}, {"mic", mic}, {"usb", usb}, {"bt", bt}, {"le", le}};
-  test::CapturedLog log;
-  MemoryStore store;
-  NotificationCenter notifications;
-  Settings settings{store, notifications, true, nullptr};
-  AudioProcessMonitor monitor{rt, hw, grouping};
-  InputPinner pinner{rt, settings, hw, monitor};
-  std::vector<DeviceSetting> records;
   std::vector<std::string> statuses{"idle"};
 };
 

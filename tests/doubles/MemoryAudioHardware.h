@@ -3,6 +3,7 @@
 // refused, and reads of the process list are counted. Changes are silent until the test calls
 // notify(), which calls the matching handlers at once, as the sound server's report would.
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -17,6 +18,7 @@ class MemoryAudioHardware final : public AudioHardware {
     std::optional<std::string> uid, name;
     std::optional<std::uint32_t> transport, inputStreams, outputStreams;
     std::optional<double> nominalSampleRate;
+    std::optional<bool> runningSomewhere = false;
   };
   struct Process {
     AudioObjectID id = audioObjectUnknown;
@@ -28,7 +30,9 @@ class MemoryAudioHardware final : public AudioHardware {
   std::vector<Device> deviceList;
   std::vector<Process> processList;
   std::map<AudioProperty, std::optional<AudioObjectID>> defaults;
+  std::vector<AudioCard> cardList;
   std::map<AudioProperty, bool> refuseWrites;
+  bool refuseProfiles = false;
   std::vector<std::pair<AudioProperty, AudioObjectID>> writes;  // accepted and refused, in order
   std::size_t processListReads = 0;
 
@@ -50,6 +54,14 @@ class MemoryAudioHardware final : public AudioHardware {
   }
   std::optional<double> deviceNominalSampleRate(AudioObjectID id) override {
     return device(id, &Device::nominalSampleRate);
+  }
+  std::optional<bool> deviceIsRunningSomewhere(AudioObjectID id) override { return device(id, &Device::runningSomewhere); }
+  std::vector<AudioCard> cards() override { return cardList; }
+  bool setCardProfile(AudioObjectID id, const std::string& profile) override {
+    const auto card = std::find_if(cardList.begin(), cardList.end(), [&](const AudioCard& c) { return c.id == id; });
+    if (refuseProfiles || card == cardList.end()) return false;
+    card->activeProfile = profile;
+    return true;
   }
   std::optional<AudioObjectID> defaultDevice(AudioProperty which) override { return defaults[which]; }
   bool setDefaultDevice(AudioProperty which, AudioObjectID id) override {

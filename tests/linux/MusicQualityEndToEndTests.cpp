@@ -60,6 +60,9 @@ TEST_P(MusicQualityEndToEndTest, AHeadphoneMicrophoneOrItsLoopbackMadeDefaultIsM
   select(PulseRig::headphonesLoopback);
   ASSERT_TRUE(test::eventually([&] { return log().find("(was WH-1000XM4)") != std::string::npos; }, 10s)) << log();
   EXPECT_TRUE(test::eventually([&] { return defaultSource() == PulseRig::laptopMicrophone; }, 10s));
+  pulse.pactl({"set-default-sink", PulseRig::headphonesOutput});
+  EXPECT_TRUE(test::eventually([&] { return status("agent.outputQuality") == "WH-1000XM4: 44.1 kHz, full quality"; }));
+  EXPECT_EQ(status("agent.profileGuard"), "idle") << "no card on a server without hardware";
 }
 
 TEST_P(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerStopAndSayItIsFighting) {

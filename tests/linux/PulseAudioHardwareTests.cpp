@@ -147,6 +147,26 @@ TEST_P(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningState
   EXPECT_TRUE(test::eventually([&] { return hw->processObjects().size() == 4; }));
 }
 
+// Neither server makes a card without sound hardware or a Bluetooth stack (docs/architecture.md): no
+// profile is switched for real; a write for a card the server lacks (gone mid-switch) is refused.
+TEST_P(PulseAudioHardwareTest, AVanishedCardRefusesItsProfileAndARecordingRunsOnTheDeviceItRecordsFrom) {
+  auto hw = connect();
+  EXPECT_TRUE(hw->cards().empty()) << "none is invented";
+  PulseCardInfo card{998, "bluez_card.AA_BB_CC_DD_EE_FF", "WH-1000XM4", {{"device.api", "bluez5"}}, "a2dp-sink", {}};
+  hw->applyCard(card);
+  const AudioObjectID id = hw->cards().at(0).id;
+  hw->removeCard(998);
+  card.index = 999;  // back under another index
+  hw->applyCard(card);
+  ASSERT_EQ(hw->cards().at(0), (AudioCard{id, card.name, "WH-1000XM4", Transport::bluetooth, "a2dp-sink", {}}));
+  EXPECT_FALSE(hw->setCardProfile(id, "headset-head-unit")) << "the server has no such card";
+  const AudioObjectID headset = idOf(*hw, PulseRig::headphonesInput);
+  test::ChildProcess recorder({"parecord", "-d", PulseRig::headphonesInput, "/dev/null"}, rig.clientEnvironment());
+  EXPECT_TRUE(test::eventually([&] { return hw->deviceIsRunningSomewhere(headset) == true; }));
+  recorder.terminate(SIGTERM);
+  EXPECT_TRUE(test::eventually([&] { return hw->deviceIsRunningSomewhere(headset) == false; }));
+}
+
 // Only PipeWire's pulse server learns a client's sandbox from its socket.
 class PipeWireSandboxTest : public PulseAudioHardwareTest {};
 

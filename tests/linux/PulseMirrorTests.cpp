@@ -14,6 +14,7 @@ class Mirror final : public PulseMirror {
  public:
   using PulseMirror::PulseMirror;
   bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
+  bool setCardProfile(AudioObjectID, const std::string&) override { return false; }
 };
 
 PulseDeviceInfo device(std::uint32_t index, bool sink, const std::string& name, PulseProperties properties = {},
@@ -86,7 +87,7 @@ TEST_F(PulseMirrorTest, DevicesAreSinksThenSourcesWithoutMonitorsAndTakeWhatThei
   mirror.applyDevice(renamed);
   const AudioObjectID id = AudioDevice::byUID(mirror, "headset-mic")->id;
   EXPECT_EQ(mirror.deviceTransport(id), Transport::aggregate);
-  mirror.applyCard(7, {{"device.api", "bluez5"}});
+  mirror.applyCard({7, "bluez_card.AA_BB_CC_DD_EE_FF", "", {{"device.api", "bluez5"}}, "a2dp-sink", {}});
   EXPECT_EQ(mirror.deviceTransport(id), Transport::bluetooth);
 }
 

@@ -69,6 +69,8 @@ void AgentStatus::publish() {
 
   put(changes, StatusKeys::pinStatus, StoreValue::string(describe(services_.pinner.status())));
   put(changes, StatusKeys::inCall, StoreValue::boolean(services_.pinner.inCall()));
+  put(changes, StatusKeys::profileGuard, StoreValue::string(describe(services_.profileGuard.status())));
+  put(changes, StatusKeys::outputQuality, StoreValue::string(services_.profileGuard.outputQuality()));
   if (const auto trusted = accessibility_.trusted()) put(changes, StatusKeys::accessibility, StoreValue::boolean(*trusted));
   put(changes, StatusKeys::launchAtLogin, StoreValue::boolean(loginItem_.enabled()));
   put(changes, StatusKeys::launchAtLoginNeedsApproval, StoreValue::boolean(loginItem_.needsApproval()));
@@ -115,6 +117,7 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
     if (command == "allowHeadphoneMic") pinner.setOverride(InputPinner::Override::allowHeadphoneMic);
     if (command == "backToMusicQuality") pinner.setOverride(InputPinner::Override::none);
     pinner.clearFightRecord();
+    services_.profileGuard.clearFightRecord();  // the pinner's evaluation takes the guard along
     pinner.evaluate();
     return;
   }

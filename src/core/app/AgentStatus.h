@@ -30,6 +30,8 @@ inline constexpr char pinStatus[] = "agent.pinStatus";              // the input
 inline constexpr char inCall[] = "agent.inCall";                    // bool
 inline constexpr char launchAtLogin[] = "agent.launchAtLogin";      // bool
 inline constexpr char launchAtLoginNeedsApproval[] = "agent.launchAtLoginNeedsApproval";  // bool
+inline constexpr char profileGuard[] = "agent.profileGuard";        // the profile guard's status text
+inline constexpr char outputQuality[] = "agent.outputQuality";      // "<name>: 44.1 kHz, full quality", or ""
 }  // namespace StatusKeys
 
 class AgentStatus {

@@ -50,6 +50,8 @@ void AppDelegate::applicationDidFinishLaunching() {
   });
 
   services_.pinner.start();
+  services_.profileGuard.onChange = refreshAction_;
+  services_.profileGuard.start();
 
   // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.
   if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));

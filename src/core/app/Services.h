@@ -5,6 +5,7 @@
 #include "core/bluetooth/BluetoothManager.h"
 #include "core/bluetooth/OutputSwitcher.h"
 #include "core/quality/InputPinner.h"
+#include "core/quality/ProfileGuard.h"
 
 namespace wh {
 
@@ -24,7 +25,8 @@ class Services {
       : bluetooth(runtime, settings, ports.bluetooth, ports.sleep),
         battery(runtime, ports.battery),
         switcher(runtime, std::move(ports.switcherAudio)),
-        pinner(runtime, settings, ports.audio, ports.processes) {}
+        pinner(runtime, settings, ports.audio, ports.processes),
+        profileGuard(runtime, settings, ports.audio, ports.processes, pinner) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
 
@@ -32,6 +34,7 @@ class Services {
   BatteryCache battery;
   OutputSwitcher switcher;
   InputPinner pinner;
+  ProfileGuard profileGuard;  // runs with the pinner
 };
 
 }  // namespace wh

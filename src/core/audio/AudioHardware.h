@@ -37,6 +37,41 @@ enum class AudioProperty {
   processIsRunning,           // process object: doing any audio I/O
   processIsRunningInput,      // process object
   processIsRunningOutput,     // process object
+  cards,                      // system object: a card appearing, going, or changing its profiles
+};
+
+// What a card's profile does for the headphones' sound.
+enum class ProfileKind {
+  music,    // playback alone, in full quality (A2DP, LE audio's BAP sink)
+  headset,  // two-way, in call quality (HSP/HFP, LE audio's duplex profile)
+  other,    // off, audio gateway roles, the profiles of cards that are not headphones
+};
+
+struct AudioProfile {
+  std::string name;  // the server's name: "a2dp-sink", "headset_head_unit", ...
+  ProfileKind kind = ProfileKind::other;
+  std::uint32_t priority = 0;  // the server's preference: higher is better
+  bool available = true;       // false when the server says it cannot be used now
+  bool operator==(const AudioProfile&) const = default;
+};
+
+// A sound card (on PipeWire: a device): what owns devices and switches them by profile.
+struct AudioCard {
+  AudioObjectID id = audioObjectUnknown;  // kept while the card keeps its name
+  std::string name;      // bluez_card.AA_BB_CC_DD_EE_FF on both servers
+  std::string description;
+  std::uint32_t transport = 0;
+  std::string activeProfile;
+  std::vector<AudioProfile> profiles;
+  bool operator==(const AudioCard&) const = default;
+
+  // What the active profile is for; other when it is none of the offered ones.
+  ProfileKind activeKind() const {
+    for (const auto& profile : profiles) {
+      if (profile.name == activeProfile) return profile.kind;
+    }
+    return ProfileKind::other;
+  }
 };
 
 enum class Direction { input, output };
@@ -56,6 +91,14 @@ class AudioHardware {
   // How many streams the device has in that direction.
   virtual std::optional<std::uint32_t> deviceStreamCount(AudioObjectID device, Direction direction) = 0;
   virtual std::optional<double> deviceNominalSampleRate(AudioObjectID device) = 0;
+  // Whether a stream other than a level meter records from (or plays to) the device now.
+  virtual std::optional<bool> deviceIsRunningSomewhere(AudioObjectID device) = 0;
+
+  // The sound cards, in the server's order, each read whole. Safe from any thread.
+  virtual std::vector<AudioCard> cards() = 0;
+  // Switches a card to one of its profiles. True when the server accepted it; waits for the
+  // server's answer, with a time limit.
+  virtual bool setCardProfile(AudioObjectID card, const std::string& profile) = 0;
 
   // `which` is defaultInputDevice, defaultOutputDevice or defaultSystemOutputDevice. A read may
   // answer audioObjectUnknown. A write answers true when the sound server accepted it; it waits

@@ -19,6 +19,8 @@ inline constexpr std::uint32_t builtIn = fourCharCode("bltn");
 inline constexpr std::uint32_t bluetooth = fourCharCode("blue");
 inline constexpr std::uint32_t bluetoothLE = fourCharCode("blea");
 inline constexpr std::uint32_t aggregate = fourCharCode("grup");
+// Bluetooth, classic or LE.
+constexpr bool isBluetooth(std::uint32_t code) { return code == bluetooth || code == bluetoothLE; }
 }  // namespace Transport
 
 struct AudioDevice {

@@ -33,10 +33,31 @@ std::string deviceLine(AudioHardware& audio, const AudioDevice& device, std::opt
   return line;
 }
 
+const char* kindText(ProfileKind kind) {
+  switch (kind) {
+    case ProfileKind::music:
+      return "music";
+    case ProfileKind::headset:
+      return "headset";
+    case ProfileKind::other:
+      break;
+  }
+  return "other";
+}
+
+// "  WH-1000XM4: a2dp-sink (music profile; offers a2dp-sink, headset-head-unit, off)"
+std::string cardLine(const AudioCard& card) {
+  std::string line = "  " + (card.description.empty() ? card.name : card.description) + ": " +
+                     (card.activeProfile.empty() ? "?" : card.activeProfile) + " (" + kindText(card.activeKind()) +
+                     " profile; offers";
+  for (std::size_t i = 0; i < card.profiles.size(); ++i) line += (i == 0 ? " " : ", ") + card.profiles[i].name;
+  return line + ")";
+}
+
 }  // namespace
 
 std::string Diagnose::transport(std::uint32_t code) {
-  if (code == Transport::bluetooth || code == Transport::bluetoothLE) return "bluetooth";
+  if (Transport::isBluetooth(code)) return "bluetooth";
   if (code == Transport::builtIn) return "built-in";
   if (code == Transport::aggregate) return "aggregate";
   std::string text;
@@ -61,6 +82,12 @@ std::string Diagnose::text() const {
   std::optional<AudioDevice> microphone;
   if (sources_.audio && sources_.preferredMicrophone) microphone = sources_.preferredMicrophone();
   lines.push_back("Preferred mic: " + (microphone ? microphone->name : std::string("none")));
+  if (sources_.audio) {
+    lines.push_back("\nBluetooth cards:");
+    for (const auto& card : sources_.audio->cards()) {
+      if (Transport::isBluetooth(card.transport)) lines.push_back(cardLine(card));
+    }
+  }
 
   lines.push_back("\nAudio processes:");
   std::vector<AudioProcess> processes;

@@ -9,22 +9,9 @@ namespace wh {
 
 namespace {
 
-// A retry lands on the moment the spacing ends; rounding may put that a hair before it. A
-// correction that early counts as on time, so a retry never defers itself again.
-constexpr double spacingTolerance = 1e-6;
-
-bool isBluetooth(std::uint32_t transport) {
-  return transport == Transport::bluetooth || transport == Transport::bluetoothLE;
-}
+using Transport::isBluetooth;
 
 }  // namespace
-
-bool PinPolicy::record(double now) {
-  std::erase_if(corrections, [now](double at) { return now - at > fightWindow; });
-  corrections.push_back(now);
-  if (corrections.size() > maxCorrections) isFighting = true;
-  return isFighting;
-}
 
 std::string describe(const InputPinner::Status& status) {
   using Kind = InputPinner::Status::Kind;
@@ -49,7 +36,11 @@ std::string describe(const InputPinner::Status& status) {
 
 InputPinner::InputPinner(Runtime& runtime, Settings& settings, AudioHardware& hardware,
                          AudioProcessMonitor& processes)
-    : runtime_(runtime), settings_(settings), hardware_(hardware), processes_(processes) {}
+    : runtime_(runtime),
+      settings_(settings),
+      hardware_(hardware),
+      processes_(processes),
+      pacer_(runtime, "another app keeps switching the input; pinning paused") {}
 
 InputPinner::~InputPinner() { stopObserving(); }
 
@@ -61,7 +52,7 @@ void InputPinner::stopObserving() {
 
 void InputPinner::start() {
   stopObserving();
-  policy_.reset();
+  pacer_.reset();
   for (AudioProperty property : {AudioProperty::defaultInputDevice, AudioProperty::devices}) {
     listeners_.push_back(std::make_unique<CA::Listener>(hardware_, audioSystemObject, property,
                                                         lifetime_.guard([this] { evaluate(); })));
@@ -94,7 +85,7 @@ void InputPinner::processesChanged(const std::vector<AudioProcess>& processes) {
   }
   repinWork_ = runtime_.main().after(repinDelay, lifetime_.guard([this] {
     inCall_ = false;
-    policy_.reset();
+    pacer_.reset();
     evaluate();
   }));
 }
@@ -144,6 +135,11 @@ bool InputPinner::headphoneMicAllowed() const {
 }
 
 void InputPinner::evaluate() {
+  decide();
+  if (onEvaluated) onEvaluated();
+}
+
+void InputPinner::decide() {
   if (!settings_.boolValue(Keys::pinInput, true)) {
     setStatus(Status::off());
     return;
@@ -166,23 +162,14 @@ void InputPinner::evaluate() {
 }
 
 void InputPinner::correct(const AudioDevice& microphone, const InputCheck& input) {
-  if (policy_.isFighting) {
-    setStatus(Status::fighting());
-    return;
-  }
-  const double now = runtime_.clock().now();
-  if (!policy_.corrections.empty()) {
-    const double elapsed = now - policy_.corrections.back();
-    if (elapsed < correctionSpacing - spacingTolerance) {
-      // Deferred, never dropped: a later trigger replaces the retry with one due at the same moment.
-      retryWork_ = runtime_.main().after(correctionSpacing - elapsed, lifetime_.guard([this] { evaluate(); }));
+  switch (pacer_.request(lifetime_.guard([this] { evaluate(); }))) {
+    case CorrectionPacer::Verdict::deferred:
       return;
-    }
-  }
-  if (policy_.record(now)) {
-    Log::info("another app keeps switching the input; pinning paused");
-    setStatus(Status::fighting());
-    return;
+    case CorrectionPacer::Verdict::fighting:
+      setStatus(Status::fighting());
+      return;
+    case CorrectionPacer::Verdict::go:
+      break;
   }
   // A refused write leaves the status as it was; the next device change evaluates again.
   if (!DefaultDevice::set(hardware_, Direction::input, microphone.id)) return;

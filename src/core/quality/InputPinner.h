@@ -19,27 +19,11 @@
 #include "core/audio/AudioHardware.h"
 #include "core/audio/AudioProcesses.h"
 #include "core/audio/CoreAudio.h"
+#include "core/quality/CorrectionPacer.h"
 #include "core/runtime/Runtime.h"
 #include "core/settings/Settings.h"
 
 namespace wh {
-
-// The pinner's fight record: when it moved the input back, and whether it has given up for now.
-// Times are the runtime clock's monotonic seconds, so a change of the wall clock neither starts
-// nor hides a fight.
-struct PinPolicy {
-  static constexpr double fightWindow = 10.0;
-  // More corrections than this within the window is a fight: the sixth one is not made.
-  static constexpr std::size_t maxCorrections = 5;
-
-  std::vector<double> corrections;  // oldest first
-  bool isFighting = false;
-
-  // Forgets corrections more than fightWindow old, records one at `now` and answers whether that
-  // makes a fight (and then sets isFighting).
-  bool record(double now);
-  void reset() { *this = PinPolicy{}; }
-};
 
 class InputPinner {
  public:
@@ -69,8 +53,6 @@ class InputPinner {
   // The user's temporary choice; not stored.
   enum class Override { none, allowHeadphoneMic, forcePin };
 
-  // Corrections are never closer together than this.
-  static constexpr double correctionSpacing = 0.3;
   // How long after a call ends the input is pinned again.
   static constexpr double repinDelay = 3.0;
 
@@ -81,6 +63,9 @@ class InputPinner {
 
   // Called whenever `status` changes.
   std::function<void()> onChange;
+  // Called after every evaluation, whatever it decided: the profile guard follows the pinner's
+  // releases and returns this way.
+  std::function<void()> onEvaluated;
 
   // Listens to the default input and the device list, observes the process monitor, takes the
   // call state of the monitor's current list, and evaluates once. Starting again starts afresh:
@@ -97,14 +82,18 @@ class InputPinner {
   const Status& status() const { return status_; }
   // The call state with the re-pin delay applied: stays true until the re-pin has run.
   bool inCall() const { return inCall_; }
-  bool isFighting() const { return policy_.isFighting; }
-  const PinPolicy& policy() const { return policy_; }
+  bool isFighting() const { return pacer_.policy().isFighting; }
+  const PinPolicy& policy() const { return pacer_.policy(); }
 
   Override override() const { return override_; }
   // Sets the override; the caller evaluates afterwards.
   void setOverride(Override value) { override_ = value; }
   // Forgets every correction and ends a fight; the caller evaluates afterwards.
-  void clearFightRecord() { policy_.reset(); }
+  void clearFightRecord() { pacer_.reset(); }
+
+  // Whether the headphone microphone may be used now: by the override, else by the call mode and
+  // the call state (with the re-pin delay applied).
+  bool headphoneMicAllowed() const;
 
   // The microphone to pin to: the preferred input ("preferredInputUID") when it exists, has input
   // and is not Bluetooth; else the built-in microphone; else nothing.
@@ -117,8 +106,8 @@ class InputPinner {
     bool needsCorrecting = false;
   };
 
+  void decide();
   InputCheck checkDefaultInput() const;
-  bool headphoneMicAllowed() const;
   void correct(const AudioDevice& microphone, const InputCheck& input);
   void settle(const AudioDevice& microphone, const InputCheck& input);
   void setStatus(Status status);
@@ -132,11 +121,10 @@ class InputPinner {
   Status status_ = Status::idle();
   bool inCall_ = false;
   Override override_ = Override::none;
-  PinPolicy policy_;
+  CorrectionPacer pacer_;
   std::vector<std::unique_ptr<CA::Listener>> listeners_;
   std::optional<AudioProcessMonitor::ObserverKey> processObserver_;
   HeldWork repinWork_;
-  HeldWork retryWork_;
   Lifetime lifetime_;
 };
 

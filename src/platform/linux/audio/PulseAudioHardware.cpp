@@ -45,7 +45,8 @@ PulseProperties clientProperties(const pa_proplist* properties) {
   return out;
 }
 
-std::optional<std::uint32_t> clientOf(std::uint32_t index) {
+// A client, sink or source index; PA_INVALID_INDEX for none.
+std::optional<std::uint32_t> knownIndex(std::uint32_t index) {
   return index == PA_INVALID_INDEX ? std::nullopt : std::optional(index);
 }
 
@@ -69,7 +70,7 @@ template <class Info>
 PulseStreamInfo streamInfo(const Info& info) {
   PulseStreamInfo stream;
   stream.index = info.index;
-  stream.client = clientOf(info.client);
+  stream.client = knownIndex(info.client);
   stream.corked = info.corked != 0;
   // A level meter's capture (PA_STREAM_PEAK_DETECT): PulseAudio resamples it with "peaks";
   // pipewire-pulse reports its own resampler and marks the stream resample.peaks instead.
@@ -360,7 +361,15 @@ class PulseAudioHardware::Connection {
   template <bool List>
   static void onCard(pa_context* context, const pa_card_info* info, int eol, void* userdata) {
     answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_card_info& card) {
-      mirror.applyCard(card.index, deviceProperties(card.proplist));
+      PulseCardInfo record{card.index, card.name ? card.name : "",
+                           propertyOf(card.proplist, PA_PROP_DEVICE_DESCRIPTION).value_or(""),
+                           deviceProperties(card.proplist), card.active_profile2 ? card.active_profile2->name : "", {}};
+      for (std::uint32_t i = 0; i < card.n_profiles; ++i) {
+        const pa_card_profile_info2& profile = *card.profiles2[i];
+        record.profiles.push_back({profile.name, pulseProfileKind(profile.name), profile.priority,
+                                   profile.available != 0});
+      }
+      mirror.applyCard(record);
     });
   }
 
@@ -374,14 +383,14 @@ class PulseAudioHardware::Connection {
   template <bool List>
   static void onSinkInput(pa_context* context, const pa_sink_input_info* info, int eol, void* userdata) {
     answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_sink_input_info& input) {
-      mirror.applyStream(true, streamInfo(input));
+      mirror.applyStream(true, streamInfo(input), knownIndex(input.sink));
     });
   }
 
   template <bool List>
   static void onSourceOutput(pa_context* context, const pa_source_output_info* info, int eol, void* userdata) {
     answer<List>(context, info, eol, userdata, [](PulseMirror& mirror, const pa_source_output_info& output) {
-      mirror.applyStream(false, streamInfo(output));
+      mirror.applyStream(false, streamInfo(output), knownIndex(output.source));
     });
   }
 
@@ -445,6 +454,17 @@ bool PulseAudioHardware::setDefaultDevice(AudioProperty which, AudioObjectID dev
   });
   // Reads follow the write at once; the server's own report confirms it a moment later.
   if (accepted) noteDefault(sink, *name);
+  return accepted;
+}
+
+bool PulseAudioHardware::setCardProfile(AudioObjectID card, const std::string& profile) {
+  const auto name = cardServerName(card);
+  if (!name) return false;
+  const bool accepted = connection_->run([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
+    return pa_context_set_card_profile_by_name(context, name->c_str(), profile.c_str(), done, userdata);
+  });
+  // As for defaults: reads follow the write at once, and the server's report confirms it.
+  if (accepted) noteCardProfile(card, profile);
   return accepted;
 }
 

@@ -42,6 +42,7 @@ class PulseAudioHardware final : public PulseMirror {
   std::string lastError() const;
 
   bool setDefaultDevice(AudioProperty which, AudioObjectID device) override;
+  bool setCardProfile(AudioObjectID card, const std::string& profile) override;
 
  private:
   class Connection;

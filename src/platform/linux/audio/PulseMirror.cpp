@@ -49,6 +49,16 @@ std::uint32_t pulseTransport(const std::string& name, const PulseProperties& pro
   return fourCharCode("unkn");
 }
 
+ProfileKind pulseProfileKind(const std::string& name) {
+  for (const char* prefix : {"a2dp_sink", "a2dp-sink", "bap-sink"}) {
+    if (startsWith(name, prefix)) return ProfileKind::music;
+  }
+  for (const char* prefix : {"headset_head_unit", "handsfree_head_unit", "headset-head-unit", "bap-duplex"}) {
+    if (startsWith(name, prefix)) return ProfileKind::headset;
+  }
+  return ProfileKind::other;
+}
+
 namespace {
 
 std::optional<std::int32_t> pidFrom(const std::string& text) {
@@ -123,15 +133,23 @@ void PulseMirror::removeDevice(bool isSink, std::uint32_t index) {
   report(changes);
 }
 
-void PulseMirror::applyCard(std::uint32_t index, const PulseProperties& properties) {
+void PulseMirror::applyCard(const PulseCardInfo& info) {
   Changes changes;
   {
     std::lock_guard lock(mutex_);
-    auto& known = cards_[index];
-    if (known == properties) return;
-    known = properties;
-    const auto owned = [index](const auto& entry) { return entry.second.card == index; };
-    if (std::any_of(sinks_.begin(), sinks_.end(), owned) || std::any_of(sources_.begin(), sources_.end(), owned)) {
+    auto& id = cardIDs_[info.name];
+    if (id == audioObjectUnknown) id = nextID_++;
+    auto& known = cards_[info.index];
+    const bool propertiesChanged = known.id != id || known.info.properties != info.properties;
+    if (!propertiesChanged && known.info.activeProfile == info.activeProfile &&
+        known.info.profiles == info.profiles && known.info.description == info.description) {
+      return;
+    }
+    known = {id, info};
+    changes.emplace_back(audioSystemObject, AudioProperty::cards);
+    const auto owned = [&info](const auto& entry) { return entry.second.card == info.index; };
+    if (propertiesChanged &&
+        (std::any_of(sinks_.begin(), sinks_.end(), owned) || std::any_of(sources_.begin(), sources_.end(), owned))) {
       changes.emplace_back(audioSystemObject, AudioProperty::devices);
     }
   }
@@ -139,8 +157,12 @@ void PulseMirror::applyCard(std::uint32_t index, const PulseProperties& properti
 }
 
 void PulseMirror::removeCard(std::uint32_t index) {
-  std::lock_guard lock(mutex_);
-  cards_.erase(index);
+  Changes changes;
+  {
+    std::lock_guard lock(mutex_);
+    if (cards_.erase(index) > 0) changes.emplace_back(audioSystemObject, AudioProperty::cards);
+  }
+  report(changes);
 }
 
 void PulseMirror::applyClient(const PulseClientInfo& info) {
@@ -183,14 +205,17 @@ void PulseMirror::addUsage(const Stream& stream, bool playback, int sign) {
   if (usage.streams == 0) usage_.erase(*stream.client);
 }
 
-void PulseMirror::applyStream(bool playback, const PulseStreamInfo& info) {
+void PulseMirror::applyStream(bool playback, const PulseStreamInfo& info, std::optional<std::uint32_t> device) {
   Changes changes;
   {
     std::lock_guard lock(mutex_);
     auto& table = playback ? playback_ : capture_;
-    const Stream stream{info.client, !info.corked && !info.peakMeter};
+    const Stream stream{info.client, !info.corked && !info.peakMeter, device};
     const auto found = table.find(info.index);
-    if (found != table.end() && found->second.client == stream.client && found->second.running == stream.running) return;
+    if (found != table.end() && found->second.client == stream.client && found->second.running == stream.running &&
+        found->second.device == stream.device) {
+      return;
+    }
     // A stream may move from one client to none (or back) only in theory; compare both owners.
     std::vector<std::pair<std::uint32_t, ProcessView>> before;
     if (found != table.end() && found->second.client) before.emplace_back(*found->second.client, viewOf(*found->second.client));
@@ -242,11 +267,25 @@ void PulseMirror::noteDefault(bool sink, const std::string& name) {
   report(changes);
 }
 
+void PulseMirror::noteCardProfile(AudioObjectID id, const std::string& profile) {
+  Changes changes;
+  {
+    std::lock_guard lock(mutex_);
+    for (auto& [index, card] : cards_) {
+      if (card.id != id || card.info.activeProfile == profile) continue;
+      card.info.activeProfile = profile;
+      changes.emplace_back(audioSystemObject, AudioProperty::cards);
+    }
+  }
+  report(changes);
+}
+
 void PulseMirror::clear() {
   Changes changes;
   {
     std::lock_guard lock(mutex_);
     if (!sinks_.empty() || !sources_.empty()) changes.emplace_back(audioSystemObject, AudioProperty::devices);
+    if (!cards_.empty()) changes.emplace_back(audioSystemObject, AudioProperty::cards);
     std::vector<std::pair<std::uint32_t, ProcessView>> before;
     for (const auto& [index, client] : clients_) before.emplace_back(index, viewOf(index));
     sinks_.clear();
@@ -326,7 +365,8 @@ std::uint32_t PulseMirror::transportOf(const Device& device) const {
   const auto card = device.card ? cards_.find(*device.card) : cards_.end();
   if (card == cards_.end()) return pulseTransport(device.name, device.properties, device.hardware, device.network);
   PulseProperties merged = device.properties;
-  merged.insert(card->second.begin(), card->second.end());  // the device's own keys stay
+  const PulseProperties& inherited = card->second.info.properties;
+  merged.insert(inherited.begin(), inherited.end());  // the device's own keys stay
   return pulseTransport(device.name, merged, device.hardware, device.network);
 }
 
@@ -380,6 +420,35 @@ std::optional<double> PulseMirror::deviceNominalSampleRate(AudioObjectID id) {
   const Device* device = findDevice(id);
   if (device == nullptr || device->rate == 0) return std::nullopt;
   return static_cast<double>(device->rate);
+}
+
+std::optional<bool> PulseMirror::deviceIsRunningSomewhere(AudioObjectID id) {
+  std::lock_guard lock(mutex_);
+  const auto present = presentDevices_.find(id);
+  if (present == presentDevices_.end()) return std::nullopt;
+  const auto [isSink, index] = present->second;
+  const auto& streams = isSink ? playback_ : capture_;
+  return std::any_of(streams.begin(), streams.end(),
+                     [index](const auto& entry) { return entry.second.running && entry.second.device == index; });
+}
+
+std::vector<AudioCard> PulseMirror::cards() {
+  std::lock_guard lock(mutex_);
+  std::vector<AudioCard> out;
+  for (const auto& [index, card] : cards_) {
+    const PulseCardInfo& info = card.info;
+    out.push_back({card.id, info.name, info.description, pulseTransport(info.name, info.properties, true, false),
+                   info.activeProfile, info.profiles});
+  }
+  return out;
+}
+
+std::optional<std::string> PulseMirror::cardServerName(AudioObjectID id) const {
+  std::lock_guard lock(mutex_);
+  for (const auto& [index, card] : cards_) {
+    if (card.id == id) return card.info.name;
+  }
+  return std::nullopt;
 }
 
 std::optional<std::string> PulseMirror::deviceServerName(AudioObjectID id, bool sink) const {

@@ -62,6 +62,23 @@ struct PulseStreamInfo {
   bool peakMeter = false;  // a level meter's capture (resampled to peaks): not real input
 };
 
+// A card as the server describes it; its sinks and sources inherit its device.* properties
+// where theirs lack them.
+struct PulseCardInfo {
+  std::uint32_t index = 0;
+  std::string name;
+  std::string description;
+  PulseProperties properties;
+  std::string activeProfile;
+  std::vector<AudioProfile> profiles;
+};
+
+// What a Bluetooth profile is for, by the names both servers give them: PulseAudio's a2dp_sink
+// and headset_head_unit / handsfree_head_unit, PipeWire's a2dp-sink-<codec>,
+// headset-head-unit-<codec>, bap-sink and bap-duplex. Anything else (off, the gateway roles,
+// other cards' profiles) is "other".
+ProfileKind pulseProfileKind(const std::string& name);
+
 // The transport code for a device from its server name and properties (its card's properties
 // included where its own lack them): "blue" (or "blea" for LE audio) for Bluetooth, "bltn" for the
 // machine's own card, "usb " and "1394" for USB and FireWire, "ntwk" for network devices, "grup"
@@ -78,22 +95,26 @@ class PulseMirror : public AudioHardware {
   // What the server reports; each call reports the changes it makes to the listeners.
   void applyDevice(const PulseDeviceInfo& device);
   void removeDevice(bool isSink, std::uint32_t index);
-  // A card's device.* properties, which its sinks and sources inherit where theirs lack them.
-  void applyCard(std::uint32_t index, const PulseProperties& properties);
+  void applyCard(const PulseCardInfo& card);
   void removeCard(std::uint32_t index);
   void applyClient(const PulseClientInfo& client);
   void removeClient(std::uint32_t index);
-  void applyStream(bool playback, const PulseStreamInfo& stream);
+  // `device`: the sink it plays to or the source it records from.
+  void applyStream(bool playback, const PulseStreamInfo& stream, std::optional<std::uint32_t> device = std::nullopt);
   void removeStream(bool playback, std::uint32_t index);
   // The server's default sink and source names (empty when it has none).
   void applyDefaults(const std::string& sink, const std::string& source);
   // A default that this adapter has just set and the server has accepted.
   void noteDefault(bool sink, const std::string& name);
+  // A card profile that this adapter has just set and the server has accepted.
+  void noteCardProfile(AudioObjectID card, const std::string& profile);
   // The connection has gone: nothing is known any more.
   void clear();
 
   // The server's name of a sink or source known by its id.
   std::optional<std::string> deviceServerName(AudioObjectID device, bool sink) const;
+  // The server's name of a card known by its id.
+  std::optional<std::string> cardServerName(AudioObjectID card) const;
 
   std::vector<AudioObjectID> devices() override;
   std::optional<std::string> deviceUID(AudioObjectID device) override;
@@ -101,6 +122,8 @@ class PulseMirror : public AudioHardware {
   std::optional<std::uint32_t> deviceTransport(AudioObjectID device) override;
   std::optional<std::uint32_t> deviceStreamCount(AudioObjectID device, Direction direction) override;
   std::optional<double> deviceNominalSampleRate(AudioObjectID device) override;
+  std::optional<bool> deviceIsRunningSomewhere(AudioObjectID device) override;
+  std::vector<AudioCard> cards() override;
   std::optional<AudioObjectID> defaultDevice(AudioProperty which) override;
   std::vector<AudioObjectID> processObjects() override;
   std::optional<std::int32_t> processPID(AudioObjectID process) override;
@@ -131,6 +154,11 @@ class PulseMirror : public AudioHardware {
   struct Stream {
     std::optional<std::uint32_t> client;
     bool running = false;
+    std::optional<std::uint32_t> device;
+  };
+  struct Card {
+    AudioObjectID id = 0;
+    PulseCardInfo info;
   };
   // What a client's streams add up to.
   struct Usage {
@@ -164,7 +192,8 @@ class PulseMirror : public AudioHardware {
   mutable std::mutex mutex_;
   std::map<std::uint32_t, Device> sinks_;
   std::map<std::uint32_t, Device> sources_;
-  std::map<std::uint32_t, PulseProperties> cards_;
+  std::map<std::uint32_t, Card> cards_;
+  std::map<std::string, AudioObjectID> cardIDs_;  // by name, kept across reconnections
   std::map<std::pair<bool, std::string>, AudioObjectID> deviceIDs_;  // kept across reconnections
   std::map<AudioObjectID, std::pair<bool, std::uint32_t>> presentDevices_;  // id -> (sink?, index)
   std::map<std::uint32_t, Client> clients_;
