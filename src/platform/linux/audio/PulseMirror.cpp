@@ -389,6 +389,12 @@ std::optional<std::string> PulseMirror::deviceServerName(AudioObjectID id, bool 
   return device->name;
 }
 
+std::optional<std::uint32_t> PulseMirror::clientServerIndex(AudioObjectID process) const {
+  std::lock_guard lock(mutex_);
+  const auto index = clientIndexes_.find(process);
+  return index == clientIndexes_.end() ? std::nullopt : std::optional(index->second);
+}
+
 std::optional<AudioObjectID> PulseMirror::defaultDevice(AudioProperty which) {
   std::lock_guard lock(mutex_);
   switch (which) {

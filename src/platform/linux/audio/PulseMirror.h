@@ -94,6 +94,8 @@ class PulseMirror : public AudioHardware {
 
   // The server's name of a sink or source known by its id.
   std::optional<std::string> deviceServerName(AudioObjectID device, bool sink) const;
+  // The server's index of a client known by its process id.
+  std::optional<std::uint32_t> clientServerIndex(AudioObjectID process) const;
 
   std::vector<AudioObjectID> devices() override;
   std::optional<std::string> deviceUID(AudioObjectID device) override;
