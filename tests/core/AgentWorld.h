@@ -7,6 +7,7 @@
 #include "doubles/FakeAgentChannel.h"
 #include "doubles/FakeAppHost.h"
 #include "doubles/FakeBluetooth.h"
+#include "doubles/FakeProcessTaps.h"
 #include "doubles/MemoryApps.h"
 #include "doubles/MemoryAudioHardware.h"
 #include "doubles/MemoryStore.h"
@@ -54,7 +55,8 @@ class AgentWorld : public testing::Test {
   MemoryDesktopEntries desktopEntries;
   AppGrouping grouping{processTable, desktopEntries};
   AudioProcessMonitor monitor{rt, hardware, grouping};
-  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor}};
+  FakeProcessTaps taps;
+  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, grouping, desktopEntries, taps}};
   BluetoothAccess access{authority, notifications};
   AgentStatus status{rt, settings, services, access, channel, host};
   CapturedLog log;

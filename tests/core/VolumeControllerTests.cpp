@@ -14,72 +14,48 @@ namespace {
 
 struct Scenario {
   std::string script;
-  std::string taps;  // running taps: "app:mode:output:gain", sorted by app
+  std::string taps;  // running taps: "app:mode:output:gain[:processes]"
   int builds, stops;
   std::string problem = "";
   std::string apps = "a";
 };
-
 void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.script; }
 
 class VolumeControllerTest : public testing::TestWithParam<Scenario>, protected test::AudioWorld {
  protected:
   VolumeControllerTest() {
     addDevice(1, "speakers", "Speakers", Transport::builtIn, 0, 1);
-    addDevice(2, "bluez_output.AA_BB_CC_DD_EE_FF.1", "Buds", Transport::bluetooth, 0, 1);
+    addDevice(2, "buds", "Buds", Transport::bluetooth, 0, 1);
     hw.defaults[AudioProperty::defaultOutputDevice] = 1;
     runApp("a", 10);
     runApp("b", 20);
     table.processes[11] = {10, "/usr/bin/a-helper", {}, {}};
   }
 
-  // Events: "a+"/"a-" the app's process plays/pauses ("a2+" a second process), "ax" it quits;
-  // "a=G" setGain; "am" toggleMute; "+S" seconds pass; "." the tap queue runs; "fail" the next build
-  // fails; "out" the default output moves to the buds; "retry"; "ok" capture is known to work.
+  // "a+"/"a-": the app's process plays/pauses ("a2+": its second process), "ax": it quits; "a=G":
+  // setGain; "am": toggleMute; "+S": seconds pass; ".": the tap queue runs; "fail": the next build
+  // fails; "sig": the newest tap hears sound; "out": the default output moves to the buds; "retry".
   void play(const std::string& script) {
     std::istringstream events(script);
     for (std::string e; events >> e;) {
       const std::string app = e.substr(0, 1);
       const AudioObjectID object = (app == "a" ? 10 : 20) + (e[1] == '2' ? 1 : 0);
-      if (e == "start") {
-        monitor.start();
-        volume.start();
-      } else if (e == ".") {
-        rt.drainSerialQueues();
-      } else if (e[0] == '+') {
-        rt.advance(std::stod(e.substr(1)));
-      } else if (e == "fail") {
-        taps.failNext = ProcessTap::Failure{ProcessTap::Failure::Step::tap, 25};
-      } else if (e == "out") {
+      if (e == ".") rt.drainSerialQueues();
+      else if (e[0] == '+') rt.advance(std::stod(e.substr(1)));
+      else if (e == "fail") taps.failNext = ProcessTap::Failure{ProcessTap::Failure::Step::tap, 25};
+      else if (e == "sig") taps.built.back()->box().markSignal();
+      else if (e == "retry") volume.retry();
+      else if (e[1] == '=') volume.setGain(app, std::stof(e.substr(2)));
+      else if (e == app + "m") volume.toggleMute(app);
+      else if (e == "out") {
         hw.defaults[AudioProperty::defaultOutputDevice] = 2;
         hw.notify(audioSystemObject, AudioProperty::defaultOutputDevice);
-      } else if (e == "retry") {
-        volume.retry();
-      } else if (e == "ok") {
-        store.set(Keys::audioCaptureVerified, StoreValue::boolean(true));
-      } else if (e[1] == '=') {
-        volume.setGain(app, std::stof(e.substr(2)));
-      } else if (e == app + "m") {
-        volume.toggleMute(app);
       } else {
         std::erase_if(hw.processList, [&](const auto& p) { return p.id == object; });
         if (e.back() != 'x') hw.processList.push_back({object, int(object), {}, false, e.back() == '+'});
         monitor.refresh();
       }
     }
-  }
-
-  std::string runningTaps() const {
-    std::string out;
-    for (const auto& [app, mode] : volume.runningTaps()) {
-      for (const auto& tap : taps.built) {
-        if (tap->request.bundleID != app || tap->stops > 0) continue;
-        out += (out.empty() ? "" : " ") + app + (mode == ProcessTap::Mode::gain ? ":gain:" : ":mute:") +
-               tap->request.outputUID.value_or("-") + ":" + std::to_string(tap->box().gain()).substr(0, 3) +
-               (tap->request.processes.size() > 1 ? ":2" : "");
-      }
-    }
-    return out;
   }
 
   MemoryStore store;
@@ -91,17 +67,28 @@ class VolumeControllerTest : public testing::TestWithParam<Scenario>, protected 
 };
 
 TEST_P(VolumeControllerTest, Scenario) {
-  play("start " + GetParam().script);
+  monitor.start();
+  volume.start();
+  play(GetParam().script);
+  std::string running, apps, problem = volume.problem().message();
   int stops = 0;
-  for (const auto& tap : taps.built) stops += tap->stops;
-  EXPECT_EQ(runningTaps(), GetParam().taps);
+  const auto modes = volume.runningTaps();
+  for (const auto& tap : taps.built) {
+    stops += tap->stops;
+    const auto mode = modes.find(tap->request.bundleID);
+    if (tap->stops > 0 || mode == modes.end()) continue;
+    running += (running.empty() ? "" : " ") + tap->request.bundleID + (mode->second == ProcessTap::Mode::gain ? ":gain:" : ":mute:") +
+               tap->request.outputUID.value_or("-") + ":" + std::to_string(tap->box().gain()).substr(0, 3) +
+               (tap->request.processes.size() > 1 ? ":2" : "");
+  }
+  for (const auto& app : volume.apps()) apps += (apps.empty() ? "" : " ") + app;
+  if (volume.problem().kind() == AppVolumeController::Problem::Kind::needsPermission) problem = "permission";
+  EXPECT_EQ(running, GetParam().taps);
   EXPECT_EQ(int(taps.built.size()), GetParam().builds);
   EXPECT_EQ(stops, GetParam().stops);
-  EXPECT_EQ(volume.problem().message() + (volume.problem().kind() == AppVolumeController::Problem::Kind::needsPermission ? "permission" : ""),
-            GetParam().problem);
-  std::string apps;
-  for (const auto& app : volume.apps()) apps += (apps.empty() ? "" : " ") + app;
+  EXPECT_EQ(problem, GetParam().problem);
   EXPECT_EQ(apps, GetParam().apps);
+  EXPECT_EQ(taps.cleanUps, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -116,23 +103,15 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"a+ a=0.5 . a=1 .", "", 1, 1},                                      // back to full volume: at once
         Scenario{"a+ a=0.5 a=0 .", "a:mute:speakers:0.0", 2, 1},                     // the newer build wins
         Scenario{"a+ a=0.5 . a2+ .", "a:gain:speakers:0.5:2", 2, 1},                 // a later process is covered
-        Scenario{"a+ a=0.5 . out .", "a:gain:bluez_output.AA_BB_CC_DD_EE_FF.1:0.5", 2, 1},
+        Scenario{"a+ a=0.5 . out .", "a:gain:buds:0.5", 2, 1},
         Scenario{"a+ a=7 a=-3 . b+ b=0.5 . bx .", "a:mute:speakers:0.0", 2, 1, "", "a b"},  // clamped; b quit
         Scenario{"a+ fail a=0.5 .", "", 0, 0, "Could not change the volume of a"},
         Scenario{"a+ fail a=0.5 . retry .", "a:gain:speakers:0.5", 1, 0},
         Scenario{"a+ a=0.5 . +4", "a:gain:speakers:0.5", 1, 0, "permission"},        // only zeros while playing
         Scenario{"a+ a=0.5 . a- +4", "a:gain:speakers:0.5", 1, 0},                   // paused: nothing concluded
-        Scenario{"a+ ok a=0.5 . +4", "a:gain:speakers:0.5", 1, 0},
-        Scenario{"a+ a- +899 b+", "", 0, 0, "", "b a"},
-        Scenario{"a+ a- +900 b+", "", 0, 0, "", "b"}));
-
-TEST_F(VolumeControllerTest, ATapThatHeardSoundOnceVerifiesCaptureForGood) {
-  play("start a+ a=0.5 .");
-  taps.built.back()->box().markSignal();
-  play("+4 a=1 . b+ b=0.5 . +4");
-  EXPECT_TRUE(settings.boolValue(Keys::audioCaptureVerified, false));
-  EXPECT_EQ(volume.problem(), AppVolumeController::Problem::none());
-}
+        Scenario{"a+ a=0.5 . sig +4 a=1 . b+ b=0.5 . +4", "b:gain:speakers:0.5", 2, 1, "", "a b"},  // verified once
+        Scenario{"a+ a- +899 b+ .", "", 0, 0, "", "b a"},
+        Scenario{"a+ a- +900 b+ .", "", 0, 0, "", "b"}));
 
 }  // namespace
 }  // namespace wh

@@ -1,6 +1,7 @@
 #include "core/app/AgentStatus.h"
 
 #include <chrono>
+#include <cmath>
 
 #include "core/log/FileLog.h"
 #include "core/settings/Address.h"
@@ -34,6 +35,11 @@ nlohmann::json AgentStatus::batteryJson(const BatteryLevels& levels) {
   return out;
 }
 
+std::string AgentStatus::volumeProblemText(const AppVolumeController::Problem& problem) {
+  if (problem.kind() == AppVolumeController::Problem::Kind::needsPermission) return AppVolumeController::permissionText;
+  return problem.message();
+}
+
 void AgentStatus::put(std::vector<std::pair<std::string, std::optional<StoreValue>>>& changes,
                       const std::string& key, StoreValue value) const {
   if (settings_.store().object(key) == value) return;
@@ -64,6 +70,20 @@ void AgentStatus::publish() {
   put(changes, StatusKeys::pinStatus, StoreValue::string(describe(services_.pinner.status())));
   put(changes, StatusKeys::inCall, StoreValue::boolean(services_.pinner.inCall()));
   if (const auto trusted = accessibility_.trusted()) put(changes, StatusKeys::accessibility, StoreValue::boolean(*trusted));
+
+  const AppVolumeController& volume = services_.volume;
+  nlohmann::json taps = nlohmann::json::object();
+  for (const auto& [app, mode] : volume.runningTaps()) taps[app] = mode == ProcessTap::Mode::gain ? "gain" : "mute";
+  put(changes, StatusKeys::taps, StoreValue::fromJson(std::move(taps)));
+  nlohmann::json apps = nlohmann::json::array();
+  for (const auto& app : volume.apps()) {
+    const AppVolumeSetting setting = volume.setting(app);
+    apps.push_back({{"bundleID", app}, {"name", volume.displayName(app)}, {"icon", volume.icon(app)},
+                    {"gain", std::isfinite(setting.gain) ? setting.gain : 1.0F}, {"muted", setting.muted},
+                    {"playing", volume.isPlaying(app)}});
+  }
+  put(changes, StatusKeys::volumeApps, StoreValue::fromJson(std::move(apps)));
+  put(changes, StatusKeys::volumeProblem, StoreValue::string(volumeProblemText(volume.problem())));
   commit(std::move(changes));
 }
 
@@ -112,6 +132,7 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
   }
   if (command == "reload") {
     settings_.changed("reload");  // the settings handler re-reads everything
+    services_.volume.retry();
   } else if (command == "requestBluetooth") {
     if (access_.isDenied()) {
       if (actions_.openBluetoothSettings) actions_.openBluetoothSettings();

@@ -27,6 +27,9 @@ inline constexpr char accessibility[] = "agent.accessibility";      // bool
 inline constexpr char paired[] = "agent.paired";                    // [{"address", "name"}]
 inline constexpr char pinStatus[] = "agent.pinStatus";              // the input pinner's status text
 inline constexpr char inCall[] = "agent.inCall";                    // bool
+inline constexpr char taps[] = "agent.taps";                        // app id -> "mute" or "gain"
+inline constexpr char volumeApps[] = "agent.volumeApps";            // [{"bundleID", "name", "icon", "gain", "muted", "playing"}]
+inline constexpr char volumeProblem[] = "agent.volumeProblem";      // text, empty when none
 }  // namespace StatusKeys
 
 class AgentStatus {
@@ -62,6 +65,7 @@ class AgentStatus {
 
   static const char* accessText(BluetoothAuthorization authorization);
   static nlohmann::json batteryJson(const BatteryLevels& levels);
+  static std::string volumeProblemText(const AppVolumeController::Problem& problem);
 
  private:
   // Adds the change to `changes` when the stored value differs.

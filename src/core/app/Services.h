@@ -5,6 +5,7 @@
 #include "core/bluetooth/BluetoothManager.h"
 #include "core/bluetooth/OutputSwitcher.h"
 #include "core/quality/InputPinner.h"
+#include "core/volume/AppVolumeController.h"
 
 namespace wh {
 
@@ -16,6 +17,9 @@ struct ServicePorts {
   OutputSwitcher::Audio switcherAudio;
   AudioHardware& audio;
   AudioProcessMonitor& processes;
+  AppGrouping& grouping;
+  DesktopEntries& desktop;
+  ProcessTaps& taps;
 };
 
 class Services {
@@ -24,7 +28,8 @@ class Services {
       : bluetooth(runtime, settings, ports.bluetooth, ports.sleep),
         battery(runtime, ports.battery),
         switcher(runtime, std::move(ports.switcherAudio)),
-        pinner(runtime, settings, ports.audio, ports.processes) {}
+        pinner(runtime, settings, ports.audio, ports.processes),
+        volume(runtime, settings, ports.audio, ports.processes, ports.grouping, ports.desktop, ports.taps) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
 
@@ -32,6 +37,7 @@ class Services {
   BatteryCache battery;
   OutputSwitcher switcher;
   InputPinner pinner;
+  AppVolumeController volume;
 };
 
 }  // namespace wh

@@ -55,6 +55,9 @@ class AppVolumeController {
     std::string message_;
   };
 
+  // What the user is told when taps hear only silence.
+  static constexpr char permissionText[] =
+      "Per-app volume hears only silence: the sound server may not let Wrenhaven record what applications play";
   // Gains at or above this are full volume; at or below `mutedGain`, silence.
   static constexpr float fullGain = 0.999F;
   static constexpr float mutedGain = 0.001F;
