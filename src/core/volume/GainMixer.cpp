@@ -40,6 +40,24 @@ void render(std::span<const InputAudioBuffer> input, std::span<const AudioBuffer
     if (buffer.data == nullptr) continue;
     const std::uint32_t channels = buffer.channels > 0 ? buffer.channels : 1;
     const std::uint32_t frames = buffer.byteSize / (channels * sampleBytes);
+    if (frames > 0 && base + channels <= tapChannels) {
+      // The usual case: the buffer's channels come in the same interleaved layout from one input
+      // buffer, so one flat loop does them all.
+      const Source first = findSource(input, skip + base, frames);
+      if (first.samples != nullptr && first.stride == channels &&
+          findSource(input, skip + base + channels - 1, frames).samples == first.samples + channels - 1) {
+        const std::uint32_t carried = first.frames * channels;
+        std::uint32_t nonZero = 0;
+        for (std::uint32_t i = 0; i < carried; ++i) {
+          nonZero |= static_cast<std::uint32_t>(first.samples[i] != 0.0F);
+          buffer.data[i] = first.samples[i] * gain;
+        }
+        for (std::uint32_t i = carried; i < frames * channels; ++i) buffer.data[i] = 0.0F;
+        signal |= nonZero != 0;
+        base += channels;
+        continue;
+      }
+    }
     for (std::uint32_t c = 0; c < channels && frames > 0; ++c) {
       const std::uint32_t k = base + c;
       const Source source = k < tapChannels ? findSource(input, skip + k, frames) : Source{};

@@ -88,7 +88,7 @@ PulseMirror::~PulseMirror() = default;
 // --- applying the server's reports -------------------------------------------------------------
 
 void PulseMirror::applyDevice(const PulseDeviceInfo& info) {
-  if (info.isMonitor) return;
+  if (info.isMonitor || info.name.starts_with(tapSinkPrefix)) return;
   Changes changes;
   {
     std::lock_guard lock(mutex_);

@@ -26,6 +26,9 @@ namespace wh::platform {
 
 using PulseProperties = std::map<std::string, std::string>;
 
+// The agent's own per-app sinks (process taps) begin with this; they are not devices.
+inline constexpr char tapSinkPrefix[] = "wrenhaven_tap.";
+
 // One sink or source as the server describes it.
 struct PulseDeviceInfo {
   std::uint32_t index = 0;

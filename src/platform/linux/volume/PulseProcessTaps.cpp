@@ -27,6 +27,8 @@ constexpr double adjustInterval = 0.5;
 constexpr double convergeTime = 5.0;
 constexpr double maxRateDeviation = 0.005;
 constexpr int tapThreadPriority = 5;
+// How many of the monitor's largest pieces the output stream should hold at least.
+constexpr double periodMargin = 1.5;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
@@ -229,8 +231,12 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
       calls.succeeds([&](auto done, Calls::Answer* answer) {
         return pa_context_subscribe(session_.context(), PA_SUBSCRIPTION_MASK_SINK_INPUT, done, answer);
       });
+      // Waited for, so that a tap this one replaces finds none of them when it stops. A stream
+      // that has gone meanwhile needs no move.
       for (const auto& input : calls.inputs()) {
-        if (clients_.count(input.client) > 0) moveIn(input.index, input.sink);
+        if (clients_.count(input.client) == 0 || input.sink == sink_) continue;
+        origins_[input.index] = input.sink;
+        calls.move(input.index, sink_);
       }
     }
     if (!failure && request.mode == Mode::gain) {
@@ -244,8 +250,7 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
 void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
   if (from == sink_ || origins_.count(input) > 0) return;
   origins_[input] = from;
-  // Not waited for: this also runs inside the subscription's callback. A stream that has gone
-  // meanwhile needs no move.
+  // Not waited for: this runs inside the subscription's callback.
   if (pa_operation* operation = pa_context_move_sink_input_by_index(session_.context(), input, sink_, nullptr, nullptr)) {
     pa_operation_unref(operation);
   }
@@ -320,6 +325,8 @@ void PulseProcessTaps::Tap::pump() {
   const void* data = nullptr;
   std::size_t bytes = 0;
   while (pa_stream_peek(capture_, &data, &bytes) == 0 && bytes > 0) {
+    // The output stream must hold more than the monitor hands over at once (a server's period).
+    heldAtLeast_ = std::max(heldAtLeast_, periodMargin * static_cast<double>(bytes / frameBytes) / tapRate);
     std::size_t done = 0;
     while (done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
       void* out = nullptr;
@@ -348,7 +355,8 @@ void PulseProcessTaps::Tap::adaptRate() {
   const pa_timing_info* timing = pa_stream_get_timing_info(playback_);
   if (timing == nullptr || pa_stream_get_latency(playback_, &latency, &negative) < 0 || negative != 0) return;
   const double held = (static_cast<double>(latency) - static_cast<double>(timing->sink_usec)) / 1e6;
-  const double deviation = std::clamp((held - targetBuffer_) / convergeTime, -maxRateDeviation, maxRateDeviation);
+  const double target = std::max(targetBuffer_, heldAtLeast_);
+  const double deviation = std::clamp((held - target) / convergeTime, -maxRateDeviation, maxRateDeviation);
   const auto rate = static_cast<std::uint32_t>(tapRate * (1.0 + deviation) + 0.5);
   if (rate == rate_) return;
   rate_ = rate;

@@ -31,7 +31,7 @@ class PulseProcessTaps final : public ProcessTaps {
   };
   // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
   // was left behind by an agent that ended without stopping it.
-  static constexpr const char* sinkPrefix = "wrenhaven_tap.";
+  static constexpr const char* sinkPrefix = tapSinkPrefix;
 
   PulseProcessTaps(PulseMirror& mirror, Options options);
   explicit PulseProcessTaps(PulseMirror& mirror) : PulseProcessTaps(mirror, Options()) {}
@@ -78,6 +78,7 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   pa_stream* capture_ = nullptr;
   pa_stream* playback_ = nullptr;
   std::uint32_t rate_ = 0;
+  double heldAtLeast_ = 0;
   std::uint64_t framesAtAdjust_ = 0;
   bool stopped_ = false;
   std::atomic<std::uint64_t> underflows_{0};
