@@ -22,9 +22,7 @@ class FakeProcessTaps final : public ProcessTaps {
   std::optional<ProcessTap::Failure> failNext;
   std::vector<std::shared_ptr<FakeProcessTap>> built;
   int cleanUps = 0;
-
   void removeLeftovers() override { ++cleanUps; }
-
   Result build(const ProcessTap::Request& request) override {
     if (failNext) return *std::exchange(failNext, std::nullopt);
     return built.emplace_back(std::make_shared<FakeProcessTap>(request));

@@ -61,7 +61,9 @@ void openStream(pa_context* context, Client& client) {
       const std::vector<char> silence(bytes, 0);
       pa_stream_write(stream, silence.data(), bytes, nullptr, 0, PA_SEEK_RELATIVE);
     }, nullptr);
-    pa_stream_connect_playback(client.stream, nullptr, nullptr, PA_STREAM_NOFLAGS, nullptr, nullptr);
+    const pa_buffer_attr low{~0U, 48000 * 8 / 50, ~0U, ~0U, ~0U};  // a tone plays with 20 ms of buffer
+    pa_stream_connect_playback(client.stream, nullptr, client.tone ? &low : nullptr,
+                               client.tone ? PA_STREAM_ADJUST_LATENCY : PA_STREAM_NOFLAGS, nullptr, nullptr);
     return;
   }
   pa_stream_set_read_callback(client.stream, [](pa_stream* stream, size_t, void*) {
