@@ -39,6 +39,7 @@
 #include "platform/linux/app/SystemInfo.h"
 #include "platform/linux/app/XdgAutostart.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
+#include "platform/linux/volume/PulseProcessTaps.h"
 #include "platform/linux/settings/XdgPaths.h"
 
 namespace {
@@ -159,9 +160,11 @@ int main(int argc, char** argv) {
   wh::platform::BluezUPowerBatterySources batteries;
   wh::platform::BluezAuthority authority(runtime.main());
   wh::platform::SessionBusChannel channel;
+  wh::platform::PulseProcessTaps taps(audio);
 
   wh::Services services(runtime, settings,
-                        {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes});
+                        {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
+                         audioStack.grouping, audioStack.desktopEntries, taps});
   wh::BluetoothAccess access(authority, notifications);
   wh::app::DesktopInstaller installer;
   wh::MoveToApplications move(installer);

@@ -8,6 +8,7 @@
 #include "doubles/FakeAppHost.h"
 #include "doubles/FakeBluetooth.h"
 #include "doubles/FakeStartup.h"
+#include "doubles/FakeProcessTaps.h"
 #include "doubles/MemoryApps.h"
 #include "doubles/MemoryAudioHardware.h"
 #include "doubles/MemoryStore.h"
@@ -55,7 +56,8 @@ class AgentWorld : public testing::Test {
   MemoryDesktopEntries desktopEntries;
   AppGrouping grouping{processTable, desktopEntries};
   AudioProcessMonitor monitor{rt, hardware, grouping};
-  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor}};
+  FakeProcessTaps taps;
+  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, grouping, desktopEntries, taps}};
   BluetoothAccess access{authority, notifications};
   FakeLoginItems loginItems;
   LoginItem loginItem{loginItems};

@@ -72,10 +72,7 @@ class HeadphonesEndToEndTest : public testing::Test {
   }
   // Sends a command signal as the settings program does: from a connection registered on the bus.
   test::CommandResult emit(const std::vector<std::string>& arguments) const {
-    std::vector<std::string> argv{"gdbus", "emit", "--session", "--object-path", "/com/quintelbarrows/wrenhaven",
-                                  "--signal", "com.quintelbarrows.wrenhaven.command"};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
-    return test::runCommand(argv, {{"DBUS_SESSION_BUS_ADDRESS", bus.sessionBusAddress()}});
+    return test::AgentHome::command(bus.sessionBusAddress(), arguments);
   }
   void toggle() { ASSERT_EQ(emit({std::string("'toggle:") + kAddress + "'", "@a{sv} {}"}).status, 0); }
   std::string defaultSink() const { return pulse.pactlLine({"get-default-sink"}); }

@@ -32,6 +32,13 @@ std::unique_ptr<ChildProcess> AgentHome::launch(const ChildProcess::Environment&
   return agent;
 }
 
+CommandResult AgentHome::command(const std::string& busAddress, const std::vector<std::string>& arguments) {
+  std::vector<std::string> argv{"gdbus", "emit", "--session", "--object-path", "/com/quintelbarrows/wrenhaven",
+                                "--signal", "com.quintelbarrows.wrenhaven.command"};
+  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  return runCommand(argv, {{"DBUS_SESSION_BUS_ADDRESS", busAddress}});
+}
+
 nlohmann::json AgentHome::status(const std::string& key) const {
   auto document = nlohmann::json::parse(readFile(settingsFile()), nullptr, false);
   if (!document.is_object() || !document.contains(key)) return nlohmann::json();

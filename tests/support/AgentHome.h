@@ -31,6 +31,9 @@ class AgentHome {
   // Starts the agent and waits for its start line; null (with the log in `failure`) when it did not start.
   std::unique_ptr<ChildProcess> launch(const ChildProcess::Environment& environment, std::string& failure) const;
 
+  // Sends a command signal on the session bus as the settings program does (gdbus emit arguments).
+  static CommandResult command(const std::string& busAddress, const std::vector<std::string>& arguments);
+
   std::string log() const { return readFile(logFile()); }
   // One key of the settings file as it is now; null when absent or unreadable.
   nlohmann::json status(const std::string& key) const;

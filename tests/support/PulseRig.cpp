@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <fstream>
 
 namespace wh::test {
@@ -209,6 +211,22 @@ std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& app
   const auto listed = [&] { return pactl({"list", "clients"}).output.find(appID) != std::string::npos; };
   eventually([&] { return !process->running() || listed(); });
   return process->running() ? std::move(process) : nullptr;
+}
+
+double PulseRig::level(const std::string& sink, double wanted) const {
+  double level = -200;
+  eventually([&] {
+    const auto recorded = runCommand({"timeout", "0.6", "parec", "--raw", "--format=float32le", "--channels=1",
+                                      "--rate=48000", "--latency-msec=10", "-d", nodeName(sink) + ".monitor"},
+                                     clientEnvironment(), 5s).output;
+    std::vector<float> samples(recorded.size() / sizeof(float));
+    if (!samples.empty()) std::memcpy(samples.data(), recorded.data(), samples.size() * sizeof(float));
+    double sum = 0;
+    for (std::size_t i = samples.size() / 2; i < samples.size(); ++i) sum += double(samples[i]) * samples[i];
+    level = samples.size() < 2 ? -200.0 : 10 * std::log10(sum / double(samples.size() - samples.size() / 2) + 1e-20);
+    return wanted > 0 ? level > -20 : std::abs(level - wanted) < 0.5;
+  }, 10s);
+  return level;
 }
 
 }  // namespace wh::test

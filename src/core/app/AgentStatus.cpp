@@ -1,6 +1,7 @@
 #include "core/app/AgentStatus.h"
 
 #include <chrono>
+#include <cmath>
 
 #include "core/log/FileLog.h"
 #include "core/settings/Address.h"
@@ -40,6 +41,11 @@ nlohmann::json AgentStatus::batteryJson(const BatteryLevels& levels) {
   return out;
 }
 
+std::string AgentStatus::volumeProblemText(const AppVolumeController::Problem& problem) {
+  if (problem.kind() == AppVolumeController::Problem::Kind::needsPermission) return AppVolumeController::permissionText;
+  return problem.message();
+}
+
 void AgentStatus::put(std::vector<std::pair<std::string, std::optional<StoreValue>>>& changes,
                       const std::string& key, StoreValue value) const {
   if (settings_.store().object(key) == value) return;
@@ -74,6 +80,20 @@ void AgentStatus::publish() {
   if (const auto trusted = accessibility_.trusted()) put(changes, StatusKeys::accessibility, StoreValue::boolean(*trusted));
   put(changes, StatusKeys::launchAtLogin, StoreValue::boolean(loginItem_.enabled()));
   put(changes, StatusKeys::launchAtLoginNeedsApproval, StoreValue::boolean(loginItem_.needsApproval()));
+
+  const AppVolumeController& volume = services_.volume;
+  nlohmann::json taps = nlohmann::json::object();
+  for (const auto& [app, mode] : volume.runningTaps()) taps[app] = mode == ProcessTap::Mode::gain ? "gain" : "mute";
+  put(changes, StatusKeys::taps, StoreValue::fromJson(std::move(taps)));
+  nlohmann::json apps = nlohmann::json::array();
+  for (const auto& app : volume.apps()) {
+    const AppVolumeSetting setting = volume.setting(app);
+    apps.push_back({{"bundleID", app}, {"name", volume.displayName(app)}, {"icon", volume.icon(app)},
+                    {"gain", std::isfinite(setting.gain) ? setting.gain : 1.0F}, {"muted", setting.muted},
+                    {"playing", volume.isPlaying(app)}});
+  }
+  put(changes, StatusKeys::volumeApps, StoreValue::fromJson(std::move(apps)));
+  put(changes, StatusKeys::volumeProblem, StoreValue::string(volumeProblemText(volume.problem())));
   commit(std::move(changes));
 }
 
@@ -123,6 +143,7 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
   }
   if (command == "reload") {
     settings_.changed("reload");  // the settings handler re-reads everything
+    services_.volume.retry();
   } else if (command == "requestBluetooth") {
     if (access_.isDenied()) {
       if (actions_.openBluetoothSettings) actions_.openBluetoothSettings();

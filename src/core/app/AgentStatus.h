@@ -32,6 +32,9 @@ inline constexpr char launchAtLogin[] = "agent.launchAtLogin";      // bool
 inline constexpr char launchAtLoginNeedsApproval[] = "agent.launchAtLoginNeedsApproval";  // bool
 inline constexpr char profileGuard[] = "agent.profileGuard";        // the profile guard's status text
 inline constexpr char outputQuality[] = "agent.outputQuality";      // "<name>: 44.1 kHz, full quality", or ""
+inline constexpr char taps[] = "agent.taps";                        // app id -> "mute" or "gain"
+inline constexpr char volumeApps[] = "agent.volumeApps";            // [{"bundleID", "name", "icon", "gain", "muted", "playing"}]
+inline constexpr char volumeProblem[] = "agent.volumeProblem";      // text, empty when none
 }  // namespace StatusKeys
 
 class AgentStatus {
@@ -67,6 +70,7 @@ class AgentStatus {
 
   static const char* accessText(BluetoothAuthorization authorization);
   static nlohmann::json batteryJson(const BatteryLevels& levels);
+  static std::string volumeProblemText(const AppVolumeController::Problem& problem);
 
  private:
   // Adds the change to `changes` when the stored value differs.

@@ -39,6 +39,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   processes_.start();
 
   services_.pinner.onChange = refreshAction_;
+  services_.volume.onChange = refreshAction_;
   services_.battery.onChange = refreshAction_;
   services_.bluetooth.onChange = refreshAction_;
   services_.bluetooth.onConnected = lifetime_.guard(
@@ -52,6 +53,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   services_.pinner.start();
   services_.profileGuard.onChange = refreshAction_;
   services_.profileGuard.start();
+  services_.volume.start();
 
   // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.
   if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));

@@ -6,6 +6,7 @@
 #include "core/bluetooth/OutputSwitcher.h"
 #include "core/quality/InputPinner.h"
 #include "core/quality/ProfileGuard.h"
+#include "core/volume/AppVolumeController.h"
 
 namespace wh {
 
@@ -17,6 +18,9 @@ struct ServicePorts {
   OutputSwitcher::Audio switcherAudio;
   AudioHardware& audio;
   AudioProcessMonitor& processes;
+  AppGrouping& grouping;
+  DesktopEntries& desktop;
+  ProcessTaps& taps;
 };
 
 class Services {
@@ -26,7 +30,8 @@ class Services {
         battery(runtime, ports.battery),
         switcher(runtime, std::move(ports.switcherAudio)),
         pinner(runtime, settings, ports.audio, ports.processes),
-        profileGuard(runtime, settings, ports.audio, ports.processes, pinner) {}
+        profileGuard(runtime, settings, ports.audio, ports.processes, pinner),
+        volume(runtime, settings, ports.audio, ports.processes, ports.grouping, ports.desktop, ports.taps) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
 
@@ -35,6 +40,7 @@ class Services {
   OutputSwitcher switcher;
   InputPinner pinner;
   ProfileGuard profileGuard;  // runs with the pinner
+  AppVolumeController volume;
 };
 
 }  // namespace wh

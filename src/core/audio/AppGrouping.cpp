@@ -147,6 +147,8 @@ std::optional<DesktopEntry> DesktopEntry::parse(const std::string& id, const std
     if (key == "StartupWMClass") entry.startupWMClass = value;
     if (key == "NoDisplay") entry.noDisplay = value == "true";
     if (key == "Hidden") entry.hidden = value == "true";
+    if (key == "Name") entry.name = value;
+    if (key == "Icon") entry.icon = value;
   });
   if (type != "Application") return std::nullopt;
   return entry;

@@ -31,6 +31,8 @@ struct DesktopEntry {
   std::string startupWMClass;
   bool noDisplay = false;
   bool hidden = false;  // deleted: it hides entries of the same id in less important folders
+  std::string name = {};  // the application's name as menus show it
+  std::string icon = {};  // an icon name of the icon theme, or a file path
 
   // Reads the "Desktop Entry" group of a desktop entry file; nothing for anything but an
   // application entry.

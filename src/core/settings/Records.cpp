@@ -174,7 +174,8 @@ std::optional<AppVolumes> decodeAppVolumes(std::string_view text) {
   if (!body.is_object()) return std::nullopt;
   AppVolumes volumes;
   for (const auto& [app, value] : body.items()) {
-    if (!readValue(value, volumes[app])) return std::nullopt;
+    // One unreadable app costs only its own record.
+    if (AppVolumeSetting volume; readValue(value, volume)) volumes.emplace(app, volume);
   }
   return volumes;
 }

@@ -80,7 +80,8 @@ using AppVolumes = std::map<std::string, AppVolumeSetting>;
 // {"gain", "muted"}.
 //
 // Decoding is all or nothing: text that is not JSON of the right shape, a record without a
-// required key, or any key holding a value of the wrong type gives no result at all. Missing
+// required key, or any key holding a value of the wrong type gives no result at all; except that
+// an unreadable per-app volume is left out and the other apps are kept. Missing
 // optional keys (or null) take their defaults, unknown keys are ignored, and a stored icon is
 // passed through savedDeviceIcon so that old and unknown texts are rewritten on the next save.
 std::optional<std::vector<DeviceSetting>> decodeDevices(std::string_view json);

@@ -98,7 +98,7 @@ PulseMirror::~PulseMirror() = default;
 // --- applying the server's reports -------------------------------------------------------------
 
 void PulseMirror::applyDevice(const PulseDeviceInfo& info) {
-  if (info.isMonitor) return;
+  if (info.isMonitor || info.name.starts_with(tapSinkPrefix)) return;
   Changes changes;
   {
     std::lock_guard lock(mutex_);
@@ -456,6 +456,12 @@ std::optional<std::string> PulseMirror::deviceServerName(AudioObjectID id, bool 
   const Device* device = findDevice(id);
   if (device == nullptr || device->isSink != sink) return std::nullopt;
   return device->name;
+}
+
+std::optional<std::uint32_t> PulseMirror::clientServerIndex(AudioObjectID process) const {
+  std::lock_guard lock(mutex_);
+  const auto index = clientIndexes_.find(process);
+  return index == clientIndexes_.end() ? std::nullopt : std::optional(index->second);
 }
 
 std::optional<AudioObjectID> PulseMirror::defaultDevice(AudioProperty which) {

@@ -26,6 +26,9 @@ namespace wh::platform {
 
 using PulseProperties = std::map<std::string, std::string>;
 
+// The agent's own per-app sinks (process taps) begin with this; they are not devices.
+inline constexpr char tapSinkPrefix[] = "wrenhaven_tap.";
+
 // One sink or source as the server describes it.
 struct PulseDeviceInfo {
   std::uint32_t index = 0;
@@ -115,6 +118,8 @@ class PulseMirror : public AudioHardware {
   std::optional<std::string> deviceServerName(AudioObjectID device, bool sink) const;
   // The server's name of a card known by its id.
   std::optional<std::string> cardServerName(AudioObjectID card) const;
+  // The server's index of a client known by its process id.
+  std::optional<std::uint32_t> clientServerIndex(AudioObjectID process) const;
 
   std::vector<AudioObjectID> devices() override;
   std::optional<std::string> deviceUID(AudioObjectID device) override;

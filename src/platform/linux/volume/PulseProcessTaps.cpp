@@ -1,0 +1,391 @@
+#include "platform/linux/volume/PulseProcessTaps.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <cctype>
+#include <random>
+#include <vector>
+
+#include "core/log/Log.h"
+
+namespace wh::platform {
+
+namespace {
+
+constexpr std::uint32_t tapRate = 48000;
+constexpr std::uint8_t tapChannels = 2;
+constexpr pa_sample_spec tapFormat{PA_SAMPLE_FLOAT32LE, tapRate, tapChannels};
+constexpr std::uint32_t frameBytes = tapChannels * sizeof(float);
+// The monitor is read in pieces of this length; the output stream asks for no more than this.
+constexpr double captureFragment = 0.005;
+constexpr double playbackTarget = 0.02;
+// The playback rate is corrected twice a second, by at most this fraction, so that an excess of
+// sound in the output stream is gone within about `convergeTime` seconds.
+constexpr double adjustInterval = 0.5;
+constexpr double convergeTime = 5.0;
+constexpr double maxRateDeviation = 0.005;
+constexpr int tapThreadPriority = 5;
+// How many of the monitor's largest pieces the output stream should hold at least.
+constexpr double periodMargin = 1.5;
+
+std::uint32_t bytesFor(double seconds) {
+  return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
+}
+
+// A sink name made of the characters every server accepts in one.
+std::string sinkNameFor(const std::string& bundleID) {
+  std::string name = PulseProcessTaps::sinkPrefix;
+  for (char c : bundleID) name += (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '.' || c == '-') ? c : '_';
+  std::random_device random;
+  return name + "." + std::to_string(random() % 1000000000U);
+}
+
+struct SinkRecord {
+  std::uint32_t index, module;
+  std::string name;
+};
+struct InputRecord {
+  std::uint32_t index, client, sink;
+};
+
+// Blocking reads and writes on a session, with the session's lock held.
+struct Calls {
+  PulseSession& session;
+
+  template <class Record>
+  struct Collect {
+    PulseSession* session;
+    std::vector<Record> records;
+  };
+
+  std::vector<SinkRecord> sinks() {
+    Collect<SinkRecord> collect{&session, {}};
+    session.await(pa_context_get_sink_info_list(
+        session.context(),
+        [](pa_context*, const pa_sink_info* info, int, void* data) {
+          auto* c = static_cast<Collect<SinkRecord>*>(data);
+          if (info != nullptr) c->records.push_back({info->index, info->owner_module, info->name ? info->name : ""});
+          c->session->signal();
+        },
+        &collect));
+    return collect.records;
+  }
+
+  std::vector<InputRecord> inputs() {
+    Collect<InputRecord> collect{&session, {}};
+    session.await(pa_context_get_sink_input_info_list(
+        session.context(),
+        [](pa_context*, const pa_sink_input_info* info, int, void* data) {
+          auto* c = static_cast<Collect<InputRecord>*>(data);
+          if (info != nullptr) c->records.push_back({info->index, info->client, info->sink});
+          c->session->signal();
+        },
+        &collect));
+    return collect.records;
+  }
+
+  std::string defaultSink() {
+    Collect<std::string> collect{&session, {}};
+    session.await(pa_context_get_server_info(
+        session.context(),
+        [](pa_context*, const pa_server_info* info, void* data) {
+          auto* c = static_cast<Collect<std::string>*>(data);
+          if (info != nullptr && info->default_sink_name != nullptr) c->records.emplace_back(info->default_sink_name);
+          c->session->signal();
+        },
+        &collect));
+    return collect.records.empty() ? std::string() : collect.records.front();
+  }
+
+  struct Answer {
+    PulseSession* session;
+    bool success = false;
+    std::uint32_t index = PA_INVALID_INDEX;
+  };
+  static void onSuccess(pa_context*, int success, void* data) {
+    auto* answer = static_cast<Answer*>(data);
+    answer->success = success != 0;
+    answer->session->signal();
+  }
+
+  // Each answers whether the server did it.
+  template <class Start>
+  bool succeeds(Start start) {
+    Answer answer{&session};
+    return session.await(start(&Calls::onSuccess, &answer)) && answer.success;
+  }
+  bool move(std::uint32_t input, std::uint32_t sink) {
+    return succeeds([&](auto done, Answer* answer) {
+      return pa_context_move_sink_input_by_index(session.context(), input, sink, done, answer);
+    });
+  }
+  bool move(std::uint32_t input, const std::string& sink) {
+    return succeeds([&](auto done, Answer* answer) {
+      return pa_context_move_sink_input_by_name(session.context(), input, sink.c_str(), done, answer);
+    });
+  }
+  bool unload(std::uint32_t module) {
+    return succeeds([&](auto done, Answer* answer) {
+      return pa_context_unload_module(session.context(), module, done, answer);
+    });
+  }
+  std::uint32_t load(const char* name, const std::string& arguments) {
+    Answer answer{&session};
+    session.await(pa_context_load_module(
+        session.context(), name, arguments.c_str(),
+        [](pa_context*, std::uint32_t index, void* data) {
+          auto* a = static_cast<Answer*>(data);
+          a->index = index;
+          a->session->signal();
+        },
+        &answer));
+    return answer.index;
+  }
+};
+
+// Moves the streams of the given sinks to the default output (or the first other sink).
+void moveOut(Calls& calls, const std::set<std::uint32_t>& leaving,
+             const std::map<std::uint32_t, std::uint32_t>& origins = {}) {
+  const auto sinks = calls.sinks();
+  std::string fallback = calls.defaultSink();
+  for (const auto& sink : sinks) {
+    if (leaving.count(sink.index) > 0 && sink.name == fallback) fallback.clear();
+  }
+  for (const auto& sink : sinks) {
+    if (fallback.empty() && leaving.count(sink.index) == 0) fallback = sink.name;
+  }
+  for (const auto& input : calls.inputs()) {
+    if (leaving.count(input.sink) == 0) continue;
+    const auto origin = origins.find(input.index);
+    const bool back = origin != origins.end() && std::any_of(sinks.begin(), sinks.end(), [&](const SinkRecord& s) {
+                        return s.index == origin->second && leaving.count(s.index) == 0;
+                      });
+    if (back ? !calls.move(input.index, origin->second) : !fallback.empty() && !calls.move(input.index, fallback)) {
+      Log::error("could not give stream " + std::to_string(input.index) + " its output back");
+    }
+  }
+}
+
+}  // namespace
+
+PulseProcessTaps::PulseProcessTaps(PulseMirror& mirror, Options options)
+    : mirror_(mirror), options_(std::move(options)) {}
+
+ProcessTaps::Result PulseProcessTaps::build(const ProcessTap::Request& request) {
+  std::set<std::uint32_t> clients;
+  for (const AudioObjectID process : request.processes) {
+    if (const auto index = mirror_.clientServerIndex(process)) clients.insert(*index);
+  }
+  auto tap = std::make_shared<Tap>(request, std::move(clients), options_);
+  if (const auto failure = tap->start(request)) return *failure;
+  return tap;
+}
+
+void PulseProcessTaps::removeLeftovers() {
+  PulseSession session(options_.server, "Wrenhaven", "wrenhaven.taps", options_.operationTimeout);
+  if (session.connect() != 0) return;
+  PulseSession::Lock lock(session);
+  Calls calls{session};
+  std::set<std::uint32_t> stale, modules;
+  for (const auto& sink : calls.sinks()) {
+    if (sink.name.rfind(sinkPrefix, 0) != 0) continue;
+    stale.insert(sink.index);
+    if (sink.module != PA_INVALID_INDEX) modules.insert(sink.module);
+    Log::info("removing tap sink " + sink.name + " left behind by an earlier run");
+  }
+  if (stale.empty()) return;
+  moveOut(calls, stale);
+  for (const auto module : modules) calls.unload(module);
+}
+
+PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clients, const Options& options)
+    : ProcessTap(request),
+      session_(options.server, "Wrenhaven tap", "wrenhaven.tap", options.operationTimeout),
+      bundleID_(request.bundleID),
+      clients_(std::move(clients)),
+      targetBuffer_(options.targetBuffer) {}
+
+PulseProcessTaps::Tap::~Tap() { stop(); }
+
+std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& request) {
+  using Step = Failure::Step;
+  if (const int error = session_.connect(); error != 0) return Failure{Step::tap, error};
+  std::optional<Failure> failure;
+  {
+    PulseSession::Lock lock(session_);
+    Calls calls{session_};
+    sinkName_ = sinkNameFor(bundleID_);
+    const std::string arguments = "sink_name=" + sinkName_ + " format=float32le rate=" + std::to_string(tapRate) +
+                                  " channels=" + std::to_string(tapChannels) +
+                                  " sink_properties='device.description=\"Wrenhaven " + bundleID_ + "\"'";
+    module_ = calls.load("module-null-sink", arguments);
+    for (const auto& sink : module_ == PA_INVALID_INDEX ? std::vector<SinkRecord>{} : calls.sinks()) {
+      if (sink.name == sinkName_) sink_ = sink.index;
+    }
+    if (sink_ == PA_INVALID_INDEX) failure = Failure{Step::tap, session_.error()};
+    if (!failure) {
+      // Streams that appear later are caught by the subscription; those there now, by the list.
+      pa_context_set_subscribe_callback(session_.context(), &Tap::onEvent, this);
+      calls.succeeds([&](auto done, Calls::Answer* answer) {
+        return pa_context_subscribe(session_.context(), PA_SUBSCRIPTION_MASK_SINK_INPUT, done, answer);
+      });
+      // Waited for, so that a tap this one replaces finds none of them when it stops. A stream
+      // that has gone meanwhile needs no move.
+      for (const auto& input : calls.inputs()) {
+        if (clients_.count(input.client) == 0 || input.sink == sink_) continue;
+        origins_[input.index] = input.sink;
+        calls.move(input.index, sink_);
+      }
+    }
+    if (!failure && request.mode == Mode::gain) {
+      failure = request.outputUID ? startGain(*request.outputUID) : Failure{Step::aggregate, badDeviceStatus};
+    }
+  }
+  if (failure) stop();
+  return failure;
+}
+
+void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
+  if (from == sink_ || origins_.count(input) > 0) return;
+  origins_[input] = from;
+  // Not waited for: this runs inside the subscription's callback.
+  if (pa_operation* operation = pa_context_move_sink_input_by_index(session_.context(), input, sink_, nullptr, nullptr)) {
+    pa_operation_unref(operation);
+  }
+}
+
+void PulseProcessTaps::Tap::onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
+                                    void* self) {
+  if ((type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) != PA_SUBSCRIPTION_EVENT_NEW) return;
+  pa_operation* operation = pa_context_get_sink_input_info(
+      context, index,
+      [](pa_context*, const pa_sink_input_info* info, int, void* data) {
+        auto* tap = static_cast<Tap*>(data);
+        if (info != nullptr && !tap->stopped_ && tap->clients_.count(info->client) > 0) tap->moveIn(info->index, info->sink);
+      },
+      self);
+  if (operation != nullptr) pa_operation_unref(operation);
+}
+
+std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startGain(const std::string& outputUID) {
+  using Step = Failure::Step;
+  Calls calls{session_};
+  const auto sinks = calls.sinks();
+  if (std::none_of(sinks.begin(), sinks.end(), [&](const SinkRecord& sink) { return sink.name == outputUID; })) {
+    return Failure{Step::aggregate, PA_ERR_NOENTITY};
+  }
+  const auto ready = [](pa_stream* stream) { return pa_stream_get_state(stream) == PA_STREAM_READY; };
+  const auto settled = [&](pa_stream* stream) {
+    return session_.awaitUntil([&] { return !PA_STREAM_IS_GOOD(pa_stream_get_state(stream)) || ready(stream); }) &&
+           ready(stream);
+  };
+  const auto signal = [](pa_stream*, void* session) { static_cast<PulseSession*>(session)->signal(); };
+  rate_ = tapRate;
+
+  playback_ = pa_stream_new(session_.context(), ("Wrenhaven " + bundleID_).c_str(), &tapFormat, nullptr);
+  if (playback_ == nullptr) return Failure{Step::io, session_.error()};
+  pa_stream_set_state_callback(playback_, signal, &session_);
+  pa_stream_set_underflow_callback(
+      playback_, [](pa_stream*, void* tap) { ++static_cast<Tap*>(tap)->underflows_; }, this);
+  const pa_buffer_attr playbackAttributes{static_cast<std::uint32_t>(-1), bytesFor(playbackTarget),
+                                          bytesFor(playbackTarget / 2), bytesFor(captureFragment),
+                                          static_cast<std::uint32_t>(-1)};
+  const auto playbackFlags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE |
+                                                            PA_STREAM_DONT_MOVE | PA_STREAM_AUTO_TIMING_UPDATE |
+                                                            PA_STREAM_INTERPOLATE_TIMING);
+  if (pa_stream_connect_playback(playback_, outputUID.c_str(), &playbackAttributes, playbackFlags, nullptr, nullptr) < 0 ||
+      !settled(playback_)) {
+    return Failure{Step::io, session_.error()};
+  }
+
+  capture_ = pa_stream_new(session_.context(), ("Wrenhaven tap " + bundleID_).c_str(), &tapFormat, nullptr);
+  if (capture_ == nullptr) return Failure{Step::io, session_.error()};
+  pa_stream_set_state_callback(capture_, signal, &session_);
+  pa_stream_set_read_callback(capture_, [](pa_stream*, size_t, void* tap) { static_cast<Tap*>(tap)->pump(); }, this);
+  const auto max = static_cast<std::uint32_t>(-1);
+  const pa_buffer_attr captureAttributes{max, max, max, max, bytesFor(captureFragment)};
+  const std::string monitor = sinkName_ + ".monitor";
+  if (pa_stream_connect_record(capture_, monitor.c_str(), &captureAttributes,
+                               static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE)) < 0 ||
+      !settled(capture_)) {
+    return Failure{Step::io, session_.error()};
+  }
+  return std::nullopt;
+}
+
+// On the tap's thread, with the loop's lock held: everything the monitor has is played out.
+void PulseProcessTaps::Tap::pump() {
+  if (frames_.load(std::memory_order_relaxed) == 0) {
+    // The audio thread runs at real-time priority where the system allows it.
+    const sched_param priority{tapThreadPriority};
+    pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);
+  }
+  const void* data = nullptr;
+  std::size_t bytes = 0;
+  while (pa_stream_peek(capture_, &data, &bytes) == 0 && bytes > 0) {
+    // The output stream must hold more than the monitor hands over at once (a server's period).
+    heldAtLeast_ = std::max(heldAtLeast_, periodMargin * static_cast<double>(bytes / frameBytes) / tapRate);
+    std::size_t done = 0;
+    while (done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
+      void* out = nullptr;
+      std::size_t piece = bytes - done;
+      if (pa_stream_begin_write(playback_, &out, &piece) < 0 || out == nullptr) break;
+      piece = std::min(piece, bytes - done) / frameBytes * frameBytes;
+      const InputAudioBuffer input{tapChannels, static_cast<std::uint32_t>(piece),
+                                   data ? static_cast<const float*>(data) + done / sizeof(float) : nullptr};
+      const AudioBuffer output{tapChannels, static_cast<std::uint32_t>(piece), static_cast<float*>(out)};
+      GainMixer::render({&input, 1}, {&output, 1}, tapChannels, box());
+      pa_stream_write(playback_, out, piece, nullptr, 0, PA_SEEK_RELATIVE);
+      done += piece;
+    }
+    pa_stream_drop(capture_);
+    frames_.fetch_add(bytes / frameBytes, std::memory_order_relaxed);
+  }
+  if (frames_.load(std::memory_order_relaxed) - framesAtAdjust_ >= adjustInterval * tapRate) adaptRate();
+}
+
+// The output device and the tap sink keep different clocks: run the output stream a little
+// faster while it holds more than it should, a little slower while it holds less.
+void PulseProcessTaps::Tap::adaptRate() {
+  framesAtAdjust_ = frames_.load(std::memory_order_relaxed);
+  pa_usec_t latency = 0;
+  int negative = 0;
+  const pa_timing_info* timing = pa_stream_get_timing_info(playback_);
+  if (timing == nullptr || pa_stream_get_latency(playback_, &latency, &negative) < 0 || negative != 0) return;
+  const double held = (static_cast<double>(latency) - static_cast<double>(timing->sink_usec)) / 1e6;
+  const double target = std::max(targetBuffer_, heldAtLeast_);
+  const double deviation = std::clamp((held - target) / convergeTime, -maxRateDeviation, maxRateDeviation);
+  const auto rate = static_cast<std::uint32_t>(tapRate * (1.0 + deviation) + 0.5);
+  if (rate == rate_) return;
+  rate_ = rate;
+  if (pa_operation* operation = pa_stream_update_sample_rate(playback_, rate, nullptr, nullptr)) {
+    pa_operation_unref(operation);
+  }
+}
+
+void PulseProcessTaps::Tap::stop() {
+  PulseSession::Lock lock(session_);
+  if (stopped_) return;
+  stopped_ = true;
+  // The playback path goes before the sink it reads.
+  for (pa_stream** stream : {&capture_, &playback_}) {
+    if (*stream == nullptr) continue;
+    pa_stream_set_read_callback(*stream, nullptr, nullptr);
+    pa_stream_set_state_callback(*stream, nullptr, nullptr);
+    pa_stream_set_underflow_callback(*stream, nullptr, nullptr);
+    pa_stream_disconnect(*stream);
+    pa_stream_unref(*stream);
+    *stream = nullptr;
+  }
+  if (!session_.connected()) return;
+  pa_context_set_subscribe_callback(session_.context(), nullptr, nullptr);
+  if (module_ == PA_INVALID_INDEX) return;
+  Calls calls{session_};
+  if (sink_ != PA_INVALID_INDEX) moveOut(calls, {sink_}, origins_);
+  calls.unload(module_);
+  module_ = PA_INVALID_INDEX;
+}
+
+}  // namespace wh::platform

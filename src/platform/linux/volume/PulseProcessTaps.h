@@ -1,0 +1,88 @@
+#pragma once
+// Process taps on the PulseAudio protocol (PulseAudio, or PipeWire's pulse server). A tap is a
+// private null sink named after the application, to which every playback stream of the
+// application's clients is moved, also the streams that appear later: nothing plays that sink, so
+// the application is silent (mute). A gain tap also records the sink's monitor and plays it, through
+// the gain mixer, to the output device, on its connection's real-time thread "wrenhaven.tap"; the
+// playback rate follows the fill of the output stream, so the two clocks' drift neither starves
+// nor piles up the stream. Stopping moves the streams back where they were (or to the default
+// output when that is gone) and unloads the sink. Failures carry the server's error numbers.
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "core/volume/ProcessTap.h"
+#include "platform/linux/audio/PulseMirror.h"
+#include "platform/linux/volume/PulseSession.h"
+
+namespace wh::platform {
+
+class PulseProcessTaps final : public ProcessTaps {
+ public:
+  struct Options {
+    std::string server;  // empty: libpulse's own search
+    double operationTimeout = 2.0;
+    // How much sound the output stream should hold beyond the device's own latency.
+    double targetBuffer = 0.01;
+  };
+  // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
+  // was left behind by an agent that ended without stopping it.
+  static constexpr const char* sinkPrefix = tapSinkPrefix;
+
+  PulseProcessTaps(PulseMirror& mirror, Options options);
+  explicit PulseProcessTaps(PulseMirror& mirror) : PulseProcessTaps(mirror, Options()) {}
+
+  Result build(const ProcessTap::Request& request) override;
+  void removeLeftovers() override;
+
+  class Tap;
+
+ private:
+  PulseMirror& mirror_;
+  Options options_;
+};
+
+class PulseProcessTaps::Tap final : public ProcessTap {
+ public:
+  Tap(const Request& request, std::set<std::uint32_t> clients, const Options& options);
+  ~Tap() override;
+
+  // Answers the failure, after undoing what was made; nothing on success.
+  std::optional<Failure> start(const Request& request);
+  void stop() override;
+
+  const std::string& sinkName() const { return sinkName_; }
+  // How often the output stream ran dry, and how many frames went through.
+  std::uint64_t underflows() const { return underflows_.load(); }
+  std::uint64_t frames() const { return frames_.load(); }
+
+ private:
+  std::optional<Failure> startGain(const std::string& outputUID);
+  void moveIn(std::uint32_t input, std::uint32_t from);
+  void pump();
+  void adaptRate();
+  static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index, void* self);
+
+  PulseSession session_;
+  std::string bundleID_;
+  std::set<std::uint32_t> clients_;
+  double targetBuffer_;
+  std::string sinkName_;
+  std::uint32_t module_ = PA_INVALID_INDEX;
+  std::uint32_t sink_ = PA_INVALID_INDEX;
+  std::map<std::uint32_t, std::uint32_t> origins_;  // playback stream -> the sink it came from
+  pa_stream* capture_ = nullptr;
+  pa_stream* playback_ = nullptr;
+  std::uint32_t rate_ = 0;
+  double heldAtLeast_ = 0;
+  std::uint64_t framesAtAdjust_ = 0;
+  bool stopped_ = false;
+  std::atomic<std::uint64_t> underflows_{0};
+  std::atomic<std::uint64_t> frames_{0};
+};
+
+}  // namespace wh::platform

@@ -1,0 +1,114 @@
+// The app volume controller on the virtual clock: scripts of process changes, settings and time,
+// then the taps that run, how many were built and stopped, the problem and the listed apps.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "AudioWorld.h"
+#include "core/volume/AppVolumeController.h"
+#include "doubles/FakeProcessTaps.h"
+#include "doubles/MemoryStore.h"
+
+namespace wh {
+namespace {
+
+struct Scenario {
+  std::string script;
+  std::string taps;  // running taps: "app:mode:output:gain[:processes]"
+  int builds, stops;
+  std::string problem = "";
+  std::string apps = "a";
+};
+void PrintTo(const Scenario& scenario, std::ostream* out) { *out << scenario.script; }
+
+class VolumeControllerTest : public testing::TestWithParam<Scenario>, protected test::AudioWorld {
+ protected:
+  VolumeControllerTest() {
+    addDevice(1, "speakers", "Speakers", Transport::builtIn, 0, 1);
+    addDevice(2, "buds", "Buds", Transport::bluetooth, 0, 1);
+    hw.defaults[AudioProperty::defaultOutputDevice] = 1;
+    runApp("a", 10);
+    runApp("b", 20);
+    table.processes[11] = {10, "/usr/bin/a-helper", {}, {}};
+  }
+
+  // "a+"/"a-": the app's process plays/pauses ("a2+": its second process), "ax": it quits; "a=G":
+  // setGain; "am": toggleMute; "+S": seconds pass; ".": the tap queue runs; "fail": the next build
+  // fails; "sig": the newest tap hears sound; "out": the default output moves to the buds; "retry".
+  void play(const std::string& script) {
+    std::istringstream events(script);
+    for (std::string e; events >> e;) {
+      const std::string app = e.substr(0, 1);
+      const AudioObjectID object = (app == "a" ? 10 : 20) + (e[1] == '2' ? 1 : 0);
+      if (e == ".") rt.drainSerialQueues();
+      else if (e[0] == '+') rt.advance(std::stod(e.substr(1)));
+      else if (e == "fail") taps.failNext = ProcessTap::Failure{ProcessTap::Failure::Step::tap, 25};
+      else if (e == "sig") taps.built.back()->box().markSignal();
+      else if (e == "retry") volume.retry();
+      else if (e[1] == '=') volume.setGain(app, std::stof(e.substr(2)));
+      else if (e == app + "m") volume.toggleMute(app);
+      else if (e == "out") {
+        hw.defaults[AudioProperty::defaultOutputDevice] = 2;
+        hw.notify(audioSystemObject, AudioProperty::defaultOutputDevice);
+      } else {
+        std::erase_if(hw.processList, [&](const auto& p) { return p.id == object; });
+        if (e.back() != 'x') hw.processList.push_back({object, int(object), {}, false, e.back() == '+'});
+        monitor.refresh();
+      }
+    }
+  }
+
+  MemoryStore store;
+  NotificationCenter notifications;
+  Settings settings{store, notifications, true, nullptr};
+  AudioProcessMonitor monitor{rt, hw, grouping};
+  FakeProcessTaps taps;
+  AppVolumeController volume{rt, settings, hw, monitor, grouping, desktop, taps};
+};
+
+TEST_P(VolumeControllerTest, Scenario) {
+  monitor.start();
+  volume.start();
+  play(GetParam().script);
+  std::string running, apps, problem = volume.problem().message();
+  int stops = 0;
+  for (const auto& tap : taps.built) {
+    const auto& [app, processes, mode, output, gain] = tap->request;
+    stops += tap->stops;
+    if (tap->stops == 0) running += app + (mode == ProcessTap::Mode::gain ? ":gain:" : ":mute:") + output.value_or("-") +
+                                    ":" + std::to_string(tap->box().gain()).substr(0, 3) + (processes.size() > 1 ? ":2" : "");
+  }
+  for (const auto& app : volume.apps()) apps += (apps.empty() ? "" : " ") + app;
+  if (volume.problem().kind() == AppVolumeController::Problem::Kind::needsPermission) problem = "permission";
+  EXPECT_EQ(running, GetParam().taps);
+  EXPECT_EQ(int(taps.built.size()) * 10 + stops, GetParam().builds * 10 + GetParam().stops);
+  EXPECT_EQ(problem, GetParam().problem);
+  EXPECT_EQ(apps, GetParam().apps);
+  EXPECT_EQ(taps.cleanUps, 1);
+  EXPECT_EQ(volume.runningTaps().size(), running.empty() ? 0U : 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, VolumeControllerTest,
+    testing::Values(
+        Scenario{"a+ a=0.9995 .", "", 0, 0},
+        Scenario{"a+ a=0.0005 .", "a:mute:speakers:0.0", 1, 0},
+        Scenario{"a- a=0.5 . am .", "a:mute:speakers:0.5", 1, 0, "", ""},           // muted: tapped while silent
+        Scenario{"a+ a=0.5 . a=0.3 .", "a:gain:speakers:0.3", 1, 0},                // a gain change needs no rebuild
+        Scenario{"a+ a=0.5 . a- +19 a+ .", "a:gain:speakers:0.5", 1, 0},            // resumed within 20 s: reused
+        Scenario{"a+ a=0.5 . a- +20 .", "", 1, 1},
+        Scenario{"a+ a=0.5 . a=1 .", "", 1, 1},                                      // back to full volume: at once
+        Scenario{"a+ a=0.5 a=0 .", "a:mute:speakers:0.0", 2, 1},                     // the newer build wins
+        Scenario{"a+ a=0.5 . a2+ .", "a:gain:speakers:0.5:2", 2, 1},                 // a later process is covered
+        Scenario{"a+ a=0.5 . out .", "a:gain:buds:0.5", 2, 1},
+        Scenario{"a+ a=7 a=-3 . b+ b=0.5 . bx .", "a:mute:speakers:0.0", 2, 1, "", "a b"},  // clamped; b quit
+        Scenario{"a+ fail a=0.5 .", "", 0, 0, "Could not change the volume of a"},
+        Scenario{"a+ fail a=0.5 . retry .", "a:gain:speakers:0.5", 1, 0},
+        Scenario{"a+ a=0.5 . +4", "a:gain:speakers:0.5", 1, 0, "permission"},        // only zeros while playing
+        Scenario{"a+ a=0.5 . a- +4", "a:gain:speakers:0.5", 1, 0},                   // paused: nothing concluded
+        Scenario{"a+ a=0.5 . sig +4 a=1 . b+ b=0.5 . +4", "b:gain:speakers:0.5", 2, 1, "", "a b"},  // verified once
+        Scenario{"a+ a- +899 b+ .", "", 0, 0, "", "b a"},
+        Scenario{"a+ a- +900 b+ .", "", 0, 0, "", "b"}));
+
+}  // namespace
+}  // namespace wh

@@ -1,0 +1,80 @@
+// Process taps on private PulseAudio and PipeWire servers with real sound: a client plays a tone to
+// the speakers; the level is measured at their monitor and pactl shows where the streams are.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sstream>
+
+#include "QtLoop.h"
+#include "platform/linux/audio/PulseAudioHardware.h"
+#include "platform/linux/runtime/QtRuntime.h"
+#include "platform/linux/volume/PulseProcessTaps.h"
+#include "support/PulseRig.h"
+
+namespace wh::platform {
+namespace {
+
+using test::PulseRig;
+using Mode = ProcessTap::Mode;
+
+class ProcessTapTest : public testing::TestWithParam<test::SoundServer> {
+ protected:
+  bool qt_ = (test::qtApplication(), true);
+  PulseRig rig{GetParam()};
+  QtRuntime runtime;
+  // The first letters of the sink of each of the client's streams, then "+tap" per tap sink.
+  std::string placement(std::uint32_t client) const {
+    std::map<std::string, std::string> sinks;
+    std::istringstream sinkLines(rig.pactl({"list", "short", "sinks"}).output);
+    std::istringstream inputLines(rig.pactl({"list", "short", "sink-inputs"}).output);
+    for (std::string index, name, rest; sinkLines >> index >> name && std::getline(sinkLines, rest);) sinks[index] = name;
+    std::string out;
+    for (std::string index, sink, owner, rest; inputLines >> index >> sink >> owner && std::getline(inputLines, rest);) {
+      if (owner == std::to_string(client)) out += sinks[sink].substr(0, 5) + " ";
+    }
+    for (const auto& [index, name] : sinks) out += name.starts_with(PulseProcessTaps::sinkPrefix) ? "+tap" : "";
+    return out;
+  }
+};
+
+TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNothing) {
+  if (!rig.available()) GTEST_SKIP() << rig.whyNot();
+  PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
+  ASSERT_TRUE(hardware.waitUntilReady(10));
+  PulseProcessTaps taps(hardware, {.server = rig.server()});
+  auto tone = rig.client({"--tone"});
+  ASSERT_TRUE(tone);
+  AudioObjectID process = 0;
+  ASSERT_TRUE(test::eventually([&] {
+    for (auto id : hardware.processObjects()) process = hardware.processPID(id) == tone->pid() ? id : process;
+    return process != 0;
+  }));
+  const std::uint32_t client = *hardware.clientServerIndex(process);
+  const std::string speakers = PulseRig::laptopSpeakers;
+  const double full = rig.level(speakers);
+  ASSERT_GT(full, -20) << "the tone plays";
+  const auto build = [&](Mode mode, std::optional<std::string> output) {
+    return taps.build({"org.example.Player", {process}, mode, std::move(output), 0.5F});
+  };
+
+  EXPECT_EQ(std::get<ProcessTap::Failure>(build(Mode::gain, std::nullopt)),
+            (ProcessTap::Failure{ProcessTap::Failure::Step::aggregate, ProcessTap::badDeviceStatus}));
+  EXPECT_EQ(placement(client), "alsa_ ");
+  auto tap = std::get<std::shared_ptr<ProcessTap>>(build(Mode::gain, speakers));
+  EXPECT_NEAR(rig.level(speakers, full - 6.02), full - 6.02, 0.5);
+  EXPECT_TRUE(tap->box().sawSignal());
+  tap->stop();
+  EXPECT_EQ(placement(client), "alsa_ ");
+
+  tap = std::get<std::shared_ptr<ProcessTap>>(build(Mode::mute, speakers));
+  tone->terminate(SIGHUP);  // a second stream, after the tap was built
+  EXPECT_TRUE(test::eventually([&] { return placement(client) == "wrenh wrenh +tap"; })) << placement(client);
+  EXPECT_LT(rig.level(speakers, -200), -60);
+  tap->stop();
+  EXPECT_EQ(placement(client), "alsa_ alsa_ ");
+}
+
+INSTANTIATE_TEST_SUITE_P(S, ProcessTapTest, test::bothSoundServers(), test::soundServerTestName);
+
+}  // namespace
+}  // namespace wh::platform
