@@ -20,6 +20,7 @@ struct MenuEntry {
   std::string toolTip;
   std::function<void()> run;
   std::vector<MenuEntry> submenu;
+  bool opensSubmenu = false;  // a submenu, even while it holds no entries
 
   static MenuEntry item(std::string title, std::function<void()> run) {
     MenuEntry entry;
@@ -52,6 +53,7 @@ struct MenuEntry {
     MenuEntry entry;
     entry.title = std::move(title);
     entry.submenu = std::move(entries);
+    entry.opensSubmenu = true;
     return entry;
   }
 };
