@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <optional>
 
 #include "app/BuildConfig.h"
 #include "app/LinuxAppHost.h"
@@ -36,6 +37,7 @@
 #include "platform/linux/app/SystemInfo.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
 #include "platform/linux/settings/XdgPaths.h"
+#include "ui/tray/TrayUserInterface.h"
 
 namespace {
 
@@ -165,6 +167,15 @@ int main(int argc, char** argv) {
   wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes);
 
   gate.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(); };
+
+  // The tray, where there is a display to show it on.
+  std::optional<wh::tray::TrayUserInterface> tray;
+  if (!headless) {
+    wh::ui::PanelServices extras;
+    extras.openBluetoothSettings = [&host] { host.openBluetoothSettings(); };
+    tray.emplace(wh::tray::TraySources{runtime, services, settings, audio, access, build.versionText(), extras});
+    delegate.setUserInterface(&*tray);
+  }
 
   runtime.main().post([&] {
     delegate.applicationDidFinishLaunching();

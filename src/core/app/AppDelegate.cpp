@@ -34,6 +34,14 @@ void AppDelegate::refresh() {
 
 void AppDelegate::applicationDidFinishLaunching() {
   // The test runner and another instance were ruled out before anything was built (LaunchGate).
+  if (userInterface_ != nullptr) {
+    userInterface_->registerFonts();
+    statusMenu_ = userInterface_->makeStatusMenu();
+    deviceItems_ = userInterface_->makeDeviceItems();
+    statusMenu_->setItemVisible(!settings_.boolValue(Keys::hideMenuIcon, false));
+    addRefreshStep([this] { statusMenu_->refresh(); });
+    addRefreshStep([this] { deviceItems_->refresh(); });
+  }
   processes_.start();
 
   services_.pinner.onChange = refreshAction_;
@@ -51,6 +59,8 @@ void AppDelegate::applicationDidFinishLaunching() {
 
   // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.
   if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));
+
+  if (deviceItems_) deviceItems_->refresh();
 
   observations_.push_back(
       notifications_.observe(BluetoothAccess::changedName, lifetime_.guard([this](const std::string&) {
@@ -129,6 +139,7 @@ void AppDelegate::settingsChanged(const std::string& object) {
       services_.bluetooth.refresh();
     }));
   }
+  if (statusMenu_) statusMenu_->setItemVisible(!settings_.boolValue(Keys::hideMenuIcon, false));
   refreshAction_();
 }
 
@@ -136,6 +147,7 @@ bool AppDelegate::applicationShouldHandleReopen() {
   if (settings_.boolValue(Keys::hideMenuIcon, false)) {
     settings_.store().set(Keys::hideMenuIcon, StoreValue::boolean(false));
     settings_.changed("");
+    if (statusMenu_) statusMenu_->setItemVisible(true);
   }
   return true;
 }

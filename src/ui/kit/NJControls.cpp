@@ -73,7 +73,8 @@ NJButton::NJButton(const QString& title, Style style, QWidget* parent) : QAbstra
 
 QSize NJButton::sizeHint() const {
   if (style_ == Style::icon) return {26, 26};
-  return {QFontMetrics(font()).horizontalAdvance(text()) + 2 * NJTokens::space3, 24};
+  const int padding = style_ == Style::link ? 0 : 2 * NJTokens::space3;
+  return {QFontMetrics(font()).horizontalAdvance(text()) + padding, 24};
 }
 
 void NJButton::paintEvent(QPaintEvent*) {
@@ -88,6 +89,11 @@ void NJButton::paintEvent(QPaintEvent*) {
       painter.drawRoundedRect(box, NJTokens::radiusSmall, NJTokens::radiusSmall);
     }
     NJGlyphs::paint(painter, glyph_, box.adjusted(4, 4, -4, -4), c.secondaryText);
+    return;
+  }
+  if (style_ == Style::link) {
+    painter.setPen(hovered_ ? c.text : c.accent);
+    painter.drawText(box, Qt::AlignVCenter | Qt::AlignLeft, text());
     return;
   }
   const bool accent = style_ == Style::accent;

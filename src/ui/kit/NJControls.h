@@ -38,7 +38,7 @@ class NJSlider : public QSlider {
 class NJButton : public QAbstractButton {
   Q_OBJECT
  public:
-  enum class Style { plain, accent, icon };
+  enum class Style { plain, accent, icon, link };
   NJButton(const QString& title, Style style, QWidget* parent = nullptr);
   void setGlyph(NJGlyph glyph) { glyph_ = glyph; }
   QSize sizeHint() const override;
@@ -83,6 +83,7 @@ class NJKitRow : public QWidget {
   void setTrailing(QWidget* control);
   void setAction(std::function<void()> action);
   QSize sizeHint() const override;
+  QSize minimumSizeHint() const override { return {0, sizeHint().height()}; }
 
  protected:
   void paintEvent(QPaintEvent* event) override;

@@ -19,12 +19,17 @@ QPainterPath headphones() {
   return path;
 }
 
+QPainterPath earbud(double headX, double stemX) {
+  QPainterPath head;
+  head.addEllipse(QPointF(headX, 8.0), 3.4, 3.4);
+  QPainterPath stem;
+  stem.addRoundedRect(QRectF(stemX, 8.0, 2.6, 12.0), 1.3, 1.3);
+  return head.united(stem);
+}
+
 QPainterPath earbuds() {
-  QPainterPath path;
-  path.addEllipse(QPointF(7.5, 8.5), 3.6, 3.6);
-  path.addRoundedRect(QRectF(8.3, 10.0, 2.6, 10.0), 1.3, 1.3);
-  path.addEllipse(QPointF(16.5, 8.5), 3.6, 3.6);
-  path.addRoundedRect(QRectF(13.1, 10.0, 2.6, 10.0), 1.3, 1.3);
+  QPainterPath path = earbud(6.6, 7.4);
+  path.addPath(earbud(17.4, 14.0));
   return path;
 }
 
@@ -134,6 +139,15 @@ void onGrid(QPainter& painter, const QRectF& box) {
 }
 
 }  // namespace
+
+NJGlyph NJGlyphs::forDevice(wh::DeviceIcon icon) {
+  switch (icon) {
+    case wh::DeviceIcon::earbuds: return NJGlyph::earbuds;
+    case wh::DeviceIcon::speaker: return NJGlyph::speaker;
+    case wh::DeviceIcon::headphones: break;
+  }
+  return NJGlyph::headphones;
+}
 
 void NJGlyphs::paint(QPainter& painter, NJGlyph glyph, const QRectF& box, const QColor& color) {
   painter.save();

@@ -10,15 +10,19 @@
 
 #include <optional>
 
+#include "core/settings/Records.h"
+
 namespace nj {
 
 enum class NJGlyph { earbuds, headphones, speaker, battery, bluetooth, mic, keys, disc, more, brand };
 
 // How a tray glyph shows a connection.
-enum class NJGlyphState { idle, busy, active, failed };
+enum class NJGlyphState { plain, idle, busy, active, failed };
 
 class NJGlyphs {
  public:
+  // The glyph of a headphones' icon kind.
+  static NJGlyph forDevice(wh::DeviceIcon icon);
   static void paint(QPainter& painter, NJGlyph glyph, const QRectF& box, const QColor& color);
   // A battery outline filled to `percent`, warning-coloured at or below the low mark.
   static void paintBattery(QPainter& painter, const QRectF& box, int percent, const QColor& color, const QColor& low);
