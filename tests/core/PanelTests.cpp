@@ -1,5 +1,6 @@
 // The tray's logic on the virtual clock: the panel's open and close rules, its rows' texts by
 // state, the devices section and the device items with their menus.
+#include "core/app/AppDelegate.h"
 #include "core/audio/CoreAudio.h"
 #include "core/ui/DeviceMenu.h"
 #include "core/ui/DeviceStatusItems.h"
@@ -82,8 +83,7 @@ TEST_F(PanelTest, TheClickOpensClosesAndRefusesToReopenAtOnceAndOnlyAnOpenPanelC
   menu.refresh();
   menu.refresh();
   EXPECT_EQ(menu.model().generation, 2);
-  EXPECT_FALSE(menu.keyPressed('w', true));
-  EXPECT_FALSE(menu.keyPressed(',', false));
+  EXPECT_FALSE(menu.keyPressed('w', true) || menu.keyPressed(',', false));
   EXPECT_TRUE(menu.keyPressed(',', true));
   EXPECT_TRUE(menu.keyPressed('q', true));
   EXPECT_EQ(std::pair(settingsOpened, view.quits), std::pair(1, 1));
@@ -296,9 +296,41 @@ TEST_F(PanelTest, DeviceItemsFollowTheRecordsAndTheirClicks) {
   records[0].showInMenuBar = false, records[1].showInMenuBar = true;
   settings.setDevices(records);
   items.refresh();
-  EXPECT_EQ(view.items.count("11-22-33-44-55-66"), 1U);
   EXPECT_EQ(items.count(), 1U);
   EXPECT_EQ(view.items.at("11-22-33-44-55-66")->menu.back().title, "Remove Headphones");
+}
+
+TEST_F(PanelTest, LaunchBuildsTheTrayAndSettingsChangesAndReopenDriveTheMainItem) {
+  struct Tray final : ui::UserInterface {
+    std::function<std::unique_ptr<ui::StatusMenuController>()> menu;
+    std::function<std::unique_ptr<ui::DeviceStatusItems>()> items;
+    int fonts = 0;
+    void registerFonts() override { ++fonts; }
+    std::unique_ptr<ui::StatusMenuController> makeStatusMenu() override { return menu(); }
+    std::unique_ptr<ui::DeviceStatusItems> makeDeviceItems() override { return items(); }
+  } tray;
+  tray.menu = [this] { return std::make_unique<ui::StatusMenuController>(rt, services, settings, hardware, access, view); };
+  tray.items = [this] { return std::make_unique<ui::DeviceStatusItems>(rt, services, settings, view); };
+  remember();
+  store.set(Keys::hideMenuIcon, StoreValue::boolean(true));
+  AppDelegate delegate{rt, settings, notifications, host, BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
+                       services, access, status, monitor};
+  delegate.setUserInterface(&tray);
+  delegate.applicationDidFinishLaunching();
+  EXPECT_EQ(tray.fonts, 1);
+  EXPECT_FALSE(view.itemVisible);
+  ASSERT_EQ(view.items.count(buds), 1U) << "the headphones' item is there at once";
+  store.set(Keys::hideMenuIcon, StoreValue::boolean(false));
+  settings.changed("");
+  EXPECT_TRUE(view.itemVisible);
+  store.set(Keys::hideMenuIcon, StoreValue::boolean(true));
+  settings.changed(Keys::hideMenuIcon);
+  EXPECT_FALSE(view.itemVisible);
+  delegate.applicationShouldHandleReopen();
+  EXPECT_TRUE(view.itemVisible);
+  connect(Phase::connecting());
+  rt.runReady();
+  EXPECT_EQ(view.items.at(buds)->look.phase, Phase::Kind::connecting) << "the refresh redraws the item";
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 // on the Bluetooth rig, their menu holds the device entries, and a restarted tray gets them back.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <regex>
 
 #include "support/AgentHome.h"
@@ -16,17 +17,16 @@ using namespace std::chrono_literals;
 
 constexpr const char* kHeadphones = test::SystemBusRig::headphonesAddress;
 
+// The first group of every match, in order.
+std::vector<std::string> matches(const std::string& text, const std::regex& pattern) {
+  std::vector<std::string> found;
+  for (auto it = std::sregex_iterator(text.begin(), text.end(), pattern); it != std::sregex_iterator(); ++it) found.push_back((*it)[1]);
+  return found;
+}
+
 class TrayEndToEndTest : public testing::Test {
  protected:
-  std::vector<std::string> items() const {
-    const std::string listed = tray->items();
-    std::vector<std::string> names;
-    const std::regex name("'(:[0-9.]+)'");
-    for (auto it = std::sregex_iterator(listed.begin(), listed.end(), name); it != std::sregex_iterator(); ++it) {
-      names.push_back((*it)[1]);
-    }
-    return names;
-  }
+  std::vector<std::string> items() const { return matches(tray->items(), std::regex("'(:[0-9.]+)'")); }
   std::string call(const std::string& item, const std::string& path, const std::vector<std::string>& method) const {
     std::vector<std::string> argv{"gdbus", "call", "--session", "--dest", item, "--object-path", path, "--method"};
     argv.insert(argv.end(), method.begin(), method.end());
@@ -59,6 +59,9 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   home.writeSettings({{"devices", test::AgentHome::devicesValue(devices)}});
   auto environment = home.environment(bus.environment());
   environment["DISPLAY"] = tray->display();
+  // Qt's X11 platform reads past a terminator in libxkbcommon-x11, which strict string checks report.
+  const char* sanitizer = std::getenv("ASAN_OPTIONS");
+  environment["ASAN_OPTIONS"] = std::string(sanitizer != nullptr ? sanitizer : "") + ":strict_string_checks=0";
   std::string failure;
   auto agent = home.launch(environment, failure);
   ASSERT_TRUE(agent) << failure;
@@ -68,10 +71,7 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   ASSERT_FALSE(item.empty()) << toolTip(items()[0]) << toolTip(items()[1]);
   const std::string menu = call(item, "/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
   std::string labels;
-  const std::regex label("'label': <'([^']*)'>");
-  for (auto it = std::sregex_iterator(menu.begin(), menu.end(), label); it != std::sregex_iterator(); ++it) {
-    labels += std::string((*it)[1]) + "|";
-  }
+  for (const auto& label : matches(menu, std::regex("'label': <'([^']*)'>"))) labels += label + "|";
   EXPECT_EQ(labels, "Not connected|Connect|Show in Menu Bar|Keep Music Quality|Connect Only|Connect After Wake|"
                     "Disconnect Before Sleep|Icon|Earbuds|Headphones|Speaker|Hotkey: None|Remove WH-1000XM4|");
 

@@ -17,15 +17,11 @@
 namespace wh::test {
 namespace {
 
-QApplication* application(const TrayRig& rig) {
+void application(const TrayRig& rig) {
   static int argc = 1;
   static char name[] = "ui_tests";
   static char* argv[] = {name, nullptr};
-  if (QApplication::instance() == nullptr) {
-    ::setenv("DISPLAY", rig.display().c_str(), 1);
-    new QApplication(argc, argv);
-  }
-  return qApp;
+  if (QApplication::instance() == nullptr) ::setenv("DISPLAY", rig.display().c_str(), 1), new QApplication(argc, argv);
 }
 
 class PanelScreenshotTest : public AgentWorld {
