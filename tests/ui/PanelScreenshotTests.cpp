@@ -10,6 +10,7 @@
 #include "core/AgentWorld.h"
 #include "core/ui/DeviceMenu.h"
 #include "support/TrayRig.h"
+#include "ui/kit/NJAboutWindow.h"
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJMenu.h"
 #include "ui/tray/TrayUserInterface.h"
@@ -104,6 +105,9 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   QApplication::processEvents();
   shoot("device-menu", deviceMenu);
   EXPECT_EQ(deviceMenu.actions().size(), 12);
+  nj::NJAboutWindow about("0.1.0 (1)");
+  about.show();
+  shoot("about", about);
 }
 
 }  // namespace
