@@ -3,7 +3,8 @@
 // alone with no audio activity. Reports its wake-ups per minute (context switches of all its
 // threads) and its resident memory.
 //
-//   idle_agent [seconds]     (default 60)
+//   idle_agent [seconds] [tray]     (default 60; "tray": on an X display with a desktop tray, the
+//                                   panel opened once before the resident memory is read)
 
 #include <dirent.h>
 
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -19,6 +21,7 @@
 #include "support/AgentHome.h"
 #include "support/PulseRig.h"
 #include "support/SystemBusRig.h"
+#include "support/TrayRig.h"
 
 namespace {
 
@@ -28,17 +31,28 @@ long field(const std::string& status, const std::string& name) {
   return std::stol(status.substr(at + name.size() + 1));
 }
 
-// Context switches of every thread of the process so far.
-long contextSwitches(pid_t pid) {
-  long total = 0;
+// Context switches of every thread of the process so far, by thread id.
+std::map<std::string, long> contextSwitches(pid_t pid) {
+  std::map<std::string, long> byThread;
   const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
   if (DIR* dir = ::opendir(tasks.c_str())) {
     while (dirent* entry = ::readdir(dir)) {
       if (entry->d_name[0] == '.') continue;
       const std::string status = wh::test::readFile(tasks + "/" + entry->d_name + "/status");
-      total += field(status, "voluntary_ctxt_switches") + field(status, "nonvoluntary_ctxt_switches");
+      byThread[entry->d_name] = field(status, "voluntary_ctxt_switches") + field(status, "nonvoluntary_ctxt_switches");
     }
     ::closedir(dir);
+  }
+  return byThread;
+}
+
+// The switches between two readings; a thread that ended meanwhile takes its count with it, so only
+// the threads alive at the end are counted, each from its first reading (or from zero, if it is new).
+long switchesBetween(const std::map<std::string, long>& before, const std::map<std::string, long>& after) {
+  long total = 0;
+  for (const auto& [thread, count] : after) {
+    const auto earlier = before.find(thread);
+    total += count - (earlier == before.end() ? 0 : earlier->second);
   }
   return total;
 }
@@ -62,6 +76,16 @@ int main(int argc, char** argv) {
 
   auto environment = home.environment(bus.environment());
   for (const auto& [name, value] : pulse.clientEnvironment()) environment[name] = value;
+  const bool withTray = argc > 2 && std::string(argv[2]) == "tray";
+  std::unique_ptr<wh::test::TrayRig> tray;
+  if (withTray) {
+    tray = std::make_unique<wh::test::TrayRig>(bus.sessionBusAddress());
+    if (!tray->available()) {
+      std::cerr << "the tray did not start: " << tray->whyNot() << "\n";
+      return 1;
+    }
+    environment["DISPLAY"] = tray->display();
+  }
   std::string failure;
   auto agent = home.launch(environment, failure);
   if (!agent) {
@@ -70,12 +94,22 @@ int main(int argc, char** argv) {
   }
   std::this_thread::sleep_for(5s);  // let start-up work finish
 
-  const long before = contextSwitches(agent->pid());
+  const auto before = contextSwitches(agent->pid());
   std::this_thread::sleep_for(std::chrono::seconds(seconds));
-  const long after = contextSwitches(agent->pid());
+  const auto after = contextSwitches(agent->pid());
+  if (tray) {
+    // The main item is the first to register; activating it opens the panel.
+    const std::string items = tray->items();
+    const auto first = items.find("':");
+    const std::string item = items.substr(first + 1, items.find('\'', first + 1) - first - 1);
+    wh::test::runCommand({"gdbus", "call", "--session", "--dest", item, "--object-path", "/StatusNotifierItem", "--method",
+                          "org.kde.StatusNotifierItem.Activate", "100", "100"},
+                         {{"DBUS_SESSION_BUS_ADDRESS", bus.sessionBusAddress()}});
+    std::this_thread::sleep_for(2s);
+  }
   const std::string status = wh::test::readFile("/proc/" + std::to_string(agent->pid()) + "/status");
   std::printf("idle for %d s: %.1f wake-ups per minute, resident memory %.1f MiB (threads: %ld)\n", seconds,
-              static_cast<double>(after - before) * 60.0 / seconds, static_cast<double>(field(status, "VmRSS")) / 1024.0,
+              static_cast<double>(switchesBetween(before, after)) * 60.0 / seconds, static_cast<double>(field(status, "VmRSS")) / 1024.0,
               field(status, "Threads"));
   return 0;
 }

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 
 #include "app/BuildConfig.h"
 #include "app/DesktopInstaller.h"
@@ -41,6 +42,7 @@
 #include "platform/linux/audio/XdgDesktopEntries.h"
 #include "platform/linux/volume/PulseProcessTaps.h"
 #include "platform/linux/settings/XdgPaths.h"
+#include "ui/tray/TrayUserInterface.h"
 
 namespace {
 
@@ -178,6 +180,20 @@ int main(int argc, char** argv) {
                            {move, settingsLauncher});
 
   gate.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(); };
+
+  // The tray, where there is a display to show it on.
+  std::optional<wh::tray::TrayUserInterface> tray;
+  if (!headless) {
+    wh::ui::PanelServices extras;
+    extras.openBluetoothSettings = [&host] { host.openBluetoothSettings(); };
+    extras.startsAtLogin = [&loginItem] { return loginItem.enabled(); };
+    extras.setStartAtLogin = [&loginItem, &delegate](bool on) {
+      loginItem.set(on);
+      delegate.refreshAction()();  // the status carries the new state
+    };
+    tray.emplace(wh::tray::TraySources{runtime, services, settings, audio, access, build.versionText(), extras});
+    delegate.setUserInterface(&*tray);
+  }
 
   runtime.main().post([&] {
     delegate.applicationDidFinishLaunching();

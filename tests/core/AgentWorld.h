@@ -59,6 +59,10 @@ class AgentWorld : public testing::Test {
   FakeProcessTaps taps;
   Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, grouping, desktopEntries, taps}};
   BluetoothAccess access{authority, notifications};
+  FakeInstaller installer;
+  MoveToApplications move{installer};
+  FakeSettingsProgram settingsProgram;
+  SettingsLauncher launcher{settingsProgram};
   FakeLoginItems loginItems;
   LoginItem loginItem{loginItems};
   AgentStatus status{rt, settings, services, access, channel, host, loginItem};

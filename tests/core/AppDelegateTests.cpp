@@ -22,10 +22,6 @@ class AppDelegateTest : public test::AgentWorld {
     }
   }
 
-  test::FakeInstaller installer;
-  MoveToApplications move{installer};
-  test::FakeSettingsProgram settingsProgram;
-  SettingsLauncher launcher{settingsProgram};
   AppDelegate delegate{rt,       settings, notifications, host, BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
                        services, access,   status,        monitor, {move, launcher}};
 };

@@ -36,6 +36,16 @@ void AppDelegate::refresh() {
 void AppDelegate::applicationDidFinishLaunching() {
   // The test runner and another instance were ruled out before anything was built (LaunchGate).
   if (chores_.move.offerIfNeeded()) return;  // starting again from the new place
+  if (userInterface_ != nullptr) {
+    userInterface_->registerFonts();
+    statusMenu_ = userInterface_->makeStatusMenu();
+    statusMenu_->openSettings = lifetime_.guard([this] { chores_.settings.open(false); });
+    statusMenu_->openGuide = lifetime_.guard([this] { chores_.settings.open(true); });
+    deviceItems_ = userInterface_->makeDeviceItems();
+    statusMenu_->setItemVisible(!settings_.boolValue(Keys::hideMenuIcon, false));
+    addRefreshStep([this] { statusMenu_->refresh(); });
+    addRefreshStep([this] { deviceItems_->refresh(); });
+  }
   processes_.start();
 
   services_.pinner.onChange = refreshAction_;
@@ -57,6 +67,8 @@ void AppDelegate::applicationDidFinishLaunching() {
 
   // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.
   if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));
+
+  if (deviceItems_) deviceItems_->refresh();
 
   observations_.push_back(
       notifications_.observe(BluetoothAccess::changedName, lifetime_.guard([this](const std::string&) {
@@ -141,6 +153,7 @@ void AppDelegate::settingsChanged(const std::string& object) {
       services_.bluetooth.refresh();
     }));
   }
+  if (statusMenu_) statusMenu_->setItemVisible(!settings_.boolValue(Keys::hideMenuIcon, false));
   refreshAction_();
 }
 
@@ -148,6 +161,7 @@ bool AppDelegate::applicationShouldHandleReopen() {
   if (settings_.boolValue(Keys::hideMenuIcon, false)) {
     settings_.store().set(Keys::hideMenuIcon, StoreValue::boolean(false));
     settings_.changed("");
+    if (statusMenu_) statusMenu_->setItemVisible(true);
   }
   chores_.settings.open(!settings_.boolValue(Keys::onboardingDone, false));
   return true;

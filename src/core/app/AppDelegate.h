@@ -20,6 +20,7 @@
 #include "core/notify/NotificationCenter.h"
 #include "core/runtime/Runtime.h"
 #include "core/settings/Settings.h"
+#include "core/ui/UserInterface.h"
 
 namespace wh {
 
@@ -35,6 +36,10 @@ class AppDelegate {
               AudioProcessMonitor& processes, StartupChores chores);
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
+
+  // The tray that launching builds (the fonts, the main item, the headphones' items); none where
+  // the agent runs without a display. Set before launching.
+  void setUserInterface(ui::UserInterface* userInterface) { userInterface_ = userInterface; }
 
   void applicationDidFinishLaunching();
   // The user opened the program while it runs. Answers true (handled).
@@ -73,6 +78,9 @@ class AppDelegate {
   std::function<void()> refreshAction_;
   std::vector<NotificationCenter::Observation> observations_;
   std::unique_ptr<RepeatingTimer> batteryTimer_;
+  ui::UserInterface* userInterface_ = nullptr;
+  std::unique_ptr<ui::StatusMenuController> statusMenu_;
+  std::unique_ptr<ui::DeviceStatusItems> deviceItems_;
   Lifetime lifetime_;
 };
 

@@ -36,6 +36,12 @@ struct InputAccess {
 // "Accessibility trusted: false (media-key input devices readable: yes, /dev/uinput writable: no)".
 std::string accessibilityLine(const InputAccess& access);
 
+// The media keys row of the panel while the agent leaves the keys alone, and its action where
+// reading the keys needs the input devices.
+inline constexpr const char* kMediaKeysElsewhere = "▶︎, ⏭︎ and ⏮︎ go where the desktop sends them";
+inline constexpr const char* kMediaKeysPaused = "Paused: the desktop handles the keys";
+inline constexpr const char* kOpenAccessibility = "Allow Key Access…";
+
 // The operating system's name and version from the text of /etc/os-release: PRETTY_NAME, else
 // NAME and VERSION (or VERSION_ID), else "Linux".
 std::string systemNameFromOsRelease(std::string_view osRelease);

@@ -1,0 +1,274 @@
+#include "core/ui/PanelRows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "core/audio/CoreAudio.h"
+#include "core/settings/Address.h"
+#include "core/texts/PlatformTexts.h"
+#include "core/ui/DeviceMenu.h"
+#include "core/ui/DeviceStatusItems.h"
+
+namespace wh::ui {
+namespace {
+
+// The lowest rate that still carries music at full quality.
+constexpr double fullQualityRate = 44100.0;
+
+bool isBluetooth(std::uint32_t transport) {
+  return transport == Transport::bluetooth || transport == Transport::bluetoothLE;
+}
+
+std::function<void(bool)> storeSwitch(Settings& settings, const char* key) {
+  return [&settings, key](bool on) {
+    settings.store().set(key, StoreValue::boolean(on));
+    settings.changed(key);
+  };
+}
+
+std::string pinnerLine(const InputPinner::Status& status) {
+  using Kind = InputPinner::Status::Kind;
+  switch (status.kind()) {
+    case Kind::pinned:
+      return "Using " + status.name() + " for calls and dictation";
+    case Kind::off:
+      return "Off: apps may switch your headphones to call quality";
+    case Kind::idle:
+      return "Headphones are not using their mic";
+    case Kind::releasedForCall:
+      return "In a call: headphone mic allowed";
+    case Kind::releasedManually:
+      return "Headphone mic allowed";
+    case Kind::noMicrophone:
+      return texts::kNoBuiltInMicrophone;
+    case Kind::fighting:
+      return "Another app keeps switching the mic";
+  }
+  return {};
+}
+
+std::optional<std::string> outputQualityLine(AudioHardware& audio) {
+  const auto id = DefaultDevice::id(audio, Direction::output);
+  if (!id) return std::nullopt;
+  const auto device = AudioDevice::read(audio, *id);
+  if (!device || !isBluetooth(device->transport)) return std::nullopt;
+  const auto rate = audio.deviceNominalSampleRate(*id);
+  if (!rate) return std::nullopt;
+  return device->name + ": " + kiloHertz(*rate) + " kHz, " + (*rate >= fullQualityRate ? "full quality" : "call quality");
+}
+
+std::string callModeLabel(CallModeOption option) {
+  switch (option) {
+    case CallModeOption::automatic:
+      return "Automatic (release during calls)";
+    case CallModeOption::alwaysHeadphoneMic:
+      return "Always allow headphone mic";
+    case CallModeOption::alwaysPinned:
+      return "Always keep music quality";
+  }
+  return {};
+}
+
+Menu microphoneMenu(PanelModel& model) {
+  Settings& settings = model.settings;
+  const auto stored = settings.store().object(Keys::preferredInputUID);
+  const std::string preferred = stored ? stored->asString().value_or("") : std::string();
+  auto choose = [&settings](std::string uid) {
+    return [&settings, uid] {
+      settings.store().set(Keys::preferredInputUID,
+                           uid.empty() ? std::nullopt : std::optional<StoreValue>(StoreValue::string(uid)));
+      settings.changed(Keys::preferredInputUID);
+    };
+  };
+  Menu menu{MenuEntry::header("Microphone")};
+  const auto builtIn = AudioDevice::builtInMicrophone(model.audio);
+  const bool builtInChosen = preferred.empty() || (builtIn && builtIn->uid == preferred);
+  menu.push_back(MenuEntry::check("Built-in Microphone", builtInChosen, choose("")));
+  bool preferredPresent = builtInChosen;
+  for (const auto& device : AudioDevice::all(model.audio)) {
+    if (!device.hasInput || isBluetooth(device.transport) || device.transport == Transport::aggregate) continue;
+    if (builtIn && device.uid == builtIn->uid) continue;
+    preferredPresent = preferredPresent || device.uid == preferred;
+    menu.push_back(MenuEntry::check(device.name, device.uid == preferred, choose(device.uid)));
+  }
+  if (!preferredPresent) {
+    // Chosen earlier and unplugged since: the built-in microphone stands in until it returns.
+    MenuEntry missing = MenuEntry::check(preferred + " (not connected)", true, nullptr);
+    missing.enabled = false;
+    menu.push_back(std::move(missing));
+  }
+  menu.push_back(MenuEntry::header("During Calls"));
+  const CallModeOption mode = settings.callMode();
+  for (CallModeOption option : allCallModeOptions) {
+    menu.push_back(MenuEntry::check(callModeLabel(option), option == mode, [&settings, option] { settings.setCallMode(option); }));
+  }
+  return menu;
+}
+
+}  // namespace
+
+std::string kiloHertz(double rate) {
+  const double tenths = std::round(rate / 100.0);
+  char text[32];
+  if (std::fmod(tenths, 10.0) == 0.0) {
+    std::snprintf(text, sizeof text, "%.0f", tenths / 10.0);
+  } else {
+    std::snprintf(text, sizeof text, "%.1f", tenths / 10.0);
+  }
+  return text;
+}
+
+PanelRow musicQualityRow(PanelModel& model) {
+  const InputPinner& pinner = model.s.pinner;
+  return musicQualityRow(model, {pinner.status(), pinner.inCall(), pinner.override()});
+}
+
+PanelRow musicQualityRow(PanelModel& model, const PinnerState& state) {
+  InputPinner& pinner = model.s.pinner;
+  Settings& settings = model.settings;
+  PanelRow row;
+  row.title = "Keep music quality";
+  row.switchOn = settings.boolValue(Keys::pinInput, true);
+  row.setSwitch = storeSwitch(settings, Keys::pinInput);
+  row.detail = pinnerLine(state.status);
+  if (auto quality = outputQualityLine(model.audio)) row.detail += "\n" + *quality;
+
+  auto overrideWith = [&pinner](InputPinner::Override value) {
+    return [&pinner, value] {
+      pinner.setOverride(value);
+      pinner.evaluate();
+    };
+  };
+  if (state.status.kind() == InputPinner::Status::Kind::fighting) {
+    row.actions.push_back({"Try Again", [&pinner] {
+                             pinner.clearFightRecord();
+                             pinner.evaluate();
+                           }});
+  }
+  if (row.switchOn) {
+    switch (state.override) {
+      case InputPinner::Override::allowHeadphoneMic:
+        row.actions.push_back({"Back to Music Quality", overrideWith(InputPinner::Override::none)});
+        break;
+      case InputPinner::Override::forcePin:
+        row.actions.push_back({"Allow Headphone Mic Again", overrideWith(InputPinner::Override::none)});
+        break;
+      case InputPinner::Override::none:
+        if (!state.inCall && settings.callMode() != CallModeOption::alwaysHeadphoneMic) {
+          row.actions.push_back({"Allow Headphone Mic Now", overrideWith(InputPinner::Override::allowHeadphoneMic)});
+        } else {
+          row.actions.push_back({"Keep Music Quality Now", overrideWith(InputPinner::Override::forcePin)});
+        }
+        break;
+    }
+  }
+  row.optionsLabel = "Microphone and calls";
+  row.options = microphoneMenu(model);
+  return row;
+}
+
+std::string idlePlayLabel(IdlePlayAction action) {
+  switch (action) {
+    case IdlePlayAction::ask:
+      return "Ask";
+    case IdlePlayAction::spotify:
+      return "Open Spotify";
+    case IdlePlayAction::music:
+      return "Open Music";
+    case IdlePlayAction::nothing:
+      return "Do Nothing";
+  }
+  return {};
+}
+
+PanelRow mediaKeysRow(Settings& settings, const MediaKeysState& state) {
+  PanelRow row;
+  row.title = "Media keys";
+  row.switchOn = settings.boolValue(Keys::mediaKeysEnabled, false);
+  row.setSwitch = storeSwitch(settings, Keys::mediaKeysEnabled);
+  const IdlePlayAction idle = settings.idlePlay();
+  if (!row.switchOn) {
+    row.detail = texts::kMediaKeysElsewhere;
+  } else if (settings.boolValue(Keys::mediaKeysPaused, false)) {
+    row.detail = texts::kMediaKeysPaused;
+  } else if (state.tap == MediaKeysState::Tap::off) {
+    row.detail = "Starting…";
+  } else if (state.tap == MediaKeysState::Tap::needsAccessibility) {
+    row.detail = "Needs Accessibility to read the keys";
+    if (state.openAccessibility) row.actions.push_back({texts::kOpenAccessibility, state.openAccessibility});
+  } else if (state.target) {
+    row.detail = "Controls " + *state.target;
+  } else if (idle == IdlePlayAction::ask) {
+    row.detail = "Nothing playing: ▶︎ asks what to open";
+  } else if (idle == IdlePlayAction::nothing) {
+    row.detail = "Nothing playing: ▶︎ does nothing";
+  } else {
+    std::string label = idlePlayLabel(idle);
+    std::transform(label.begin(), label.end(), label.begin(), [](unsigned char c) { return std::tolower(c); });
+    row.detail = "Nothing playing: ▶︎ will " + label;
+  }
+  row.optionsLabel = "Media key options";
+  const bool paused = settings.boolValue(Keys::mediaKeysPaused, false);
+  row.options.push_back(MenuEntry::check("Pause Media Keys", paused, [&settings, paused] {
+    storeSwitch(settings, Keys::mediaKeysPaused)(!paused);
+  }));
+  row.options.push_back(MenuEntry::header("When Nothing Is Playing"));
+  for (IdlePlayAction action : allIdlePlayActions) {
+    std::string label = idlePlayLabel(action);
+    const bool player = action == IdlePlayAction::spotify || action == IdlePlayAction::music;
+    if (player && state.installed && !state.installed(action)) label += " (not installed)";
+    row.options.push_back(MenuEntry::check(label, action == idle, [&settings, action] { settings.setIdlePlay(action); }));
+  }
+  return row;
+}
+
+DevicesSection devicesSection(PanelModel& model, std::chrono::system_clock::time_point now) {
+  Services& services = model.s;
+  Settings& settings = model.settings;
+  DevicesSection section;
+  const auto remembered = settings.devices();
+  for (const auto& device : remembered) {
+    const DeviceItemLook look = DeviceStatusItems::look(services, device, now);
+    const std::string address = normalizeAddress(device.address);
+    section.devices.push_back({address, DeviceMenu::displayName(device), DeviceMenu::status(services, device, now),
+                               look.icon, look.phase, look.battery,
+                               [&services, address] { services.bluetooth.toggle(address); }});
+  }
+  if (remembered.empty()) section.emptyTitle = "Add your headphones";
+
+  const auto authorization = model.access.authorization();
+  if (authorization == BluetoothAuthorization::denied || authorization == BluetoothAuthorization::restricted) {
+    section.notice = "Bluetooth is off for Wrenhaven";
+    section.noticeDetail = "Allow it to connect your headphones.";
+    if (model.openBluetoothSettings) section.noticeAction = RowAction{"Open Bluetooth Settings…", model.openBluetoothSettings};
+    return section;
+  }
+  if (authorization == BluetoothAuthorization::undetermined) {
+    section.noticeDetail = "Wrenhaven uses Bluetooth to connect them and read their battery.";
+    section.noticeAction = RowAction{"Allow Bluetooth…", [&model] {
+                                       model.access.whenAllowed([&model] {
+                                         if (model.onGeneration) model.onGeneration();
+                                       });
+                                     }};
+    return section;
+  }
+
+  section.addTitle = remembered.empty() ? "Add Your Headphones…" : "Add Headphones…";
+  for (const auto& paired : services.bluetooth.pairedAudioDevices()) {
+    const std::string address = normalizeAddress(paired.address);
+    const bool known = std::any_of(remembered.begin(), remembered.end(),
+                                   [&](const DeviceSetting& device) { return normalizeAddress(device.address) == address; });
+    if (known) continue;
+    section.addMenu.push_back(MenuEntry::item(paired.name.empty() ? address : paired.name,
+                                              [&settings, address, name = paired.name] { settings.addDevice(address, name); }));
+  }
+  if (section.addMenu.empty()) section.addMenu.push_back(MenuEntry::disabled("No other paired headphones or speakers"));
+  if (model.openBluetoothSettings) {
+    section.addMenu.push_back(MenuEntry::separator());
+    section.addMenu.push_back(MenuEntry::item("Pair a New Device…", model.openBluetoothSettings));
+  }
+  return section;
+}
+
+}  // namespace wh::ui
