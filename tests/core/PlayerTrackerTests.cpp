@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "core/mediakeys/PlayerTracker.h"
-#include "doubles/FakePlayers.h"
+#include "doubles/FakeMediaKeys.h"
 #include "doubles/VirtualRuntime.h"
 
 namespace wh {
