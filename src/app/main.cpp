@@ -11,6 +11,7 @@
 
 #include "app/BuildConfig.h"
 #include "app/LinuxAppHost.h"
+#include "app/LogOnlyIdlePlayPanel.h"
 #include "core/app/AgentStatus.h"
 #include "core/app/AppDelegate.h"
 #include "core/app/LaunchGate.h"
@@ -35,6 +36,8 @@
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/app/SystemInfo.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
+#include "platform/linux/mediakeys/LinuxMediaKeySource.h"
+#include "platform/linux/mediakeys/MprisPlayers.h"
 #include "platform/linux/settings/XdgPaths.h"
 
 namespace {
@@ -158,8 +161,15 @@ int main(int argc, char** argv) {
   wh::platform::BluezAuthority authority(runtime.main());
   wh::platform::SessionBusChannel channel;
 
+  wh::platform::LinuxMediaKeySource mediaKeySource(runtime.main());
+  wh::platform::MprisPlayers players(audioStack.desktopEntries);
+  wh::app::LogOnlyIdlePlayPanel idlePlayPanel;
+
   wh::Services services(runtime, settings,
-                        {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes});
+                        {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
+                         notifications,
+                         {mediaKeySource, players, processes, [&grouping = audioStack.grouping] { return grouping.regularAppIDs(); }},
+                         idlePlayPanel});
   wh::BluetoothAccess access(authority, notifications);
   wh::AgentStatus agentStatus(runtime, settings, services, access, channel, host);
   wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes);

@@ -7,6 +7,7 @@
 #include "doubles/FakeAgentChannel.h"
 #include "doubles/FakeAppHost.h"
 #include "doubles/FakeBluetooth.h"
+#include "doubles/FakeMediaKeys.h"
 #include "doubles/MemoryApps.h"
 #include "doubles/MemoryAudioHardware.h"
 #include "doubles/MemoryStore.h"
@@ -54,7 +55,11 @@ class AgentWorld : public testing::Test {
   MemoryDesktopEntries desktopEntries;
   AppGrouping grouping{processTable, desktopEntries};
   AudioProcessMonitor monitor{rt, hardware, grouping};
-  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor}};
+  FakeKeySource keySource;
+  FakePlayers players;
+  FakeIdlePanel idlePanel;
+  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, notifications,
+                                   {keySource, players, monitor, [] { return std::set<std::string>(); }}, idlePanel}};
   BluetoothAccess access{authority, notifications};
   AgentStatus status{rt, settings, services, access, channel, host};
   CapturedLog log;

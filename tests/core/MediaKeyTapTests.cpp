@@ -105,8 +105,8 @@ TEST(IdlePlay, EachSettingStartsAPlayerOrAsksAndASecondPressTakesTheSuggestion) 
   for (const auto& c : cases) {
     MediaKeysWorld world;
     FakeIdlePanel panel;
-    IdleChoice choice{c.remember};
-    IdlePlayController idle(world.rt, world.settings, world.tap.players(), panel, choice);
+    IdlePlayController idle(world.rt, world.settings, world.tap.players(), panel);
+    idle.choice().remember = c.remember;
     world.store.set(Keys::mediaKeysIdlePlay, StoreValue::string(c.idlePlay));
     world.control.installed = c.installed;
     for (int i = 0; i < c.presses; ++i) {
@@ -123,8 +123,7 @@ TEST(IdlePlay, EachSettingStartsAPlayerOrAsksAndASecondPressTakesTheSuggestion) 
 TEST(IdlePlay, AChoiceInThePanelIsRememberedWhenAskedAndClosesIt) {
   MediaKeysWorld world;
   FakeIdlePanel panel;
-  IdleChoice choice;
-  IdlePlayController idle(world.rt, world.settings, world.tap.players(), panel, choice);
+  IdlePlayController idle(world.rt, world.settings, world.tap.players(), panel);
   world.control.installed = {"spotify", "com.apple.Music"};
   idle.handle();
   ASSERT_TRUE(panel.shown);

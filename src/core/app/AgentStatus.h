@@ -27,6 +27,8 @@ inline constexpr char accessibility[] = "agent.accessibility";      // bool
 inline constexpr char paired[] = "agent.paired";                    // [{"address", "name"}]
 inline constexpr char pinStatus[] = "agent.pinStatus";              // the input pinner's status text
 inline constexpr char inCall[] = "agent.inCall";                    // bool
+inline constexpr char mediaKeys[] = "agent.mediaKeys";              // "off", "needsAccessibility", "running"
+inline constexpr char mediaKeysTarget[] = "agent.mediaKeysTarget";  // application id, "" when none
 }  // namespace StatusKeys
 
 class AgentStatus {

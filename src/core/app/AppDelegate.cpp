@@ -37,6 +37,8 @@ void AppDelegate::applicationDidFinishLaunching() {
   processes_.start();
 
   services_.pinner.onChange = refreshAction_;
+  services_.mediaKeys.onChange = refreshAction_;
+  services_.mediaKeys.onIdlePlay = lifetime_.guard([this] { services_.idlePlay.handle(); });
   services_.battery.onChange = refreshAction_;
   services_.bluetooth.onChange = refreshAction_;
   services_.bluetooth.onConnected = lifetime_.guard(
@@ -48,6 +50,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   });
 
   services_.pinner.start();
+  services_.mediaKeys.start();
 
   // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.
   if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));

@@ -4,6 +4,8 @@
 #include "core/bluetooth/BatteryCache.h"
 #include "core/bluetooth/BluetoothManager.h"
 #include "core/bluetooth/OutputSwitcher.h"
+#include "core/mediakeys/IdlePlay.h"
+#include "core/mediakeys/MediaKeyTap.h"
 #include "core/quality/InputPinner.h"
 
 namespace wh {
@@ -16,6 +18,9 @@ struct ServicePorts {
   OutputSwitcher::Audio switcherAudio;
   AudioHardware& audio;
   AudioProcessMonitor& processes;
+  NotificationCenter& notifications;
+  MediaKeyTap::Ports mediaKeys;
+  IdlePlayPanel& idlePlayPanel;
 };
 
 class Services {
@@ -24,7 +29,9 @@ class Services {
       : bluetooth(runtime, settings, ports.bluetooth, ports.sleep),
         battery(runtime, ports.battery),
         switcher(runtime, std::move(ports.switcherAudio)),
-        pinner(runtime, settings, ports.audio, ports.processes) {}
+        pinner(runtime, settings, ports.audio, ports.processes),
+        mediaKeys(runtime, settings, ports.notifications, std::move(ports.mediaKeys)),
+        idlePlay(runtime, settings, mediaKeys.players(), ports.idlePlayPanel) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
 
@@ -32,6 +39,8 @@ class Services {
   BatteryCache battery;
   OutputSwitcher switcher;
   InputPinner pinner;
+  MediaKeyTap mediaKeys;
+  IdlePlayController idlePlay;
 };
 
 }  // namespace wh

@@ -16,9 +16,8 @@ IdlePlayAction actionOf(ScriptablePlayer player) {
 
 }  // namespace
 
-IdlePlayController::IdlePlayController(Runtime& runtime, Settings& settings, Players& players, IdlePlayPanel& panel,
-                                       IdleChoice& choice)
-    : runtime_(runtime), settings_(settings), players_(players), panel_(panel), choice_(choice) {}
+IdlePlayController::IdlePlayController(Runtime& runtime, Settings& settings, Players& players, IdlePlayPanel& panel)
+    : runtime_(runtime), settings_(settings), players_(players), panel_(panel) {}
 
 ScriptablePlayer IdlePlayController::suggested() const {
   return players_.isInstalled(ScriptablePlayer::spotify) ? ScriptablePlayer::spotify : ScriptablePlayer::music;

@@ -43,7 +43,7 @@ class IdlePlayController {
  public:
   static constexpr double dismissAfter = 10.0;
 
-  IdlePlayController(Runtime& runtime, Settings& settings, Players& players, IdlePlayPanel& panel, IdleChoice& choice);
+  IdlePlayController(Runtime& runtime, Settings& settings, Players& players, IdlePlayPanel& panel);
   IdlePlayController(const IdlePlayController&) = delete;
   IdlePlayController& operator=(const IdlePlayController&) = delete;
 
@@ -62,7 +62,7 @@ class IdlePlayController {
   Settings& settings_;
   Players& players_;
   IdlePlayPanel& panel_;
-  IdleChoice& choice_;
+  IdleChoice choice_;
   bool shown_ = false;
   HeldWork dismissWork_;
   Lifetime lifetime_;

@@ -110,7 +110,11 @@ void MediaKeyTap::processesChanged(const std::vector<AudioProcess>& processes) {
     const std::string& app = process.appID.empty() ? process.bundleID : process.appID;
     if (process.runningOutput && !app.empty()) output.insert(app);
   }
+  const auto history = tracker_.history();
+  const auto playing = tracker_.playing();
   tracker_.update(output);
+  // The published target follows what plays.
+  if ((tracker_.history() != history || tracker_.playing() != playing) && onChange) onChange();
 }
 
 bool MediaKeyTap::handle(const MediaKeyEvent& event) {

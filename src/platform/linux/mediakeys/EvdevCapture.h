@@ -18,7 +18,7 @@ namespace wh::platform {
 
 class EvdevCapture final : public KeyCapture {
  public:
-  static constexpr double decisionLimit = 0.005;
+  static constexpr double decisionLimit = 0.010;
 
   EvdevCapture(std::unique_ptr<KernelInput> kernel, MainQueue& main, MediaKeySource::Handler handler,
                double limit = decisionLimit);
