@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "QtLoop.h"
+#include "doubles/PipeKernelInput.h"
 #include "platform/linux/mediakeys/EvdevCapture.h"
 #include "platform/linux/mediakeys/X11KeyGrab.h"
 #include "platform/linux/runtime/QtRuntime.h"
@@ -21,38 +22,6 @@ namespace {
 
 using Key = MediaKeyEvent::Key;
 using Records = std::vector<std::tuple<int, int, int>>;  // type, code, value
-
-// Keyboards made of pipes: the test writes records into `keys` and reads what is let through from `out`.
-struct PipeKernel final : KernelInput {
-  struct Plugged {
-    int keys, out;
-  };
-  std::mutex mutex;
-  std::vector<Device> waiting;
-  int changes[2];
-  PipeKernel() { [[maybe_unused]] int made = ::pipe2(changes, O_NONBLOCK | O_CLOEXEC); }
-  Plugged plug(const std::string& path) {
-    int keys[2], out[2];
-    if (::pipe2(keys, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC | O_NONBLOCK) != 0) return {-1, -1};
-    std::lock_guard lock(mutex);
-    waiting.push_back({keys[0], out[1], path});
-    return {keys[1], out[0]};
-  }
-  std::vector<Device> openDevices(const std::set<std::string>&) override {
-    std::lock_guard lock(mutex);
-    return std::exchange(waiting, {});
-  }
-  void closeDevice(const Device& device) override {
-    ::close(device.fd);
-    ::close(device.emitter);
-  }
-  int changesFd() const override { return changes[0]; }
-  void drainChanges() override {
-    char byte;
-    while (::read(changes[0], &byte, 1) == 1) {
-    }
-  }
-};
 
 void send(int fd, const Records& records) {
   for (const auto& [type, code, value] : records) {
@@ -80,8 +49,8 @@ Records received(int fd, std::size_t count, bool runMainLoop) {
 TEST(EvdevCapture, OrdinaryKeysGoStraightOutMediaKeysWaitForTheDecisionButNotLongAndKeyboardsComeAndGo) {
   test::qtApplication();
   QtRuntime runtime;
-  auto owned = std::make_unique<PipeKernel>();
-  PipeKernel& kernel = *owned;
+  auto owned = std::make_unique<PipeKernelInput>();
+  PipeKernelInput& kernel = *owned;
   auto board = kernel.plug("/dev/input/event3");
   std::vector<MediaKeyEvent> decided;
   int timeouts = 0;
