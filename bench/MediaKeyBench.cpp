@@ -54,21 +54,22 @@ class IdleMainQueue final : public MainQueue {
 void throughTheReader(benchmark::State& state, __u16 code) {
   IdleMainQueue main;
   auto kernel = std::make_unique<PipeKernelInput>();
-  const auto board = kernel->plug("/dev/input/event0");
+  const auto [keys, twin] = kernel->plug("/dev/input/event0");
   platform::EvdevCapture capture(std::move(kernel), main, {[](const MediaKeyEvent&) { return false; }, {}});
   const input_event records[2] = {{{0, 0}, EV_KEY, code, 1}, {{0, 0}, EV_SYN, SYN_REPORT, 0}};
   input_event out[2];
   for (auto _ : state) {
-    if (::write(board.keys, records, sizeof records) != sizeof records) state.SkipWithError("write failed");
+    if (::write(keys, records, sizeof records) != sizeof records) state.SkipWithError("write failed");
     std::size_t got = 0;
     while (got < sizeof out) {
-      pollfd ready{board.out, POLLIN, 0};
+      pollfd ready{twin, POLLIN, 0};
       ::poll(&ready, 1, 1000);
-      const ssize_t bytes = ::read(board.out, reinterpret_cast<char*>(out) + got, sizeof out - got);
+      const ssize_t bytes = ::read(twin, reinterpret_cast<char*>(out) + got, sizeof out - got);
       if (bytes > 0) got += static_cast<std::size_t>(bytes);
     }
   }
-  ::close(board.keys);
+  ::close(keys);
+  ::close(twin);
 }
 
 void BM_MediaKeyLetThroughAfterItsDecision(benchmark::State& state) { throughTheReader(state, KEY_NEXTSONG); }

@@ -1,7 +1,6 @@
 #pragma once
-// Keyboards made of pipes, for the media key reader: whoever plugs one writes input_event records
-// into `keys` and reads what is let through from `out`. Header only: it stands in for a Linux
-// adapter's kernel layer, which the doubles library does not link.
+// Keyboards made of pipes for the media key reader: input_event records go into `keys`, what is
+// let through comes out of `out`. Header only, as the doubles library does not link the adapters.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,18 +13,10 @@
 namespace wh {
 
 struct PipeKernelInput final : platform::KernelInput {
-  struct Plugged {
-    int keys, out;
-  };
   std::mutex mutex;
-  std::vector<Device> waiting;
-  int changes[2];
-  PipeKernelInput() { [[maybe_unused]] int made = ::pipe2(changes, O_NONBLOCK | O_CLOEXEC); }
-  ~PipeKernelInput() override {
-    ::close(changes[0]);
-    ::close(changes[1]);
-  }
-  Plugged plug(const std::string& path) {
+  std::vector<Device> waiting;  // handed to the reader when it next looks for devices
+
+  std::pair<int, int> plug(const std::string& path) {  // keys, out
     int keys[2], out[2];
     if (::pipe2(keys, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC | O_NONBLOCK) != 0) return {-1, -1};
     std::lock_guard lock(mutex);
@@ -40,12 +31,8 @@ struct PipeKernelInput final : platform::KernelInput {
     ::close(device.fd);
     ::close(device.emitter);
   }
-  int changesFd() const override { return changes[0]; }
-  void drainChanges() override {
-    char byte;
-    while (::read(changes[0], &byte, 1) == 1) {
-    }
-  }
+  int changesFd() const override { return -1; }
+  void drainChanges() override {}
 };
 
 }  // namespace wh

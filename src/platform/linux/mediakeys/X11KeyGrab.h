@@ -28,8 +28,6 @@ class X11KeyGrab final : public KeyCapture {
 
   bool isEnabled() const override;
   void enable() override;
-  // The keys that another program holds, by key symbol name.
-  const std::set<std::string>& heldElsewhere() const { return heldElsewhere_; }
 
  private:
   X11KeyGrab(MediaKeySource::Handler handler, std::string display);
@@ -43,7 +41,7 @@ class X11KeyGrab final : public KeyCapture {
   xcb_window_t root_ = 0;
   std::map<xcb_keycode_t, MediaKeyEvent::Key> keys_;
   std::set<xcb_keycode_t> down_;
-  std::set<std::string> heldElsewhere_;
+  std::set<std::string> heldElsewhere_;  // key symbol names another program holds, reported once
   std::unique_ptr<QSocketNotifier> notifier_;
 };
 
