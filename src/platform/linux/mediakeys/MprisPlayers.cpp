@@ -70,6 +70,7 @@ MprisPlayers::MprisPlayers(DesktopEntries& desktop, std::vector<std::filesystem:
   connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* call) {
     const QDBusReply<QStringList> reply = *call;
     if (reply.isValid()) {
+      // Every listed name has an owner; which one does not matter here.
       for (const auto& name : reply.value()) ownerChanged(name, name);
     }
     call->deleteLater();
