@@ -1,5 +1,4 @@
-// The media key tap switched by its settings and by access, carrying out the router's decisions;
-// and what idle play does for each setting.
+// The media key tap switched by its settings and by access, and what idle play does for each setting.
 #include <gtest/gtest.h>
 
 #include "AgentWorld.h"
@@ -33,16 +32,10 @@ TEST_F(MediaKeysTest, TheTapFollowsItsSettingsAndAccessChecksAgainEverySecondWhi
 }
 
 TEST_F(MediaKeysTest, IdlePlayStartsAPlayerOrAsksForEachSettingAndASecondPressTakesTheSuggestion) {
-  struct Case {
-    const char* idlePlay;  // as stored; an unknown text reads as ask
-    std::string installed;
-    bool remember;
-    double pause;  // before a second press, or none when negative
-    std::vector<std::string> launched;
-    int shows;
-    const char* storedAfter;
-  };
-  const Case cases[] = {
+  using Strings = std::vector<std::string>;
+  // Stored setting (unknown text reads as ask), installed player, remember, pause before a second
+  // press (none when negative); then what was launched, how often the panel showed, the setting after.
+  const std::tuple<const char*, std::string, bool, double, Strings, int, const char*> cases[] = {
       {"nothing", "spotify", false, -1, {}, 0, "nothing"},
       {"spotify", "spotify", false, -1, {"spotify"}, 0, "spotify"},
       {"spotify", "org.gnome.Rhythmbox3", false, -1, {}, 1, "spotify"},
@@ -50,22 +43,22 @@ TEST_F(MediaKeysTest, IdlePlayStartsAPlayerOrAsksForEachSettingAndASecondPressTa
       {"bogus", "com.apple.Music", true, 3, {"com.apple.Music"}, 1, "music"},
       {"ask", "spotify", true, 11, {}, 2, "ask"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [idlePlay, installed, remember, pause, launched, shows, storedAfter] : cases) {
     FakeIdlePanel panel;
     IdlePlayController idle(rt, settings, services.mediaKeys.players(), panel);
-    idle.choice().remember = c.remember;
-    store.set(Keys::mediaKeysIdlePlay, StoreValue::string(c.idlePlay));
-    players.installed = {c.installed};
+    idle.choice().remember = remember;
+    store.set(Keys::mediaKeysIdlePlay, StoreValue::string(idlePlay));
+    players.installed = {installed};
     players.launched.clear();
     idle.handle();
-    if (c.pause >= 0) {
-      rt.advance(c.pause);
+    if (pause >= 0) {
+      rt.advance(pause);
       idle.handle();
     }
     rt.drainSerialQueues();
-    EXPECT_EQ(players.launched, c.launched) << c.idlePlay;
-    EXPECT_EQ(panel.shows, c.shows) << c.idlePlay;
-    EXPECT_EQ(store.object(Keys::mediaKeysIdlePlay), StoreValue::string(c.storedAfter)) << c.idlePlay;
+    EXPECT_EQ(players.launched, launched) << idlePlay;
+    EXPECT_EQ(panel.shows, shows) << idlePlay;
+    EXPECT_EQ(store.object(Keys::mediaKeysIdlePlay), StoreValue::string(storedAfter)) << idlePlay;
   }
 }
 

@@ -1,12 +1,12 @@
-// The real agent under Xvfb taking the media keys through root-window grabs: the application
-// that plays sound becomes the target, keys reach the right stand-in player over MPRIS, a held
-// next seeks, a player that answers with errors or never holds nothing up, and play with nothing
-// playing asks what to do.
+// The real agent under Xvfb with root-window grabs and stand-in MPRIS players: keys follow the sound,
+// a held next seeks, a player that errs or never answers holds nothing up, idle play asks.
 #include <gtest/gtest.h>
 
 #include <fstream>
 #include <thread>
 
+#include "QtLoop.h"
+#include "platform/linux/mediakeys/X11KeyGrab.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
 #include "support/MprisStandIn.h"
@@ -37,9 +37,13 @@ TEST(MediaKeysEndToEnd, KeysGoToThePlayerThatPlayedLastAHeldNextSeeksAndPlayWith
   environment["XDG_DATA_DIRS"] = (home.path() / "share").string();  // nothing of the machine's own
   // libxkbcommon (under Qt's X11 platform) strndups unterminated names, which strict checks reject.
   environment["ASAN_OPTIONS"] = std::string(std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") + ":strict_string_checks=0";
+  test::qtApplication();
+  auto held = platform::X11KeyGrab::start({[](const MediaKeyEvent&) { return true; }, {}}, display.name.c_str());
   std::string failure;
   auto agent = home.launch(environment, failure);
-  ASSERT_TRUE(agent) << failure;
+  ASSERT_TRUE(held && agent) << failure;
+  ASSERT_TRUE(test::eventually([&] { return home.log().find("media key XF86AudioNext is held by another program") != std::string::npos; }));
+  held.reset();  // the agent takes the keys once they are free
   auto target = [&] { return home.status("agent.mediaKeysTarget").dump(); };
   ASSERT_TRUE(test::eventually([&] { return home.status("agent.mediaKeys") == "running"; })) << home.log();
 
