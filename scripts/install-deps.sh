@@ -9,6 +9,8 @@ packages=(
   # libraries
   qt6-base-dev libqt6dbus6 nlohmann-json3-dev libpulse-dev libsystemd-dev
   libevdev-dev libarchive-dev
+  # media keys: root-window grabs (xcb, key symbols, XKB auto-repeat); key presses and MPRIS stand-ins in the tests
+  libxcb1-dev libxcb-keysyms1-dev libxcb-xkb-dev xdotool python3-dbus
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   # packaging and its checks

@@ -12,6 +12,7 @@
 #include "app/BuildConfig.h"
 #include "app/DesktopInstaller.h"
 #include "app/LinuxAppHost.h"
+#include "app/LogOnlyIdlePlayPanel.h"
 #include "core/app/AgentStatus.h"
 #include "core/app/AppDelegate.h"
 #include "core/app/LaunchGate.h"
@@ -41,6 +42,8 @@
 #include "platform/linux/app/XdgAutostart.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
 #include "platform/linux/volume/PulseProcessTaps.h"
+#include "platform/linux/mediakeys/LinuxMediaKeySource.h"
+#include "platform/linux/mediakeys/MprisPlayers.h"
 #include "platform/linux/settings/XdgPaths.h"
 #include "ui/tray/TrayUserInterface.h"
 
@@ -164,9 +167,15 @@ int main(int argc, char** argv) {
   wh::platform::SessionBusChannel channel;
   wh::platform::PulseProcessTaps taps(audio);
 
+  wh::platform::LinuxMediaKeySource mediaKeySource(runtime.main());
+  wh::platform::MprisPlayers players(audioStack.desktopEntries);
+  wh::app::LogOnlyIdlePlayPanel idlePlayPanel;
+
   wh::Services services(runtime, settings,
                         {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
-                         audioStack.grouping, audioStack.desktopEntries, taps});
+                         audioStack.grouping, audioStack.desktopEntries, taps, notifications,
+                         {mediaKeySource, players, processes, [&grouping = audioStack.grouping] { return grouping.regularAppIDs(); }},
+                         idlePlayPanel});
   wh::BluetoothAccess access(authority, notifications);
   wh::app::DesktopInstaller installer;
   wh::MoveToApplications move(installer);

@@ -9,6 +9,7 @@
 #include "doubles/FakeBluetooth.h"
 #include "doubles/FakeStartup.h"
 #include "doubles/FakeProcessTaps.h"
+#include "doubles/FakeMediaKeys.h"
 #include "doubles/MemoryApps.h"
 #include "doubles/MemoryAudioHardware.h"
 #include "doubles/MemoryStore.h"
@@ -57,7 +58,12 @@ class AgentWorld : public testing::Test {
   AppGrouping grouping{processTable, desktopEntries};
   AudioProcessMonitor monitor{rt, hardware, grouping};
   FakeProcessTaps taps;
-  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, grouping, desktopEntries, taps}};
+  FakeKeySource keySource;
+  FakePlayers players;
+  FakeIdlePanel idlePanel;
+  Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, grouping, desktopEntries, taps,
+                                   notifications, {keySource, players, monitor, [] { return std::set<std::string>(); }},
+                                   idlePanel}};
   BluetoothAccess access{authority, notifications};
   FakeInstaller installer;
   MoveToApplications move{installer};

@@ -5,6 +5,7 @@
 
 #include "core/log/FileLog.h"
 #include "core/settings/Address.h"
+#include "core/texts/PlatformTexts.h"
 
 namespace wh {
 
@@ -77,6 +78,8 @@ void AgentStatus::publish() {
   put(changes, StatusKeys::inCall, StoreValue::boolean(services_.pinner.inCall()));
   put(changes, StatusKeys::profileGuard, StoreValue::string(describe(services_.profileGuard.status())));
   put(changes, StatusKeys::outputQuality, StoreValue::string(services_.profileGuard.outputQuality()));
+  put(changes, StatusKeys::mediaKeys, StoreValue::string(MediaKeyTap::text(services_.mediaKeys.state())));
+  put(changes, StatusKeys::mediaKeysTarget, StoreValue::string(services_.mediaKeys.currentTarget().value_or("")));
   if (const auto trusted = accessibility_.trusted()) put(changes, StatusKeys::accessibility, StoreValue::boolean(*trusted));
   put(changes, StatusKeys::launchAtLogin, StoreValue::boolean(loginItem_.enabled()));
   put(changes, StatusKeys::launchAtLoginNeedsApproval, StoreValue::boolean(loginItem_.needsApproval()));
@@ -154,7 +157,11 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
       access_.whenAllowed(lifetime_.guard([this] { publishPaired(); }));
     }
   } else if (command == "requestAccessibility") {
-    accessibility_.recheck();  // a change comes back through the refresh
+    // Access cannot be asked for here: the log says how it is granted, and a change comes back
+    // through the refresh (and the tap's own one-second check).
+    Log::info(texts::kAccessibilityHelp);
+    accessibility_.recheck();
+    services_.mediaKeys.sync();
   } else if (command == "listPaired") {
     publishPaired();
   } else if (command == "toggle") {

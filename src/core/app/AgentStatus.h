@@ -35,6 +35,8 @@ inline constexpr char outputQuality[] = "agent.outputQuality";      // "<name>: 
 inline constexpr char taps[] = "agent.taps";                        // app id -> "mute" or "gain"
 inline constexpr char volumeApps[] = "agent.volumeApps";            // [{"bundleID", "name", "icon", "gain", "muted", "playing"}]
 inline constexpr char volumeProblem[] = "agent.volumeProblem";      // text, empty when none
+inline constexpr char mediaKeys[] = "agent.mediaKeys";              // "off", "needsAccessibility", "running"
+inline constexpr char mediaKeysTarget[] = "agent.mediaKeysTarget";  // application id, "" when none
 }  // namespace StatusKeys
 
 class AgentStatus {

@@ -49,7 +49,9 @@ void AppDelegate::applicationDidFinishLaunching() {
   processes_.start();
 
   services_.pinner.onChange = refreshAction_;
+  services_.mediaKeys.onChange = refreshAction_;
   services_.volume.onChange = refreshAction_;
+  services_.mediaKeys.onIdlePlay = lifetime_.guard([this] { services_.idlePlay.handle(); });
   services_.battery.onChange = refreshAction_;
   services_.bluetooth.onChange = refreshAction_;
   services_.bluetooth.onConnected = lifetime_.guard(
@@ -63,6 +65,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   services_.pinner.start();
   services_.profileGuard.onChange = refreshAction_;
   services_.profileGuard.start();
+  services_.mediaKeys.start();
   services_.volume.start();
 
   // With no remembered headphones Bluetooth is not touched at launch, so nobody is asked for access.

@@ -4,6 +4,8 @@
 #include "core/bluetooth/BatteryCache.h"
 #include "core/bluetooth/BluetoothManager.h"
 #include "core/bluetooth/OutputSwitcher.h"
+#include "core/mediakeys/IdlePlay.h"
+#include "core/mediakeys/MediaKeyTap.h"
 #include "core/quality/InputPinner.h"
 #include "core/quality/ProfileGuard.h"
 #include "core/volume/AppVolumeController.h"
@@ -21,6 +23,9 @@ struct ServicePorts {
   AppGrouping& grouping;
   DesktopEntries& desktop;
   ProcessTaps& taps;
+  NotificationCenter& notifications;
+  MediaKeyTap::Ports mediaKeys;
+  IdlePlayPanel& idlePlayPanel;
 };
 
 class Services {
@@ -31,6 +36,8 @@ class Services {
         switcher(runtime, std::move(ports.switcherAudio)),
         pinner(runtime, settings, ports.audio, ports.processes),
         profileGuard(runtime, settings, ports.audio, ports.processes, pinner),
+        mediaKeys(runtime, settings, ports.notifications, std::move(ports.mediaKeys)),
+        idlePlay(runtime, settings, mediaKeys.players(), ports.idlePlayPanel),
         volume(runtime, settings, ports.audio, ports.processes, ports.grouping, ports.desktop, ports.taps) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
@@ -40,6 +47,8 @@ class Services {
   OutputSwitcher switcher;
   InputPinner pinner;
   ProfileGuard profileGuard;  // runs with the pinner
+  MediaKeyTap mediaKeys;
+  IdlePlayController idlePlay;
   AppVolumeController volume;
 };
 

@@ -103,7 +103,8 @@ void readGroup(const std::string& text, const std::string& group, Visit visit) {
   }
 }
 
-// Splits an Exec value into its arguments: double quotes group, a backslash escapes.
+}  // namespace
+
 std::vector<std::string> execArguments(const std::string& exec) {
   std::vector<std::string> arguments;
   std::string current;
@@ -129,6 +130,20 @@ std::vector<std::string> execArguments(const std::string& exec) {
   if (any) arguments.push_back(current);
   return arguments;
 }
+
+std::vector<std::string> listedDesktopIDs(const std::string& text, const std::string& group, const std::string& key) {
+  std::vector<std::string> ids;
+  readGroup(text, group, [&](const std::string& name, const std::string& value) {
+    if (name != key) return;
+    for (auto id : split(value, ';')) {
+      id = trimmed(id);
+      if (endsWith(id, ".desktop")) ids.push_back(id.substr(0, id.size() - 8));
+    }
+  });
+  return ids;
+}
+
+namespace {
 
 bool isLauncher(const std::string& program) {
   static const std::set<std::string> launchers = {"flatpak", "sh", "bash", "dash", "env", "snap"};

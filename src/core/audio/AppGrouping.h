@@ -84,6 +84,12 @@ class ProcessTable {
   virtual std::optional<std::string> flatpakInfo(std::int32_t pid) = 0;
 };
 
+// The arguments of an Exec value: double quotes group, a backslash escapes.
+std::vector<std::string> execArguments(const std::string& exec);
+// The desktop ids (without ".desktop") that one key of a group lists, as mimeapps.list and
+// mimeinfo.cache do ("audio/mpeg=a.desktop;b.desktop;"), in order.
+std::vector<std::string> listedDesktopIDs(const std::string& text, const std::string& group, const std::string& key);
+
 // The application id named by the innermost systemd app unit of a control group path.
 std::optional<std::string> appIDFromControlGroup(const std::string& path);
 // The application name of a .flatpak-info text.

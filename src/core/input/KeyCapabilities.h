@@ -10,6 +10,8 @@ namespace KeyCode {
 inline constexpr int nextSong = 163;
 inline constexpr int playPause = 164;
 inline constexpr int previousSong = 165;
+inline constexpr int rewind = 168;
+inline constexpr int fastForward = 208;
 }  // namespace KeyCode
 
 // Whether the bitmap has the key's bit. `bitsPerWord` is the kernel's long (64 on 64-bit systems).

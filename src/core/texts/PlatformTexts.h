@@ -16,6 +16,12 @@ inline constexpr const char* kBluetoothAccessHelp =
     "Bluetooth access is refused by the system: allow this user to use BlueZ (often by joining the "
     "\"bluetooth\" group) in the system's Bluetooth settings or bus policy";
 
+// Logged when the user asks for the media keys' access: reading the keyboards and sending keys on.
+inline constexpr const char* kAccessibilityHelp =
+    "media keys need read access to the keyboards under /dev/input and write access to /dev/uinput: "
+    "add this user to the \"input\" group, or copy /usr/share/wrenhaven/udev/70-wrenhaven-input.rules to "
+    "/etc/udev/rules.d/, then log in again";
+
 // The desktops' Bluetooth settings pages, tried in this order.
 inline constexpr const char* kBluetoothSettingsCommands[][3] = {
     {"gnome-control-center", "bluetooth", nullptr},

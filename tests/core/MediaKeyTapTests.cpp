@@ -1,0 +1,66 @@
+// The media key tap switched by its settings and by access, and what idle play does for each setting.
+#include <gtest/gtest.h>
+
+#include "AgentWorld.h"
+
+namespace wh {
+namespace {
+
+using State = MediaKeyTap::State;
+
+using MediaKeysTest = test::AgentWorld;
+
+TEST_F(MediaKeysTest, TheTapFollowsItsSettingsAndAccessChecksAgainEverySecondWhileAccessIsMissing) {
+  MediaKeyTap& tap = services.mediaKeys;
+  int changes = 0;
+  tap.onChange = [&] { ++changes; };
+  tap.start();
+  EXPECT_EQ(rt.nextDueIn(), -1) << "off: no health timer";
+  store.set(Keys::mediaKeysEnabled, StoreValue::boolean(true));
+  settings.changed("");
+  EXPECT_EQ(tap.state(), State::needsAccessibility);
+  keySource.granted = true;
+  rt.advance(MediaKeyTap::healthWhileMissing);
+  EXPECT_EQ(tap.state(), State::running);
+  EXPECT_EQ(rt.nextDueIn(), MediaKeyTap::healthWhileRunning);
+  keySource.handler.disabled(MediaKeySource::Disabled::byTimeout);
+  EXPECT_EQ(log->lines.back(), "media key tap disabled by the system (4294967294); re-enabling");
+  store.set(Keys::mediaKeysPaused, StoreValue::boolean(true));
+  settings.changed("");
+  EXPECT_EQ(tap.state(), State::off);
+  EXPECT_EQ(changes, 3);
+}
+
+TEST_F(MediaKeysTest, IdlePlayStartsAPlayerOrAsksForEachSettingAndASecondPressTakesTheSuggestion) {
+  using Strings = std::vector<std::string>;
+  // Stored setting (unknown text reads as ask), installed player, remember, pause before a second
+  // press (none when negative); then what was launched, how often the panel showed, the setting after.
+  const std::tuple<const char*, std::string, bool, double, Strings, int, const char*> cases[] = {
+      {"nothing", "spotify", false, -1, {}, 0, "nothing"},
+      {"spotify", "spotify", false, -1, {"spotify"}, 0, "spotify"},
+      {"spotify", "org.gnome.Rhythmbox3", false, -1, {}, 1, "spotify"},
+      {"ask", "spotify", false, 3, {"spotify"}, 1, "ask"},
+      {"bogus", "com.apple.Music", true, 3, {"com.apple.Music"}, 1, "music"},
+      {"ask", "spotify", true, 11, {}, 2, "ask"},
+  };
+  for (const auto& [idlePlay, installed, remember, pause, launched, shows, storedAfter] : cases) {
+    FakeIdlePanel panel;
+    IdlePlayController idle(rt, settings, services.mediaKeys.players(), panel);
+    idle.choice().remember = remember;
+    store.set(Keys::mediaKeysIdlePlay, StoreValue::string(idlePlay));
+    players.installed = {installed};
+    players.launched.clear();
+    idle.handle();
+    if (pause >= 0) {
+      rt.advance(pause);
+      idle.handle();
+    }
+    rt.drainSerialQueues();
+    EXPECT_EQ(players.launched, launched) << idlePlay;
+    EXPECT_EQ(panel.shows, shows) << idlePlay;
+    EXPECT_EQ(store.object(Keys::mediaKeysIdlePlay), StoreValue::string(storedAfter)) << idlePlay;
+  }
+}
+
+}  // namespace
+}  // namespace wh

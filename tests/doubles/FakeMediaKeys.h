@@ -1,0 +1,45 @@
+#pragma once
+// The media keys' ports in memory: players, a key source, an idle-play panel.
+
+#include "core/mediakeys/IdlePlay.h"
+#include "core/mediakeys/MediaKeySource.h"
+
+namespace wh {
+
+struct FakePlayers final : PlayerControl {
+  std::set<ScriptablePlayer> running;
+  std::set<std::string> installed;
+  std::vector<std::string> launched;
+
+  PlayerIdentities identities() const override { return {}; }
+  bool isRunning(ScriptablePlayer player) const override { return running.count(player) > 0; }
+  bool isInstalled(const std::string& appID) const override { return installed.count(appID) > 0; }
+  std::optional<std::string> perform(ScriptablePlayer, const PlayerVerb&) override { return std::nullopt; }
+  std::optional<std::string> launch(const std::string& appID) override {
+    launched.push_back(appID);
+    return std::nullopt;
+  }
+};
+
+struct FakeKeySource final : MediaKeySource {
+  bool granted = false;
+  Handler handler;
+
+  bool accessGranted() const override { return granted; }
+  std::unique_ptr<KeyCapture> start(Handler events) override {
+    handler = std::move(events);
+    struct Capture final : KeyCapture {
+      bool isEnabled() const override { return true; }
+      void enable() override {}
+    };
+    return std::make_unique<Capture>();
+  }
+};
+
+struct FakeIdlePanel final : IdlePlayPanel {
+  int shows = 0;
+  void show(const IdlePlayView&) override { ++shows; }
+  void close() override {}
+};
+
+}  // namespace wh
