@@ -35,20 +35,20 @@ TEST(GainMixer, EachOutputChannelTakesItsTapChannelTimesTheGainAndTheRestIsSilen
   };
   for (std::size_t n = 0; n < cases.size(); ++n) {
     const Case& test = cases[n];
-    std::vector<std::vector<float>> storage(test.input.size() + test.output.size());
+    const auto sample = [&](int channel, std::uint32_t f) { return test.zeros ? 0.0F : float((channel + 1) * 100 + int(f) + 1); };
+    std::vector<std::vector<float>> storage;  // moving a vector keeps its samples where they are
     std::vector<InputAudioBuffer> input;
     std::vector<AudioBuffer> output;
-    auto sample = [&](int channel, std::uint32_t f) { return test.zeros ? 0.0F : float((channel + 1) * 100 + int(f) + 1); };
     int base = 0;
-    for (std::size_t b = 0; b < test.input.size(); base += int(test.input[b++].channels)) {
-      const auto [channels, frames, hasData] = test.input[b];
-      for (std::uint32_t i = 0; i < channels * frames; ++i) storage[b].push_back(sample(base + int(i % channels), i / channels));
-      input.push_back({channels, channels * frames * 4, hasData ? storage[b].data() : nullptr});
+    for (const auto& [channels, frames, hasData] : test.input) {
+      auto& samples = storage.emplace_back();
+      for (std::uint32_t i = 0; i < channels * frames; ++i) samples.push_back(sample(base + int(i % channels), i / channels));
+      input.push_back({channels, channels * frames * 4, hasData ? samples.data() : nullptr});
+      base += int(channels);
     }
-    for (std::size_t b = 0; b < test.output.size(); ++b) {
-      auto& samples = storage[test.input.size() + b] = std::vector<float>(test.output[b].channels * 8, -7.0F);
-      output.push_back({test.output[b].channels, test.output[b].channels * test.output[b].frames * 4,
-                        test.output[b].hasData ? samples.data() : nullptr});
+    for (const auto& [channels, frames, hasData] : test.output) {
+      auto& samples = storage.emplace_back(channels * 8, -7.0F);
+      output.push_back({channels, channels * frames * 4, hasData ? samples.data() : nullptr});
     }
     GainBox box(test.gain);
     GainMixer::render(input, output, 2, box);
@@ -57,11 +57,10 @@ TEST(GainMixer, EachOutputChannelTakesItsTapChannelTimesTheGainAndTheRestIsSilen
     std::size_t k = 0;
     for (const AudioBuffer& buffer : output) {
       for (std::uint32_t c = 0; buffer.data && c < buffer.channels; ++c, ++k) {
-        const int source = test.sourceOf.at(k);
-        for (std::uint32_t f = 0; f < 8 && buffer.byteSize == 0; ++f) EXPECT_EQ(buffer.data[f * buffer.channels + c], -7.0F);
-        for (std::uint32_t f = 0; f < buffer.byteSize / (buffer.channels * 4); ++f) {
-          const bool carried = source >= 0 && f < test.input[0].frames && test.input[0].hasData;
-          EXPECT_EQ(buffer.data[f * buffer.channels + c], carried ? sample(source, f) * test.gain : 0.0F)
+        for (std::uint32_t f = 0; f < 8; ++f) {
+          const bool written = f < buffer.byteSize / (buffer.channels * 4), carried = test.sourceOf.at(k) >= 0 &&
+                               f < test.input[0].frames && test.input[0].hasData;
+          EXPECT_EQ(buffer.data[f * buffer.channels + c], !written ? -7.0F : carried ? sample(test.sourceOf[k], f) * test.gain : 0.0F)
               << "case " << n << ", output " << k << ", frame " << f;
         }
       }

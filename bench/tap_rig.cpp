@@ -1,0 +1,120 @@
+// Measures a gain tap on the test rigs with real sound: the latency it adds (when a corked tone
+// starts, how long until it reaches the output's monitor, without and with the tap), the CPU time
+// of its "wrenhaven.tap" thread, and the output stream's underflows over a long run, after which
+// the added latency is measured again (a delay that grew would show there).
+//
+//   tap_rig [seconds] [target buffer in seconds]     (defaults 600 and the adapter's own)
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+#include <QCoreApplication>
+
+#include "platform/linux/audio/PulseAudioHardware.h"
+#include "platform/linux/runtime/QtRuntime.h"
+#include "platform/linux/volume/PulseProcessTaps.h"
+#include "support/PulseRig.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace wh;
+using test::PulseRig;
+
+// Seconds from uncorking the tone to its first sound at the speakers' monitor (median of five).
+double onsetDelay(const PulseRig& rig, test::ChildProcess& tone) {
+  std::vector<double> delays;
+  for (int run = 0; run < 5; ++run) {
+    tone.terminate(SIGUSR1);  // corked
+    std::this_thread::sleep_for(300ms);
+    test::ChildProcess recorder({"parec", "--raw", "--format=float32le", "--channels=1", "--rate=48000",
+                                 "--latency-msec=5", "-d", std::string(PulseRig::laptopSpeakers) + ".monitor"},
+                                rig.clientEnvironment());
+    test::eventually([&] { return recorder.output().size() > 48000 * 4 / 5; }, 5s);  // 0.2 s recorded
+    const std::size_t atSignal = recorder.output().size() / 4;
+    tone.terminate(SIGUSR2);
+    test::eventually([&] { return recorder.output().size() / 4 > atSignal + 48000; }, 5s);
+    std::vector<float> samples(recorder.output().size() / 4);
+    std::memcpy(samples.data(), recorder.output().data(), samples.size() * 4);
+    const auto onset = std::find_if(samples.begin() + atSignal, samples.end(), [](float s) { return std::abs(s) > 0.05F; });
+    if (onset != samples.end()) delays.push_back(double(onset - samples.begin() - atSignal) / 48000);
+  }
+  std::sort(delays.begin(), delays.end());
+  return delays.empty() ? -1 : delays[delays.size() / 2];
+}
+
+// CPU seconds of this process's threads named `name`.
+double threadCpu(const std::string& name) {
+  double total = 0;
+  if (DIR* dir = ::opendir("/proc/self/task")) {
+    while (dirent* entry = ::readdir(dir)) {
+      const std::string task = std::string("/proc/self/task/") + entry->d_name;
+      if (entry->d_name[0] == '.' || test::readFile(task + "/comm") != name + "\n") continue;
+      std::istringstream stat(test::readFile(task + "/stat").substr(test::readFile(task + "/stat").rfind(')') + 2));
+      std::string skip;
+      long user = 0, system = 0;
+      for (int field = 3; field < 14; ++field) stat >> skip;
+      stat >> user >> system;
+      total += double(user + system) / double(::sysconf(_SC_CLK_TCK));
+    }
+    ::closedir(dir);
+  }
+  return total;
+}
+
+void measure(test::SoundServer server, int seconds, double targetBuffer) {
+  const char* serverName = server == test::SoundServer::pulseAudio ? "PulseAudio" : "PipeWire";
+  PulseRig rig(server);
+  if (!rig.available()) {
+    std::cout << serverName << ": " << rig.whyNot() << "\n";
+    return;
+  }
+  platform::QtRuntime runtime;
+  platform::PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
+  hardware.waitUntilReady(10);
+  platform::PulseProcessTaps::Options options{.server = rig.server()};
+  if (targetBuffer > 0) options.targetBuffer = targetBuffer;
+  platform::PulseProcessTaps taps(hardware, options);
+  auto tone = rig.client({"--tone"});
+  if (!tone) return;
+  AudioObjectID process = 0;
+  test::eventually([&] {
+    for (auto id : hardware.processObjects()) process = hardware.processPID(id) == tone->pid() ? id : process;
+    return process != 0;
+  });
+  const double direct = onsetDelay(rig, *tone);
+  auto built = taps.build({"org.example.Tone", {process}, ProcessTap::Mode::gain, PulseRig::laptopSpeakers, 1.0F});
+  if (!std::holds_alternative<std::shared_ptr<ProcessTap>>(built)) {
+    std::cout << serverName << ": the tap could not be built\n";
+    return;
+  }
+  auto tap = std::dynamic_pointer_cast<platform::PulseProcessTaps::Tap>(std::get<std::shared_ptr<ProcessTap>>(built));
+  const double tapped = onsetDelay(rig, *tone);
+  const double cpuBefore = threadCpu("wrenhaven.tap"), underflowsBefore = double(tap->underflows());
+  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  const double cpu = threadCpu("wrenhaven.tap") - cpuBefore;
+  const double underflows = double(tap->underflows()) - underflowsBefore;
+  const double tappedLater = onsetDelay(rig, *tone);
+  tap->stop();
+  std::cout << serverName << ": onset " << direct * 1000 << " ms direct, " << tapped * 1000 << " ms tapped (added "
+            << (tapped - direct) * 1000 << " ms), " << (tappedLater - direct) * 1000 << " ms added after " << seconds
+            << " s; tap thread CPU " << 100 * cpu / seconds << " % of one core; " << underflows
+            << " underflows in " << seconds << " s (" << tap->frames() << " frames)\n";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QCoreApplication application(argc, argv);
+  const int seconds = argc > 1 ? std::atoi(argv[1]) : 600;
+  const double targetBuffer = argc > 2 ? std::atof(argv[2]) : 0;
+  measure(test::SoundServer::pulseAudio, seconds, targetBuffer);
+  measure(test::SoundServer::pipeWire, seconds, targetBuffer);
+}
