@@ -48,6 +48,7 @@ TEST_F(ReportProblemTest, TheArchiveHoldsTheDiagnosticsTheNoteAndTheFiveNewestCr
     std::filesystem::last_write_time(file, now - std::chrono::hours(24 * day));
   }
   std::ofstream(home.path() / "crashes" / "Other-0.crash") << "not ours";
+  std::filesystem::create_directories(home.path() / "crashes" / "Wrenhaven-folder.crash");  // newest, not a file
   std::ofstream(home.path() / "crashes" / "Wrenhaven-old.crash") << "old";
   std::filesystem::last_write_time(home.path() / "crashes" / "Wrenhaven-old.crash", now - std::chrono::hours(24 * 31));
 

@@ -56,9 +56,10 @@ std::optional<std::filesystem::path> ReportProblem::buildZip(const std::string& 
     attached = sources_.log->files();
   }
   for (const auto& crash : recentCrashReports()) attached.push_back(crash);
+  // A file that cannot be read leaves the report without it, not without the rest.
   for (const auto& file : attached) {
     std::filesystem::copy_file(file, folder / file.filename(), std::filesystem::copy_options::overwrite_existing, error);
-    if (error) return fail("could not copy " + file.string() + ": " + error.message());
+    if (error) Log::info("report a problem: left out " + file.string() + ": " + error.message());
   }
   auto zip = folder;
   zip += ".zip";
@@ -76,7 +77,9 @@ std::vector<std::filesystem::path> ReportProblem::recentCrashReports() const {
   for (const auto& entry : std::filesystem::directory_iterator(sources_.crashFolder, error)) {
     const auto name = entry.path().filename().string();
     const auto modified = entry.last_write_time(error);
-    if (!error && name.rfind("Wrenhaven", 0) == 0 && modified > oldest) found.emplace_back(modified, entry.path());
+    if (!error && entry.is_regular_file(error) && name.rfind("Wrenhaven", 0) == 0 && modified > oldest) {
+      found.emplace_back(modified, entry.path());
+    }
   }
   std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
   std::vector<std::filesystem::path> newest;
