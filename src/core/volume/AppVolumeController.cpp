@@ -152,7 +152,7 @@ void AppVolumeController::build(const std::string& bundleID, Wanted wanted, floa
   building_[bundleID] = wanted;
   ProcessTap::Request request{bundleID, wanted.processes, wanted.mode, wanted.outputUID, gain};
   runThenMain<ProcessTaps::Result>(
-      *tapQueue_, runtime_.main(), lifetime_, [this, request] { return factory_.build(request); },
+      *tapQueue_, runtime_.main(), lifetime_, [&factory = factory_, request] { return factory.build(request); },
       [this, bundleID, generation, wanted](ProcessTaps::Result result) {
         built(bundleID, generation, wanted, std::move(result));
       });

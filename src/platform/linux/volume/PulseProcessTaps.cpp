@@ -28,7 +28,7 @@ constexpr double convergeTime = 5.0;
 constexpr double maxRateDeviation = 0.005;
 constexpr int tapThreadPriority = 5;
 // How many of the monitor's largest pieces the output stream should hold at least.
-constexpr double periodMargin = 1.5;
+constexpr double periodMargin = 2.0;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;

@@ -27,7 +27,7 @@ class PulseProcessTaps final : public ProcessTaps {
     std::string server;  // empty: libpulse's own search
     double operationTimeout = 2.0;
     // How much sound the output stream should hold beyond the device's own latency.
-    double targetBuffer = 0.01;
+    double targetBuffer = 0.03;
   };
   // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
   // was left behind by an agent that ended without stopping it.
