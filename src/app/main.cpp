@@ -30,6 +30,8 @@
 #include "platform/linux/bluetooth/BluezUPowerBatterySources.h"
 #include "platform/linux/log/JournalLog.h"
 #include "platform/linux/report/CrashReports.h"
+#include "platform/linux/report/LibarchiveZip.h"
+#include "platform/linux/report/QtReportUploader.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "platform/linux/bluetooth/LogindSleepWatcher.h"
 #include "platform/linux/audio/ProcFsProcessTable.h"
@@ -45,6 +47,8 @@
 #include "platform/linux/mediakeys/LinuxMediaKeySource.h"
 #include "platform/linux/mediakeys/MprisPlayers.h"
 #include "platform/linux/settings/XdgPaths.h"
+#include "ui/panels/IdlePlayWindow.h"
+#include "ui/panels/ReportWindow.h"
 #include "ui/tray/TrayUserInterface.h"
 
 namespace {
@@ -75,6 +79,19 @@ struct AudioStack {
   wh::AudioProcessMonitor processes;
 };
 
+// What the diagnostics text reads besides the sound server.
+wh::Diagnose::Sources diagnoseSources(const wh::BuildInfo& build, wh::Settings& settings, wh::InputPinner& pinner,
+                                      wh::platform::BluezUPowerBatterySources& batteries) {
+  wh::Diagnose::Sources sources;
+  sources.build = build;
+  sources.systemVersion = wh::platform::systemVersion();
+  sources.preferredMicrophone = [&pinner] { return pinner.preferredMicrophone(); };
+  sources.meetingApps = wh::CallDetector::meetingApps(settings);
+  sources.batteryEntries = [&batteries] { return batteries.readLive(); };
+  sources.inputAccess = wh::platform::inputAccess();
+  return sources;
+}
+
 // The diagnostics text, read from the sound server without a display or a log. The Qt
 // application only gives the adapter's listener reports a main queue; it never runs.
 std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
@@ -90,13 +107,7 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
   wh::InputPinner pinner(runtime, settings, audio, monitor);
   wh::platform::BluezUPowerBatterySources batteries;
 
-  wh::Diagnose::Sources sources;
-  sources.build = build;
-  sources.systemVersion = wh::platform::systemVersion();
-  sources.preferredMicrophone = [&pinner] { return pinner.preferredMicrophone(); };
-  sources.meetingApps = wh::CallDetector::meetingApps(settings);
-  sources.batteryEntries = [&batteries] { return batteries.readLive(); };
-  sources.inputAccess = wh::platform::inputAccess();
+  wh::Diagnose::Sources sources = diagnoseSources(build, settings, pinner, batteries);
   if (audio.waitUntilReady(3.0)) {
     sources.audio = &audio;
     sources.processes = &monitor;
@@ -150,7 +161,8 @@ int main(int argc, char** argv) {
       runtime.makeSerialQueue(wh::FileLog::queueLabel, wh::QueuePriority::utility), std::chrono::system_clock::now,
       [](std::FILE* file) { ::fsync(::fileno(file)); });
   wh::Log::install(systemLog, fileLog);
-  wh::platform::installCrashReports(wh::platform::stateHome() / logName / "crashes");
+  const std::filesystem::path crashFolder = wh::platform::stateHome() / logName / "crashes";
+  wh::platform::installCrashReports(crashFolder);
 
   wh::platform::JsonFileStore store(wh::platform::settingsFile());
   wh::NotificationCenter notifications;
@@ -169,7 +181,11 @@ int main(int argc, char** argv) {
 
   wh::platform::LinuxMediaKeySource mediaKeySource(runtime.main());
   wh::platform::MprisPlayers players(audioStack.desktopEntries);
-  wh::app::LogOnlyIdlePlayPanel idlePlayPanel;
+  // The idle-play panel is drawn where there is a display; elsewhere it only logs.
+  wh::app::LogOnlyIdlePlayPanel idlePlayLog;
+  std::optional<wh::panels::IdlePlayWindow> idlePlayWindow;
+  if (!headless) idlePlayWindow.emplace();
+  wh::IdlePlayPanel& idlePlayPanel = idlePlayWindow ? static_cast<wh::IdlePlayPanel&>(*idlePlayWindow) : idlePlayLog;
 
   wh::Services services(runtime, settings,
                         {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
@@ -192,6 +208,10 @@ int main(int argc, char** argv) {
 
   // The tray, where there is a display to show it on.
   std::optional<wh::tray::TrayUserInterface> tray;
+  wh::platform::LibarchiveZip reportZip;
+  wh::platform::QtReportUploader reportUploader;
+  std::optional<wh::panels::ReportWindow> reportWindow;
+  std::optional<wh::ReportProblem> report;
   if (!headless) {
     wh::ui::PanelServices extras;
     extras.openBluetoothSettings = [&host] { host.openBluetoothSettings(); };
@@ -200,6 +220,18 @@ int main(int argc, char** argv) {
       loginItem.set(on);
       delegate.refreshAction()();  // the status carries the new state
     };
+    reportWindow.emplace(wh::platform::systemVersion());
+    wh::Diagnose::Sources diagnose = diagnoseSources(build, settings, services.pinner, batteries);
+    diagnose.audio = &audio;
+    diagnose.processes = &processes;
+    wh::ReportProblem::Sources reportSources{
+        [diagnose] { return wh::Diagnose(diagnose).text(); },
+        fileLog, crashFolder, std::filesystem::temp_directory_path(),
+        wh::build::kReportService, wh::build::kSupportAddress, build.shortVersion, wh::platform::systemVersion(),
+        [] { return std::chrono::system_clock::now(); }};
+    report.emplace(std::move(reportSources), reportZip, reportUploader, *reportWindow);
+    reportWindow->send = [&report](const std::string& note, const std::string& email) { report->send(note, email); };
+    extras.reportProblem = [&reportWindow] { reportWindow->show(); };
     tray.emplace(wh::tray::TraySources{runtime, services, settings, audio, access, build.versionText(), extras});
     delegate.setUserInterface(&*tray);
   }

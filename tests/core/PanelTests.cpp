@@ -132,6 +132,7 @@ TEST_F(PanelTest, MusicQualityRowTextsAndActionsFollowThePinner) {
     CallModeOption mode;
     const char* detail;
     const char* actions;
+    bool guardFighting = false;
   } cases[] = {
       {S::pinned("Laptop Mic"), true, false, O::none, CallModeOption::automatic, "Using Laptop Mic for calls and dictation", "Allow Headphone Mic Now"},
       {S::off(), false, false, O::none, CallModeOption::automatic, "Off: apps may switch your headphones to call quality", ""},
@@ -141,11 +142,13 @@ TEST_F(PanelTest, MusicQualityRowTextsAndActionsFollowThePinner) {
       {S::releasedForCall(), true, true, O::none, CallModeOption::automatic, "In a call: headphone mic allowed", "Keep Music Quality Now"},
       {S::idle(), true, false, O::none, CallModeOption::alwaysHeadphoneMic, "Headphones are not using their mic", "Keep Music Quality Now"},
       {S::noMicrophone(), true, false, O::forcePin, CallModeOption::automatic, "This computer has no built-in microphone", "Allow Headphone Mic Again"},
+      {S::pinned("Laptop Mic"), true, false, O::none, CallModeOption::automatic, "Another app keeps switching your headphones to call quality", "Try Again|Allow Headphone Mic Now", true},
+      {S::fighting(), true, true, O::none, CallModeOption::automatic, "Another app keeps switching the mic", "Try Again|Keep Music Quality Now", true},
   };
   for (const auto& c : cases) {
     store.set(Keys::pinInput, StoreValue::boolean(c.pinInput));
     settings.setCallMode(c.mode);
-    const ui::PanelRow row = ui::musicQualityRow(menu.model(), {c.status, c.inCall, c.override});
+    const ui::PanelRow row = ui::musicQualityRow(menu.model(), {c.status, c.inCall, c.override, c.guardFighting});
     std::string actions;
     for (const auto& action : row.actions) actions += (actions.empty() ? "" : "|") + action.title;
     EXPECT_EQ(row.detail, c.detail);
@@ -165,10 +168,12 @@ TEST_F(PanelTest, TheSecondLineNamesABluetoothOutputsRateAndTheMicrophoneMenuSki
   for (auto [rate, line] : {std::pair{16000.0, "Sleep Buds: 16 kHz, call quality"}, {44100.0, "Sleep Buds: 44.1 kHz, full quality"},
                             {48000.0, "Sleep Buds: 48 kHz, full quality"}}) {
     hardware.deviceList[3].nominalSampleRate = rate;
+    services.profileGuard.evaluate();
     const std::string detail = ui::musicQualityRow(menu.model()).detail;
     EXPECT_EQ(detail.substr(detail.find('\n') + 1), line);
   }
   hardware.deviceList[3].transport = Transport::builtIn;
+  services.profileGuard.evaluate();
   EXPECT_EQ(ui::musicQualityRow(menu.model()).detail.find('\n'), std::string::npos);
   store.set(Keys::preferredInputUID, StoreValue::string("gone_mic"));
   Menu options = ui::musicQualityRow(menu.model()).options;
@@ -207,6 +212,36 @@ TEST_F(PanelTest, MediaKeysRowTextsFollowTheSwitchPauseTapAndIdleChoice) {
   const auto row = ui::mediaKeysRow(settings, {Tap::needsAccessibility, {}, [](IdlePlayAction a) { return a == IdlePlayAction::music; }, [] {}});
   EXPECT_EQ(row.actions.size(), 1U);
   EXPECT_EQ(titles(row.options), "Pause Media Keys|When Nothing Is Playing|Ask|Open Spotify (not installed)|Open Music|Do Nothing");
+}
+
+TEST_F(PanelTest, AppVolumeSectionListsPlayingAppsWritesTheirSettingsAndOffersAWayOutOfProblems) {
+  AppVolumeController& volume = services.volume;
+  monitor.start();
+  volume.start();
+  EXPECT_FALSE(ui::appVolumeSection(volume));
+  processTable.processes[40] = {1, "/usr/bin/tuner", "/app.slice/app-gnome-tuner-40.scope", {}};
+  desktopEntries.set({{"tuner", "tuner", "", false, false, "Tuner", "audio-x-generic"}});
+  hardware.processList.push_back({40, 40, {}, false, true});
+  monitor.refresh();
+  taps.failNext = ProcessTap::Failure{ProcessTap::Failure::Step::tap, 25};
+  ui::appVolumeSection(volume)->apps.at(0).setGain(0.5F);
+  rt.drainSerialQueues();
+  auto section = ui::appVolumeSection(volume);
+  ASSERT_TRUE(section);
+  const ui::AppVolumeRow& app = section->apps.at(0);
+  EXPECT_EQ(app.name + "|" + app.iconName + "|" + std::to_string(app.gain).substr(0, 3), "Tuner|audio-x-generic|0.5");
+  EXPECT_TRUE(app.playing && !app.muted);
+  EXPECT_EQ(section->problemTitle + ": " + section->problemDetail, "Volume by app stopped: Could not change the volume of Tuner");
+  section->problemAction->run();  // the retry builds the tap, which then hears only silence
+  app.toggleMute();
+  rt.drainSerialQueues();
+  EXPECT_TRUE(ui::appVolumeSection(volume)->apps.at(0).muted);
+  ui::appVolumeSection(volume)->apps.at(0).toggleMute();
+  rt.drainSerialQueues();
+  rt.advance(AppVolumeController::signalCheckDelay);
+  section = ui::appVolumeSection(volume);
+  EXPECT_EQ(section->problemTitle, "Allow audio recording");
+  EXPECT_FALSE(section->apps.at(0).muted);
 }
 
 TEST_F(PanelTest, DevicesSectionFollowsThePermissionAndOffersPairedHeadphonesNotYetRemembered) {

@@ -83,7 +83,9 @@ TEST(MediaKeysEndToEnd, KeysGoToThePlayerThatPlayedLastAHeldNextSeeksAndPlayWith
   music.reset();
   ASSERT_TRUE(test::eventually([&] { return target() == "\"\""; })) << home.log();
   display.xdotool("key", "XF86AudioPlay");
-  EXPECT_TRUE(test::eventually([&] { return home.log().find("idle play panel (log only): Nothing is playing") != std::string::npos; }));
+  EXPECT_TRUE(test::eventually([&] {  // the idle-play panel is on the screen
+    return test::runCommand({"xdotool", "search", "--onlyvisible", "--name", "Nothing is playing"}, {{"DISPLAY", display.name}}).status == 0;
+  })) << home.log();
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QMenu>
+#include <QPlainTextEdit>
 #include <QTest>
 
 #include "core/AgentWorld.h"
@@ -13,6 +14,8 @@
 #include "ui/kit/NJAboutWindow.h"
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJMenu.h"
+#include "ui/panels/IdlePlayWindow.h"
+#include "ui/panels/ReportWindow.h"
 #include "ui/tray/TrayUserInterface.h"
 
 namespace wh::test {
@@ -67,7 +70,7 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   menu->clicked();
   rt.drainSerialQueues();
   ASSERT_TRUE(view.panel() && view.panel()->isVisible());
-  EXPECT_EQ(shoot("panel-first-run", *view.panel()), "More options|Allow Bluetooth…|Allow Headphone Mic Now|Microphone and calls ▾|");
+  EXPECT_EQ(shoot("panel-first-run", *view.panel()), "More options|Allow Bluetooth…|Allow Headphone Mic Now|Microphone and calls ▾|Media key options ▾|");
 
   authority.change(BluetoothAuthorization::allowedAlways);
   remember();
@@ -80,14 +83,14 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   hardware.defaults[AudioProperty::defaultOutputDevice] = 4;
   menu->refresh();
   EXPECT_EQ(shoot("panel-connected-pinned", *view.panel()),
-            "More options|Add Headphones…|Allow Headphone Mic Now|Microphone and calls ▾|");
+            "More options|Add Headphones…|Allow Headphone Mic Now|Microphone and calls ▾|Media key options ▾|");
   QTest::keyClick(view.panel(), Qt::Key_Comma, Qt::ControlModifier);
   EXPECT_EQ(settingsOpened, 1);
 
   for (int correction = 0; correction < 6; ++correction) pin();
   menu->refresh();
   EXPECT_EQ(shoot("panel-fighting", *view.panel()),
-            "More options|Add Headphones…|Try Again|Allow Headphone Mic Now|Microphone and calls ▾|");
+            "More options|Add Headphones…|Try Again|Allow Headphone Mic Now|Microphone and calls ▾|Media key options ▾|");
 
   // Warm: the panel exists and opens again.
   menu->clicked();
@@ -108,6 +111,45 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   nj::NJAboutWindow about("0.1.0 (1)");
   about.show();
   shoot("about", about);
+}
+
+TEST_F(PanelScreenshotTest, MediaKeysAppVolumesTheIdlePlayPanelAndTheReportDrawTheirStates) {
+  store.set(Keys::mediaKeysEnabled, StoreValue::boolean(true));
+  services.mediaKeys.sync();
+  processTable.processes[40] = {1, "/usr/bin/tuner", "/app.slice/app-gnome-tuner-40.scope", {}};
+  desktopEntries.set({{"tuner", "tuner", "", false, false, "Tuner", "audio-x-generic"}});
+  hardware.processList.push_back({40, 40, {}, false, true});
+  monitor.start();
+  services.volume.start();
+  menu->clicked();
+  rt.drainSerialQueues();
+  EXPECT_EQ(shoot("panel-media-keys-apps", *view.panel()), "More options|Allow Bluetooth…|Allow Headphone Mic Now|"
+            "Microphone and calls ▾|Allow Key Access…|Media key options ▾|Mute|");
+  auto* slider = view.panel()->findChild<nj::NJSlider*>();
+  ASSERT_TRUE(slider);
+  slider->setValue(40);  // a click on the track, not a drag: written at once
+  EXPECT_FLOAT_EQ(services.volume.setting("tuner").gain, 0.4F);
+
+  IdleChoice choice;
+  IdlePlayAction chosen = IdlePlayAction::nothing;
+  std::unique_ptr<QWidget> idle(panels::IdlePlayWindow::build(
+      {ScriptablePlayer::music, {ScriptablePlayer::music}, &choice, [&](IdlePlayAction action) { chosen = action; }}));
+  idle->show();
+  EXPECT_EQ(shoot("idle-play", *idle), "Music|");
+  idle->findChild<nj::NJButton*>()->click();
+  idle->findChild<nj::NJSwitch*>()->click();
+  EXPECT_TRUE(chosen == IdlePlayAction::music && choice.remember);
+
+  panels::ReportWindow report("Debian GNU/Linux 12 (bookworm)");
+  std::string sent;
+  report.send = [&](const std::string& note, const std::string& email) { sent = note + "|" + email; };
+  report.show();
+  report.form()->findChild<QPlainTextEdit*>()->setPlainText("It hums");
+  EXPECT_EQ(shoot("report", *report.form()), "Cancel|Send Report|");
+  report.form()->findChildren<nj::NJButton*>().back()->click();
+  EXPECT_EQ(sent, "It hums|");
+  report.offerSave("The report could not be sent", "Save it instead and email it to support@example.com.", "/tmp/r.zip");
+  EXPECT_EQ(shoot("report-failed", *report.result()), "Cancel|Save to File…|");
 }
 
 }  // namespace

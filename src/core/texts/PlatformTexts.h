@@ -47,6 +47,9 @@ std::string accessibilityLine(const InputAccess& access);
 inline constexpr const char* kMediaKeysElsewhere = "▶︎, ⏭︎ and ⏮︎ go where the desktop sends them";
 inline constexpr const char* kMediaKeysPaused = "Paused: the desktop handles the keys";
 inline constexpr const char* kOpenAccessibility = "Allow Key Access…";
+// Why the app volume section asks for audio recording.
+inline constexpr const char* kAppVolumeRecording =
+    "The sound server must let Wrenhaven capture what apps play to change one app's volume. Nothing is recorded.";
 
 // The operating system's name and version from the text of /etc/os-release: PRETTY_NAME, else
 // NAME and VERSION (or VERSION_ID), else "Linux".

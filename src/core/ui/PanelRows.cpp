@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "core/audio/CoreAudio.h"
+#include "core/log/Log.h"
 #include "core/settings/Address.h"
 #include "core/texts/PlatformTexts.h"
 #include "core/ui/DeviceMenu.h"
@@ -12,13 +13,6 @@
 
 namespace wh::ui {
 namespace {
-
-// The lowest rate that still carries music at full quality.
-constexpr double fullQualityRate = 44100.0;
-
-bool isBluetooth(std::uint32_t transport) {
-  return transport == Transport::bluetooth || transport == Transport::bluetoothLE;
-}
 
 std::function<void(bool)> storeSwitch(Settings& settings, const char* key) {
   return [&settings, key](bool on) {
@@ -46,16 +40,6 @@ std::string pinnerLine(const InputPinner::Status& status) {
       return "Another app keeps switching the mic";
   }
   return {};
-}
-
-std::optional<std::string> outputQualityLine(AudioHardware& audio) {
-  const auto id = DefaultDevice::id(audio, Direction::output);
-  if (!id) return std::nullopt;
-  const auto device = AudioDevice::read(audio, *id);
-  if (!device || !isBluetooth(device->transport)) return std::nullopt;
-  const auto rate = audio.deviceNominalSampleRate(*id);
-  if (!rate) return std::nullopt;
-  return device->name + ": " + kiloHertz(*rate) + " kHz, " + (*rate >= fullQualityRate ? "full quality" : "call quality");
 }
 
 std::string callModeLabel(CallModeOption option) {
@@ -87,7 +71,7 @@ Menu microphoneMenu(PanelModel& model) {
   menu.push_back(MenuEntry::check("Built-in Microphone", builtInChosen, choose("")));
   bool preferredPresent = builtInChosen;
   for (const auto& device : AudioDevice::all(model.audio)) {
-    if (!device.hasInput || isBluetooth(device.transport) || device.transport == Transport::aggregate) continue;
+    if (!device.hasInput || Transport::isBluetooth(device.transport) || device.transport == Transport::aggregate) continue;
     if (builtIn && device.uid == builtIn->uid) continue;
     preferredPresent = preferredPresent || device.uid == preferred;
     menu.push_back(MenuEntry::check(device.name, device.uid == preferred, choose(device.uid)));
@@ -108,20 +92,11 @@ Menu microphoneMenu(PanelModel& model) {
 
 }  // namespace
 
-std::string kiloHertz(double rate) {
-  const double tenths = std::round(rate / 100.0);
-  char text[32];
-  if (std::fmod(tenths, 10.0) == 0.0) {
-    std::snprintf(text, sizeof text, "%.0f", tenths / 10.0);
-  } else {
-    std::snprintf(text, sizeof text, "%.1f", tenths / 10.0);
-  }
-  return text;
-}
-
 PanelRow musicQualityRow(PanelModel& model) {
   const InputPinner& pinner = model.s.pinner;
-  return musicQualityRow(model, {pinner.status(), pinner.inCall(), pinner.override()});
+  const ProfileGuard& guard = model.s.profileGuard;
+  return musicQualityRow(model, {pinner.status(), pinner.inCall(), pinner.override(),
+                                 guard.status() == ProfileGuard::Status::fighting, guard.outputQuality()});
 }
 
 PanelRow musicQualityRow(PanelModel& model, const PinnerState& state) {
@@ -131,8 +106,11 @@ PanelRow musicQualityRow(PanelModel& model, const PinnerState& state) {
   row.title = "Keep music quality";
   row.switchOn = settings.boolValue(Keys::pinInput, true);
   row.setSwitch = storeSwitch(settings, Keys::pinInput);
-  row.detail = pinnerLine(state.status);
-  if (auto quality = outputQualityLine(model.audio)) row.detail += "\n" + *quality;
+  const bool pinnerFighting = state.status.kind() == InputPinner::Status::Kind::fighting;
+  // The guard stays away while the pinner fights, so only one of them can be fighting for long.
+  const bool guardOnlyFighting = state.guardFighting && !pinnerFighting;
+  row.detail = guardOnlyFighting ? "Another app keeps switching your headphones to call quality" : pinnerLine(state.status);
+  if (!state.outputQuality.empty()) row.detail += "\n" + state.outputQuality;
 
   auto overrideWith = [&pinner](InputPinner::Override value) {
     return [&pinner, value] {
@@ -140,9 +118,10 @@ PanelRow musicQualityRow(PanelModel& model, const PinnerState& state) {
       pinner.evaluate();
     };
   };
-  if (state.status.kind() == InputPinner::Status::Kind::fighting) {
-    row.actions.push_back({"Try Again", [&pinner] {
+  if (pinnerFighting || guardOnlyFighting) {
+    row.actions.push_back({"Try Again", [&pinner, &guard = model.s.profileGuard] {
                              pinner.clearFightRecord();
+                             guard.clearFightRecord();  // the pinner's evaluation takes the guard along
                              pinner.evaluate();
                            }});
   }
@@ -223,6 +202,32 @@ PanelRow mediaKeysRow(Settings& settings, const MediaKeysState& state) {
   return row;
 }
 
+PanelRow mediaKeysRow(PanelModel& model) {
+  using Tap = MediaKeysState::Tap;
+  const MediaKeyTap& tap = model.s.mediaKeys;
+  MediaKeysState state;
+  switch (tap.state()) {
+    case MediaKeyTap::State::off:
+      state.tap = Tap::off;
+      break;
+    case MediaKeyTap::State::needsAccessibility:
+      state.tap = Tap::needsAccessibility;
+      break;
+    case MediaKeyTap::State::running:
+      state.tap = Tap::running;
+      break;
+  }
+  if (const auto target = tap.currentTarget()) state.target = model.s.volume.displayName(*target);
+  state.installed = [&players = model.s.mediaKeys.players()](IdlePlayAction action) {
+    return players.isInstalled(action == IdlePlayAction::spotify ? ScriptablePlayer::spotify : ScriptablePlayer::music);
+  };
+  state.openAccessibility = [&tap = model.s.mediaKeys] {
+    Log::info(texts::kAccessibilityHelp);
+    tap.sync();
+  };
+  return mediaKeysRow(model.settings, state);
+}
+
 DevicesSection devicesSection(PanelModel& model, std::chrono::system_clock::time_point now) {
   Services& services = model.s;
   Settings& settings = model.settings;
@@ -268,6 +273,30 @@ DevicesSection devicesSection(PanelModel& model, std::chrono::system_clock::time
     section.addMenu.push_back(MenuEntry::separator());
     section.addMenu.push_back(MenuEntry::item("Pair a New Device…", model.openBluetoothSettings));
   }
+  return section;
+}
+
+std::optional<AppVolumeSection> appVolumeSection(AppVolumeController& volume) {
+  using Kind = AppVolumeController::Problem::Kind;
+  if (volume.apps().empty()) return std::nullopt;
+  AppVolumeSection section;
+  for (const auto& id : volume.apps()) {
+    const AppVolumeSetting setting = volume.setting(id);
+    section.apps.push_back({volume.displayName(id), volume.icon(id), setting.gain, setting.muted, volume.isPlaying(id),
+                            [&volume, id](float gain) { volume.setGain(id, gain); },
+                            [&volume, id] { volume.toggleMute(id); }});
+  }
+  const auto& problem = volume.problem();
+  if (problem.kind() == Kind::none) return section;
+  auto retry = [&volume] { volume.retry(); };
+  if (problem.kind() == Kind::needsPermission) {
+    section.problemTitle = "Allow audio recording";
+    section.problemDetail = texts::kAppVolumeRecording;
+  } else {
+    section.problemTitle = "Volume by app stopped";
+    section.problemDetail = problem.message();
+  }
+  section.problemAction = RowAction{"Try Again", retry};
   return section;
 }
 

@@ -29,11 +29,14 @@ struct PanelRow {
   Menu options;
 };
 
-// What the music quality row reads of the input pinner.
+// What the music quality row reads of the input pinner and the profile guard.
 struct PinnerState {
   InputPinner::Status status = InputPinner::Status::idle();
   bool inCall = false;
   InputPinner::Override override = InputPinner::Override::none;
+  bool guardFighting = false;
+  // The guard's line about the default output, empty when it has none.
+  std::string outputQuality;
 };
 
 // "Keep music quality": the input pinner's state, the output's sample rate and the microphone menu.
@@ -50,6 +53,9 @@ struct MediaKeysState {
   std::function<void()> openAccessibility;
 };
 PanelRow mediaKeysRow(Settings& settings, const MediaKeysState& state);
+// The row for the services' key tap. Without access to the keyboards its action logs how access is
+// granted and looks again.
+PanelRow mediaKeysRow(PanelModel& model);
 
 // The label of an idle-play choice, as the options menu lists it.
 std::string idlePlayLabel(IdlePlayAction action);
@@ -80,7 +86,27 @@ struct DevicesSection {
 
 DevicesSection devicesSection(PanelModel& model, std::chrono::system_clock::time_point now);
 
-// "44.1", "48", "16": a sample rate in kHz with at most one decimal.
-std::string kiloHertz(double rate);
+// One application in the app volume section, with its slider and mute button.
+struct AppVolumeRow {
+  std::string name;
+  // The desktop entry's icon name, looked up in the icon theme; may be empty.
+  std::string iconName;
+  float gain = 1.0F;
+  bool muted = false;
+  bool playing = false;
+  std::function<void(float)> setGain;
+  std::function<void()> toggleMute;
+};
+
+struct AppVolumeSection {
+  std::vector<AppVolumeRow> apps;
+  // The controller's problem, when it has one, and the way out of it.
+  std::string problemTitle;
+  std::string problemDetail;
+  std::optional<RowAction> problemAction;
+};
+
+// Nothing while no application has played sound lately.
+std::optional<AppVolumeSection> appVolumeSection(AppVolumeController& volume);
 
 }  // namespace wh::ui

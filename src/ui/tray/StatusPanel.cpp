@@ -1,11 +1,14 @@
 #include "ui/tray/StatusPanel.h"
 
 #include <QCursor>
+#include <QIcon>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
 #include <QPainter>
+
+#include <cmath>
 
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJFonts.h"
@@ -89,6 +92,8 @@ void StatusPanel::rebuild() {
   addDevices(*layout);
   layout->addWidget(new Separator(content_));
   addRow(*layout, ui::musicQualityRow(controller_.model()), nj::NJGlyph::mic);
+  addRow(*layout, ui::mediaKeysRow(controller_.model()), nj::NJGlyph::keys);
+  addAppVolumes(*layout);
   layout->addWidget(new Separator(content_));
   addFooter(*layout);
   // Shown now, so that the size below counts every row.
@@ -179,6 +184,64 @@ void StatusPanel::addRow(QVBoxLayout& layout, ui::PanelRow rowData, nj::NJGlyph 
   line->addWidget(options);
   line->addStretch();
   layout.addLayout(line);
+}
+
+void StatusPanel::addAppVolumes(QVBoxLayout& layout) {
+  const auto section = ui::appVolumeSection(controller_.model().s.volume);
+  if (!section) return;
+  layout.addWidget(new Separator(content_));
+  layout.addWidget(new nj::NJSectionHeader("Volume by App", content_));
+  for (const auto& app : section->apps) addAppVolume(layout, app);
+  if (section->problemTitle.empty()) return;
+  auto* title = new nj::NJKitRow(qs(section->problemTitle), content_);
+  title->setGlyph(nj::NJGlyph::speaker, NJTokens::colors(palette()).warning);
+  layout.addWidget(title);
+  layout.addWidget(wrapped(qs(section->problemDetail), content_));
+  if (!section->problemAction) return;
+  auto* buttons = new QHBoxLayout;
+  buttons->setContentsMargins(NJTokens::space3, NJTokens::space2, NJTokens::space3, NJTokens::space1);
+  auto* action = new nj::NJButton(qs(section->problemAction->title), nj::NJButton::Style::plain, content_);
+  connect(action, &QAbstractButton::clicked, this, [run = section->problemAction->run] { run(); });
+  buttons->addWidget(action);
+  buttons->addStretch();
+  layout.addLayout(buttons);
+}
+
+void StatusPanel::addAppVolume(QVBoxLayout& layout, const ui::AppVolumeRow& app) {
+  constexpr int iconSize = 16;
+  constexpr int sliderSteps = 100;
+  auto* row = new QWidget(content_);
+  row->setObjectName("appVolume");
+  auto* line = new QHBoxLayout(row);
+  line->setContentsMargins(NJTokens::space3, NJTokens::space1, NJTokens::space3, NJTokens::space1);
+  line->setSpacing(NJTokens::space2);
+  auto* icon = new QLabel(row);
+  const QIcon themed = QIcon::fromTheme(qs(app.iconName));
+  icon->setFixedSize(iconSize, iconSize);
+  if (!themed.isNull()) icon->setPixmap(themed.pixmap(iconSize, iconSize));
+  line->addWidget(icon);
+  auto* name = new QLabel(qs(app.name), row);
+  name->setFont(nj::NJFonts::sans(NJTokens::captionSize));
+  QPalette palette = name->palette();
+  palette.setColor(QPalette::WindowText, NJTokens::colors(this->palette()).text);
+  name->setPalette(palette);
+  name->setMinimumWidth(0);
+  line->addWidget(name, 1);
+  auto* slider = new nj::NJSlider(row);
+  slider->setValue(static_cast<int>(std::lround(app.gain * sliderSteps)));
+  slider->setAccessibleName(qs(app.name));
+  // A drag writes once, at its end: every write rebuilds the panel, and the slider with it.
+  auto write = [slider, set = app.setGain] { set(static_cast<float>(slider->value()) / sliderSteps); };
+  connect(slider, &QSlider::sliderReleased, this, write);
+  connect(slider, &QSlider::valueChanged, this, [slider, write] {
+    if (!slider->isSliderDown()) write();
+  });
+  line->addWidget(slider);
+  auto* mute = new nj::NJButton(app.muted ? "Unmute" : "Mute", nj::NJButton::Style::plain, row);
+  mute->setAccessibleName((app.muted ? "Unmute " : "Mute ") + qs(app.name));
+  connect(mute, &QAbstractButton::clicked, this, [toggle = app.toggleMute] { toggle(); });
+  line->addWidget(mute);
+  layout.addWidget(row);
 }
 
 void StatusPanel::addFooter(QVBoxLayout& layout) {

@@ -1,6 +1,6 @@
 #pragma once
-// The panel under the main tray item: the devices section, the music quality row, the footer
-// actions and the "More options" menu, read afresh from the panel model each time it changes.
+// The panel under the main tray item: the devices section, the music quality and media keys rows,
+// the app volume section, the footer actions and the "More options" menu, read afresh from the panel model each time it changes.
 
 #include <QPointer>
 #include <QVBoxLayout>
@@ -29,6 +29,8 @@ class StatusPanel : public nj::NJPanel {
   void addHeader(QVBoxLayout& layout);
   void addDevices(QVBoxLayout& layout);
   void addRow(QVBoxLayout& layout, ui::PanelRow row, nj::NJGlyph glyph);
+  void addAppVolumes(QVBoxLayout& layout);
+  void addAppVolume(QVBoxLayout& layout, const ui::AppVolumeRow& app);
   void addFooter(QVBoxLayout& layout);
   void popUp(const ui::Menu& entries, QWidget* below);
 

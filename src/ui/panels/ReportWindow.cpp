@@ -1,0 +1,135 @@
+#include "ui/panels/ReportWindow.h"
+
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QVBoxLayout>
+
+#include <system_error>
+
+#include "core/log/Log.h"
+#include "ui/kit/NJControls.h"
+#include "ui/kit/NJTokens.h"
+#include "ui/panels/Labels.h"
+
+namespace wh::panels {
+namespace {
+
+using nj::NJTokens;
+
+constexpr int formWidth = 420;
+constexpr int resultWidth = 340;
+constexpr int noteHeight = 110;
+
+nj::NJWindow* window(const QString& title, int width, QVBoxLayout*& layout) {
+  auto* out = new nj::NJWindow(title);
+  out->setAttribute(Qt::WA_DeleteOnClose);
+  out->setFixedWidth(width);
+  layout = new QVBoxLayout(out);
+  const int margin = NJTokens::space3 * 2;
+  layout->setContentsMargins(margin, margin, margin, margin);
+  layout->setSpacing(NJTokens::space2);
+  layout->addWidget(label(title, NJTokens::titleSize, false, out));
+  return out;
+}
+
+nj::NJButton* addButton(QHBoxLayout& buttons, const QString& title, nj::NJButton::Style style, QWidget* parent) {
+  auto* button = new nj::NJButton(title, style, parent);
+  buttons.addWidget(button);
+  return button;
+}
+
+}  // namespace
+
+ReportWindow::ReportWindow(std::string systemName) : systemName_(std::move(systemName)) {}
+
+ReportWindow::~ReportWindow() {
+  delete form_;
+  delete result_;
+}
+
+void ReportWindow::show() {
+  if (!form_) form_ = buildForm();
+  form_->show();
+  form_->raise();
+  form_->activateWindow();
+}
+
+nj::NJWindow* ReportWindow::buildForm() {
+  QVBoxLayout* layout = nullptr;
+  nj::NJWindow* form = window(formTitle, formWidth, layout);
+  form->setObjectName("reportPanel");
+  layout->addWidget(label(qs(ReportProblem::explanation(systemName_)), NJTokens::captionSize, true, form));
+  auto* note = new QPlainTextEdit(form);
+  note->setAccessibleName("Note");
+  note->setFixedHeight(noteHeight);
+  layout->addWidget(note);
+  auto* email = new QLineEdit(form);
+  email->setPlaceholderText(emailPlaceholder);
+  layout->addWidget(email);
+  auto* buttons = new QHBoxLayout;
+  buttons->addStretch();
+  auto* cancel = addButton(*buttons, "Cancel", nj::NJButton::Style::plain, form);
+  auto* sendButton = addButton(*buttons, "Send Report", nj::NJButton::Style::accent, form);
+  layout->addLayout(buttons);
+  QObject::connect(cancel, &QAbstractButton::clicked, form, &QWidget::close);
+  QObject::connect(sendButton, &QAbstractButton::clicked, form, [this, form, note, email] {
+    const std::string noteText = note->toPlainText().toStdString();
+    const std::string address = email->text().trimmed().toStdString();
+    form->close();
+    if (send) send(noteText, address);
+  });
+  form->adjustSize();
+  return form;
+}
+
+nj::NJWindow* ReportWindow::showResult(const std::string& title, const std::string& text) {
+  // Later: this may run from a button of the window it replaces.
+  if (result_) result_->deleteLater();
+  QVBoxLayout* layout = nullptr;
+  result_ = window(qs(title), resultWidth, layout);
+  result_->setObjectName("reportResult");
+  if (!text.empty()) layout->addWidget(label(qs(text), NJTokens::captionSize, true, result_));
+  return result_;
+}
+
+void ReportWindow::showMessage(const std::string& title, const std::string& text) {
+  nj::NJWindow* shown = showResult(title, text);
+  auto* buttons = new QHBoxLayout;
+  buttons->addStretch();
+  QObject::connect(addButton(*buttons, "OK", nj::NJButton::Style::accent, shown), &QAbstractButton::clicked, shown,
+                   &QWidget::close);
+  static_cast<QVBoxLayout*>(shown->layout())->addLayout(buttons);
+  shown->adjustSize();
+  shown->show();
+}
+
+void ReportWindow::offerSave(const std::string& title, const std::string& text, const std::filesystem::path& zip) {
+  nj::NJWindow* shown = showResult(title, text);
+  auto* buttons = new QHBoxLayout;
+  buttons->addStretch();
+  auto* cancel = addButton(*buttons, "Cancel", nj::NJButton::Style::plain, shown);
+  auto* saveButton = addButton(*buttons, "Save to File…", nj::NJButton::Style::accent, shown);
+  QObject::connect(cancel, &QAbstractButton::clicked, shown, &QWidget::close);
+  QObject::connect(saveButton, &QAbstractButton::clicked, shown, [this, shown, zip] {
+    shown->close();
+    save(zip);
+  });
+  static_cast<QVBoxLayout*>(shown->layout())->addLayout(buttons);
+  shown->adjustSize();
+  shown->show();
+}
+
+void ReportWindow::save(const std::filesystem::path& zip) {
+  const QString where = QFileDialog::getSaveFileName(nullptr, "Save Report", qs(zip.filename().string()), "Zip archives (*.zip)");
+  if (where.isEmpty()) return;
+  std::error_code error;
+  std::filesystem::copy_file(zip, where.toStdString(), std::filesystem::copy_options::overwrite_existing, error);
+  if (!error) return;
+  Log::error("could not save the report: " + error.message());
+  showMessage("Could not save the report: " + error.message(), "");
+}
+
+}  // namespace wh::panels
