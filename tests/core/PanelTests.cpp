@@ -148,13 +148,13 @@ TEST_F(PanelTest, MusicQualityRowTextsAndActionsFollowThePinner) {
   for (const auto& c : cases) {
     store.set(Keys::pinInput, StoreValue::boolean(c.pinInput));
     settings.setCallMode(c.mode);
-    const ui::PanelRow row = ui::musicQualityRow(menu.model(), {c.status, c.inCall, c.override, c.guardFighting});
+    const ui::PanelRow row = ui::musicQualityRow(menu.model(), {c.status, c.inCall, c.override, c.guardFighting, ""});
     std::string actions;
     for (const auto& action : row.actions) actions += (actions.empty() ? "" : "|") + action.title;
     EXPECT_EQ(row.detail, c.detail);
     EXPECT_EQ(actions, c.actions) << c.detail;
   }
-  ui::musicQualityRow(menu.model(), {S::idle(), false, O::none}).actions.back().run();
+  ui::musicQualityRow(menu.model(), {S::idle(), false, O::none, false, ""}).actions.back().run();
   EXPECT_EQ(services.pinner.override(), O::allowHeadphoneMic);
 }
 

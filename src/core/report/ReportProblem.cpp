@@ -114,7 +114,10 @@ void ReportProblem::upload(const std::filesystem::path& zip, const std::string& 
     }
     Log::info("report upload failed: " +
               (response.status != 0 ? std::to_string(response.status) : response.error));
-    view_.offerSave("The report could not be sent", "Save it instead and email it to " + sources_.supportAddress + ".",
+    // A build without a support address names no one to write to.
+    view_.offerSave("The report could not be sent",
+                    sources_.supportAddress.empty() ? std::string("Save it instead.")
+                                                    : "Save it instead and email it to " + sources_.supportAddress + ".",
                     zip);
   }));
 }
