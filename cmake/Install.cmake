@@ -2,6 +2,8 @@
 include(GNUInstallDirs)
 
 install(TARGETS wrenhaven RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# The settings program beside the agent: the agent starts it from its own folder.
+install(TARGETS wrenhaven-settings RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # Shipped inactive: enabling it is the administrator's choice (see the file and wrenhaven(1)).
 install(FILES data/70-wrenhaven-input.rules DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenhaven/udev)
 install(FILES data/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/wrenhaven)

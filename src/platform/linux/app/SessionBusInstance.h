@@ -19,8 +19,9 @@ class SessionBusInstance final : public QObject {
 
   // Claims the name. Answers true when this process now owns it, or when there is no session
   // bus to ask (then nobody can tell two instances apart, and this one runs). Answers false
-  // when another process owns it; that process has then been asked to reopen.
-  bool claim(std::function<void()> reopen);
+  // when another process owns it; that process has then been asked to reopen. `name` is the
+  // agent's name unless the settings program claims its own.
+  bool claim(std::function<void()> reopen, const char* name = bus::agentName);
 
  public Q_SLOTS:
   // Called over the bus by a later instance.

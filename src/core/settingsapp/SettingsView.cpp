@@ -1,0 +1,151 @@
+#include "core/settingsapp/SettingsView.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+#include "core/app/AgentStatus.h"
+
+namespace wh::settingsapp {
+namespace {
+
+constexpr double maxPercent = 100.0;
+
+std::optional<nlohmann::json> statusJson(const Settings& settings, const char* key) {
+  auto value = settings.store().object(key);
+  if (!value) return std::nullopt;
+  return value->json();
+}
+
+std::string statusText(const Settings& settings, const char* key) {
+  const auto value = settings.store().object(key);
+  if (!value) return unknownText;
+  return value->asString().value_or(unknownText);
+}
+
+std::string field(const nlohmann::json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+std::string percent(const nlohmann::json& level) {
+  if (!level.is_number()) return unknownText;
+  return std::to_string(std::lround(std::clamp(level.get<double>(), 0.0, maxPercent))) + "%";
+}
+
+std::vector<HeadphonesRow> headphonesRows(const Settings& settings) {
+  const auto phases = statusJson(settings, StatusKeys::bluetooth);
+  const auto batteries = statusJson(settings, StatusKeys::battery);
+  std::vector<HeadphonesRow> rows;
+  for (const auto& device : settings.devices()) {
+    HeadphonesRow row{device, unknownText, unknownText};
+    if (phases && phases->is_object()) {
+      const auto phase = field(*phases, device.address.c_str());
+      if (!phase.empty()) row.phase = phase;
+    }
+    if (batteries && batteries->is_object()) {
+      const auto found = batteries->find(device.address);
+      if (found != batteries->end()) row.battery = batteryText(*found);
+    }
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+std::optional<std::vector<PairedChoice>> addableChoices(const Settings& settings,
+                                                        const std::vector<HeadphonesRow>& remembered) {
+  const auto paired = statusJson(settings, StatusKeys::paired);
+  if (!paired || !paired->is_array()) return std::nullopt;
+  std::vector<PairedChoice> choices;
+  for (const auto& entry : *paired) {
+    if (!entry.is_object()) continue;
+    PairedChoice choice{field(entry, "address"), field(entry, "name")};
+    if (choice.address.empty()) continue;
+    const bool known = std::ranges::any_of(
+        remembered, [&](const HeadphonesRow& row) { return row.setting.address == choice.address; });
+    if (!known) choices.push_back(std::move(choice));
+  }
+  return choices;
+}
+
+std::optional<std::vector<VolumeRow>> volumeRows(const Settings& settings) {
+  const auto apps = statusJson(settings, StatusKeys::volumeApps);
+  if (!apps || !apps->is_array()) return std::nullopt;
+  std::vector<VolumeRow> rows;
+  for (const auto& entry : *apps) {
+    if (!entry.is_object()) continue;
+    VolumeRow row{field(entry, "bundleID"), field(entry, "name")};
+    if (row.appID.empty()) continue;
+    if (row.name.empty()) row.name = row.appID;
+    if (const auto gain = entry.find("gain"); gain != entry.end() && gain->is_number()) {
+      row.gain = std::clamp(gain->get<float>(), 0.0F, 1.0F);
+    }
+    if (const auto muted = entry.find("muted"); muted != entry.end() && muted->is_boolean()) row.muted = *muted;
+    if (const auto playing = entry.find("playing"); playing != entry.end() && playing->is_boolean()) {
+      row.playing = *playing;
+    }
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+}  // namespace
+
+std::string batteryText(const nlohmann::json& levels) {
+  if (!levels.is_object()) return unknownText;
+  if (levels.contains("single")) return percent(levels["single"]);
+  std::string text;
+  for (const auto& [key, label] : {std::pair{"left", "L "}, std::pair{"right", "R "}, std::pair{"case", "case "}}) {
+    if (!levels.contains(key)) continue;
+    if (!text.empty()) text += " · ";
+    text += label + percent(levels[key]);
+  }
+  return text.empty() ? std::string(unknownText) : text;
+}
+
+SettingsView readView(const Settings& settings) {
+  SettingsView view;
+  view.headphones = headphonesRows(settings);
+  view.addable = addableChoices(settings, view.headphones);
+  view.bluetoothAccess = statusText(settings, StatusKeys::bluetoothAccess);
+  view.pinInput = settings.boolValue(Keys::pinInput, true);
+  view.callMode = settings.callMode();
+  view.pinStatus = statusText(settings, StatusKeys::pinStatus);
+  view.outputQuality = statusText(settings, StatusKeys::outputQuality);
+  if (const auto apps = settings.store().object(Keys::meetingApps)) {
+    view.meetingApps = apps->asStringArray().value_or(std::vector<std::string>{});
+  }
+  view.mediaKeysEnabled = settings.boolValue(Keys::mediaKeysEnabled, false);
+  view.mediaKeysPaused = settings.boolValue(Keys::mediaKeysPaused, false);
+  view.idlePlay = settings.idlePlay();
+  view.mediaKeysState = statusText(settings, StatusKeys::mediaKeys);
+  view.volumeApps = volumeRows(settings);
+  if (const auto problem = settings.store().object(StatusKeys::volumeProblem)) {
+    view.volumeProblem = problem->asString().value_or("");
+  }
+  if (const auto login = settings.store().object(StatusKeys::launchAtLogin)) view.launchAtLogin = login->asBool();
+  view.showTrayIcon = !settings.boolValue(Keys::hideMenuIcon, false);
+  view.onboardingDone = settings.boolValue(Keys::onboardingDone, false);
+  return view;
+}
+
+void setFlag(Settings& settings, const std::string& key, bool value) {
+  settings.store().set(key, StoreValue::boolean(value));
+  settings.changed(key);
+}
+
+void editDevice(Settings& settings, const std::string& address, const std::function<void(DeviceSetting&)>& edit) {
+  auto devices = settings.devices();
+  const auto found = std::ranges::find(devices, address, &DeviceSetting::address);
+  if (found == devices.end()) return;
+  edit(*found);
+  settings.setDevices(devices);
+}
+
+void setAppVolume(Settings& settings, const std::string& appID, AppVolumeSetting volume) {
+  auto volumes = settings.appVolumes();
+  volumes[appID] = volume;
+  settings.setAppVolumes(volumes);
+}
+
+}  // namespace wh::settingsapp

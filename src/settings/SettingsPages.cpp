@@ -1,0 +1,225 @@
+#include "settings/SettingsPages.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QVBoxLayout>
+
+#include <cmath>
+
+#include "core/settings/Records.h"
+#include "ui/kit/NJControls.h"
+
+namespace wh::settingsapp {
+namespace {
+
+// The volume slider's steps: whole percent.
+constexpr int sliderSteps = 100;
+
+QString qt(const std::string& text) { return QString::fromStdString(text); }
+
+nj::NJKitRow* textRow(const QString& title, const std::string& value) {
+  auto* row = new nj::NJKitRow(title);
+  row->setTrailingText(qt(value));
+  return row;
+}
+
+nj::NJKitRow* buttonRow(const QString& title, const QString& button, std::function<void()> action) {
+  auto* row = new nj::NJKitRow(title);
+  auto* control = new nj::NJButton(button, nj::NJButton::Style::plain);
+  QObject::connect(control, &QAbstractButton::clicked, control, [action = std::move(action)] { action(); });
+  row->setTrailing(control);
+  return row;
+}
+
+// A drop-down of raw values; `chosen` gets the raw value picked.
+template <typename Option, size_t count>
+nj::NJKitRow* choiceRow(const QString& title, const std::array<Option, count>& options, Option current,
+                        std::function<void(Option)> chosen) {
+  auto* row = new nj::NJKitRow(title);
+  auto* box = new QComboBox;
+  for (const auto option : options) box->addItem(qt(std::string(rawValue(option))));
+  box->setCurrentIndex(static_cast<int>(std::ranges::find(options, current) - options.begin()));
+  QObject::connect(box, &QComboBox::activated, box,
+                   [options, chosen = std::move(chosen)](int index) { chosen(options.at(static_cast<size_t>(index))); });
+  row->setTrailing(box);
+  return row;
+}
+
+}  // namespace
+
+void PageBuilder::build(Page page, const SettingsView& view, QVBoxLayout& layout) const {
+  switch (page) {
+    case Page::headphones:
+      headphones(view, layout);
+      break;
+    case Page::musicQuality:
+      musicQuality(view, layout);
+      break;
+    case Page::mediaKeys:
+      mediaKeys(view, layout);
+      break;
+    case Page::volume:
+      volume(view, layout);
+      break;
+    case Page::general:
+      general(view, layout);
+      break;
+  }
+  layout.addStretch();
+}
+
+QWidget* PageBuilder::switchRow(const QString& title, bool on, std::function<void(bool)> changed) const {
+  auto* row = new nj::NJKitRow(title);
+  auto* control = new nj::NJSwitch;
+  control->setCheckable(true);
+  control->setChecked(on);
+  control->setAccessibleName(title);
+  QObject::connect(control, &QAbstractButton::toggled, control, [changed = std::move(changed)](bool value) { changed(value); });
+  row->setTrailing(control);
+  return row;
+}
+
+void PageBuilder::addHeadphonesChoices(const SettingsView& view, QVBoxLayout& layout, bool offerTry) const {
+  layout.addWidget(new nj::NJSectionHeader("Add headphones"));
+  if (!view.addable) {
+    layout.addWidget(textRow("Paired headphones", unknownText));
+    return;
+  }
+  if (view.addable->empty()) layout.addWidget(new QLabel("Every paired pair of headphones is remembered."));
+  for (const auto& choice : *view.addable) {
+    layout.addWidget(buttonRow(qt(choice.name.empty() ? choice.address : choice.name), "Add",
+                               [this, choice] { settings_.addDevice(choice.address, choice.name); }));
+  }
+  if (!offerTry) return;
+  for (const auto& row : view.headphones) {
+    layout.addWidget(buttonRow(qt(row.setting.name) + " - " + qt(row.phase), "Connect or disconnect",
+                               [this, address = row.setting.address] { actions_.send("toggle", {{"address", address}}); }));
+  }
+}
+
+void PageBuilder::headphones(const SettingsView& view, QVBoxLayout& layout) const {
+  for (const auto& row : view.headphones) {
+    const std::string address = row.setting.address;
+    layout.addWidget(new nj::NJSectionHeader(qt(row.setting.name)));
+    layout.addWidget(textRow("Status", row.phase));
+    layout.addWidget(textRow("Battery", row.battery));
+    const auto flag = [&](const QString& title, bool DeviceSetting::*member) {
+      layout.addWidget(switchRow(title, row.setting.*member, [this, address, member](bool on) {
+        editDevice(settings_, address, [&](DeviceSetting& device) { device.*member = on; });
+      }));
+    };
+    flag("Show in the tray", &DeviceSetting::showInMenuBar);
+    flag("Keep music quality", &DeviceSetting::pinInput);
+    flag("Connect on wake", &DeviceSetting::connectOnWake);
+    flag("Disconnect on sleep", &DeviceSetting::disconnectOnSleep);
+    flag("Connect only (never move the sound)", &DeviceSetting::connectOnly);
+    layout.addWidget(choiceRow<DeviceIcon>("Icon", allDeviceIcons, savedDeviceIcon(row.setting.icon),
+                                           [this, address](DeviceIcon icon) {
+                                             editDevice(settings_, address, [icon](DeviceSetting& device) {
+                                               device.icon = std::string(rawValue(icon));
+                                             });
+                                           }));
+    layout.addWidget(buttonRow("Connect or disconnect", "Toggle",
+                               [this, address] { actions_.send("toggle", {{"address", address}}); }));
+    layout.addWidget(buttonRow("Forget these headphones", "Remove", [this, address] { settings_.removeDevice(address); }));
+  }
+  if (view.headphones.empty()) layout.addWidget(new QLabel("No headphones are remembered yet."));
+  addHeadphonesChoices(view, layout, false);
+}
+
+void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) const {
+  layout.addWidget(new nj::NJSectionHeader("Music quality"));
+  layout.addWidget(switchRow("Keep music quality", view.pinInput,
+                             [this](bool on) { setFlag(settings_, Keys::pinInput, on); }));
+  layout.addWidget(textRow("Microphone", view.pinStatus));
+  layout.addWidget(textRow("Output", view.outputQuality));
+  layout.addWidget(choiceRow<CallModeOption>("During calls", allCallModeOptions, view.callMode,
+                                             [this](CallModeOption option) { settings_.setCallMode(option); }));
+  layout.addWidget(new nj::NJSectionHeader("Meeting apps"));
+  auto* apps = new QLineEdit;
+  apps->setPlaceholderText("the built-in list");
+  QStringList names;
+  for (const auto& name : view.meetingApps) names.push_back(qt(name));
+  apps->setText(names.join(", "));
+  QObject::connect(apps, &QLineEdit::editingFinished, apps, [this, apps] {
+    std::vector<std::string> list;
+    for (const auto& part : apps->text().split(',', Qt::SkipEmptyParts)) {
+      if (!part.trimmed().isEmpty()) list.push_back(part.trimmed().toStdString());
+    }
+    settings_.store().set(Keys::meetingApps, list.empty() ? std::nullopt : std::optional(StoreValue::stringArray(list)));
+    settings_.changed(Keys::meetingApps);
+  });
+  layout.addWidget(apps);
+  layout.addWidget(buttonRow("Use the built-in list", "Reset", [this] {
+    settings_.store().set(Keys::meetingApps, std::nullopt);
+    settings_.changed(Keys::meetingApps);
+  }));
+}
+
+void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const {
+  layout.addWidget(new nj::NJSectionHeader("Media keys"));
+  layout.addWidget(switchRow("Send media keys to the last player", view.mediaKeysEnabled,
+                             [this](bool on) { setFlag(settings_, Keys::mediaKeysEnabled, on); }));
+  layout.addWidget(switchRow("Paused", view.mediaKeysPaused,
+                             [this](bool on) { setFlag(settings_, Keys::mediaKeysPaused, on); }));
+  layout.addWidget(choiceRow<IdlePlayAction>("Play with nothing playing", allIdlePlayActions, view.idlePlay,
+                                             [this](IdlePlayAction action) { settings_.setIdlePlay(action); }));
+  layout.addWidget(textRow("State", view.mediaKeysState));
+  layout.addWidget(buttonRow("Access to the keyboard", "Check again",
+                             [this] { actions_.send("requestAccessibility", nlohmann::json::object()); }));
+}
+
+void PageBuilder::volume(const SettingsView& view, QVBoxLayout& layout) const {
+  layout.addWidget(new nj::NJSectionHeader("Volume by app"));
+  if (!view.volumeProblem.empty()) layout.addWidget(new QLabel(qt(view.volumeProblem)));
+  if (!view.volumeApps) {
+    layout.addWidget(textRow("Applications", unknownText));
+    return;
+  }
+  if (view.volumeApps->empty()) layout.addWidget(new QLabel("No application is playing sound."));
+  for (const auto& app : *view.volumeApps) {
+    auto* row = new nj::NJKitRow(qt(app.name));
+    row->setDetail(app.muted ? "muted" : QString::number(std::lround(app.gain * sliderSteps)) + "%");
+    auto* controls = new QWidget;
+    auto* line = new QHBoxLayout(controls);
+    line->setContentsMargins(0, 0, 0, 0);
+    auto* slider = new nj::NJSlider;
+    slider->setRange(0, sliderSteps);
+    slider->setValue(static_cast<int>(std::lround(app.gain * sliderSteps)));
+    slider->setAccessibleName(qt(app.appID));
+    auto* mute = new nj::NJSwitch;
+    mute->setCheckable(true);
+    mute->setChecked(app.muted);
+    mute->setAccessibleName(qt(app.appID) + " muted");
+    const auto write = [this, id = app.appID, slider, mute] {
+      setAppVolume(settings_, id, {static_cast<float>(slider->value()) / sliderSteps, mute->isChecked()});
+    };
+    QObject::connect(slider, &QSlider::sliderReleased, slider, write);
+    QObject::connect(slider, &QSlider::valueChanged, slider, [slider, write] {
+      if (!slider->isSliderDown()) write();
+    });
+    QObject::connect(mute, &QAbstractButton::toggled, mute, write);
+    line->addWidget(slider);
+    line->addWidget(mute);
+    row->setTrailing(controls);
+    layout.addWidget(row);
+  }
+}
+
+void PageBuilder::general(const SettingsView& view, QVBoxLayout& layout) const {
+  layout.addWidget(new nj::NJSectionHeader("General"));
+  if (view.launchAtLogin) {
+    layout.addWidget(switchRow("Start at login", *view.launchAtLogin,
+                               [this](bool on) { actions_.send("setLaunchAtLogin", {{"value", on}}); }));
+  } else {
+    layout.addWidget(textRow("Start at login", unknownText));
+  }
+  layout.addWidget(switchRow("Show the tray icon", view.showTrayIcon,
+                             [this](bool on) { setFlag(settings_, Keys::hideMenuIcon, !on); }));
+  layout.addWidget(buttonRow("First-run guide", "Open", [this] {
+    if (actions_.openGuide) actions_.openGuide();
+  }));
+}
+
+}  // namespace wh::settingsapp

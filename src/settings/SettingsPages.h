@@ -1,0 +1,49 @@
+#pragma once
+// The settings window's pages, drawn with the Nightjar kit over the portable SettingsView. Every
+// control writes through `Settings` at once; the pages are drawn again whenever the store or the
+// agent's status changes.
+
+#include <QWidget>
+
+#include <functional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "core/settingsapp/SettingsView.h"
+
+class QVBoxLayout;
+
+namespace wh::settingsapp {
+
+// What the pages ask of the program around them.
+struct PageActions {
+  std::function<void(const std::string& command, const nlohmann::json& userInfo)> send;
+  std::function<void()> openGuide;
+};
+
+// Fills `layout` with one page's rows for `view`.
+class PageBuilder {
+ public:
+  enum class Page { headphones, musicQuality, mediaKeys, volume, general };
+
+  PageBuilder(Settings& settings, PageActions actions) : settings_(settings), actions_(std::move(actions)) {}
+
+  void build(Page page, const SettingsView& view, QVBoxLayout& layout) const;
+
+  // Rows shared with the first-run guide.
+  QWidget* switchRow(const QString& title, bool on, std::function<void(bool)> changed) const;
+  void addHeadphonesChoices(const SettingsView& view, QVBoxLayout& layout, bool offerTry) const;
+
+ private:
+  void headphones(const SettingsView& view, QVBoxLayout& layout) const;
+  void musicQuality(const SettingsView& view, QVBoxLayout& layout) const;
+  void mediaKeys(const SettingsView& view, QVBoxLayout& layout) const;
+  void volume(const SettingsView& view, QVBoxLayout& layout) const;
+  void general(const SettingsView& view, QVBoxLayout& layout) const;
+
+  Settings& settings_;
+  PageActions actions_;
+};
+
+}  // namespace wh::settingsapp

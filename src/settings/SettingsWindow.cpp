@@ -1,0 +1,88 @@
+#include "settings/SettingsWindow.h"
+
+#include <QAbstractSlider>
+#include <QApplication>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
+#include <QScrollArea>
+#include <QVBoxLayout>
+
+#include "ui/kit/NJControls.h"
+
+namespace wh::settingsapp {
+namespace {
+
+constexpr int navigationWidth = 150;
+constexpr int windowWidth = 640;
+constexpr int windowHeight = 520;
+
+constexpr std::array pageTitles{"Headphones", "Music quality", "Media keys", "Volume by app", "General"};
+
+}  // namespace
+
+SettingsWindow::SettingsWindow(Settings& settings, PageActions actions, Agent agent)
+    : settings_(settings), pages_(settings, std::move(actions)), agent_(std::move(agent)),
+      banner_(new QLabel), startAgent_(new nj::NJButton("Start Wrenhaven", nj::NJButton::Style::accent)),
+      navigation_(new QListWidget), content_(new QScrollArea) {
+  setWindowTitle("Wrenhaven Settings");
+  resize(windowWidth, windowHeight);
+  auto* top = new QHBoxLayout;
+  top->addWidget(banner_, 1);
+  top->addWidget(startAgent_);
+  banner_->setWordWrap(true);
+  connect(startAgent_, &QAbstractButton::clicked, this, [this] { agent_.start(); });
+
+  for (const char* title : pageTitles) navigation_->addItem(title);
+  navigation_->setFixedWidth(navigationWidth);
+  navigation_->setCurrentRow(0);
+  connect(navigation_, &QListWidget::currentRowChanged, this, [this] { refresh(); });
+  content_->setWidgetResizable(true);
+
+  auto* body = new QHBoxLayout;
+  body->addWidget(navigation_);
+  body->addWidget(content_, 1);
+  auto* layout = new QVBoxLayout(this);
+  layout->addLayout(top);
+  layout->addLayout(body, 1);
+  refresh();
+}
+
+void SettingsWindow::statusAnswered() {
+  fresh_ = true;
+  refresh();
+}
+
+void SettingsWindow::showPage(PageBuilder::Page page) { navigation_->setCurrentRow(static_cast<int>(page)); }
+
+void SettingsWindow::refresh() {
+  if (redrawQueued_) return;
+  redrawQueued_ = true;
+  QMetaObject::invokeMethod(this, [this] { redraw(); }, Qt::QueuedConnection);
+}
+
+void SettingsWindow::redraw() {
+  redrawQueued_ = false;
+  const bool running = agent_.running();
+  if (!running) fresh_ = false;
+  banner_->setText(!running ? "Wrenhaven is not running: the settings are saved, but nothing acts on them."
+                   : fresh_ ? QString()
+                            : "Waiting for Wrenhaven: what is shown may be out of date.");
+  banner_->setVisible(!banner_->text().isEmpty());
+  startAgent_->setVisible(!running);
+  // A slider being dragged keeps its page until it is let go.
+  if (const auto* held = qobject_cast<QAbstractSlider*>(QWidget::mouseGrabber());
+      held != nullptr && held->isSliderDown()) {
+    return;  // letting go writes the volume, which draws the page again
+  }
+  rebuildPage();
+}
+
+void SettingsWindow::rebuildPage() {
+  auto* page = new QWidget;
+  auto* layout = new QVBoxLayout(page);
+  pages_.build(static_cast<PageBuilder::Page>(std::max(0, navigation_->currentRow())), readView(settings_), *layout);
+  content_->setWidget(page);  // deletes the page drawn before
+}
+
+}  // namespace wh::settingsapp

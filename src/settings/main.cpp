@@ -1,0 +1,138 @@
+// wrenhaven-settings: the window and first-run guide that edit the shared settings and command the
+// running agent. One copy runs at a time; a second one raises the first and ends.
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusServiceWatcher>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+#include <QProcess>
+
+#include <memory>
+
+#include "app/BuildConfig.h"
+#include "core/app/BuildInfo.h"
+#include "core/log/Log.h"
+#include "platform/linux/app/BusNames.h"
+#include "platform/linux/app/CommandLine.h"
+#include "platform/linux/app/SessionBusChannel.h"
+#include "platform/linux/app/SessionBusInstance.h"
+#include "platform/linux/log/JournalLog.h"
+#include "platform/linux/settings/JsonFileStore.h"
+#include "platform/linux/settings/XdgPaths.h"
+#include "settings/OnboardingGuide.h"
+#include "settings/StatusSignal.h"
+#include "settings/SettingsWindow.h"
+#include "ui/kit/NJFonts.h"
+
+namespace {
+
+namespace bus = wh::platform::bus;
+
+constexpr char agentProgram[] = "wrenhaven";
+
+void raise(QWidget& widget) {
+  widget.show();
+  widget.raise();
+  widget.activateWindow();
+}
+
+// The agent installed beside this program, else the one on the PATH.
+void startAgent() {
+  const QString beside = QApplication::applicationDirPath() + "/" + agentProgram;
+  const QString program = QFileInfo(beside).isExecutable() ? beside : QString(agentProgram);
+  if (!QProcess::startDetached(program, {})) wh::Log::error("could not start " + program.toStdString());
+}
+
+bool agentRunning() {
+  auto* interface = QDBusConnection::sessionBus().interface();
+  return interface != nullptr && interface->isServiceRegistered(bus::agentName).value();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const wh::BuildInfo build{wh::build::kBundleIdentifier, wh::build::kShortVersion, wh::build::kBuildNumber};
+  wh::platform::CommandLine commandLine("wrenhaven-settings", "Sets up Wrenhaven and changes its settings.",
+                                        "Wrenhaven Settings " + build.versionText(),
+                                        {{"onboarding", "Open the first-run guide."}});
+  if (const auto exitStatus = commandLine.parse(argc, argv)) return *exitStatus;
+
+  QApplication application(argc, argv);
+  QApplication::setApplicationName("Wrenhaven Settings");
+  QApplication::setApplicationVersion(build.shortVersion.c_str());
+  QApplication::setDesktopFileName(QString(bus::settingsName));
+  wh::Log::install(std::make_shared<wh::platform::JournalLog>(build.bundleIdentifier, "settings"), nullptr);
+  nj::NJFonts::registerFonts();
+
+  std::function<void()> reopen;
+  wh::platform::SessionBusInstance instance;
+  if (!instance.claim([&reopen] { if (reopen) reopen(); }, bus::settingsName)) return 0;
+
+  const std::filesystem::path file = wh::platform::settingsFile();
+  wh::platform::JsonFileStore store(file);
+  wh::NotificationCenter notifications;
+  wh::platform::SessionBusChannel channel;
+  wh::Settings settings(store, notifications, false, &channel);
+
+  std::unique_ptr<wh::settingsapp::OnboardingGuide> guide;
+  std::function<void()> openGuide;
+  const wh::settingsapp::PageActions actions{
+      [&channel](const std::string& command, const nlohmann::json& userInfo) { channel.send(command, userInfo); },
+      [&openGuide] { openGuide(); }};
+  wh::settingsapp::SettingsWindow window(settings, actions, {agentRunning, startAgent});
+  openGuide = [&] {
+    if (!guide) {
+      guide = std::make_unique<wh::settingsapp::OnboardingGuide>(settings, actions);
+      QObject::connect(guide.get(), &wh::settingsapp::OnboardingGuide::finished, &window, [&] {
+        guide->hide();
+        guide.release()->deleteLater();
+        raise(window);
+      });
+    }
+    raise(*guide);
+  };
+  const auto redraw = [&] {
+    window.refresh();
+    if (guide) guide->refresh();
+  };
+  reopen = [&] {
+    if (guide) raise(*guide);
+    else raise(window);
+  };
+
+  // Follow the store: this program's own writes, the other program's, and edits by hand.
+  auto changed = notifications.observe(wh::Settings::changedName, [&](const std::string&) { redraw(); });
+  QFileSystemWatcher watcher;
+  watcher.addPath(QString::fromStdString(file.parent_path().string()));
+  if (std::filesystem::exists(file)) watcher.addPath(QString::fromStdString(file.string()));
+  const auto fileChanged = [&] {
+    if (std::filesystem::exists(file) && !watcher.files().contains(QString::fromStdString(file.string()))) {
+      watcher.addPath(QString::fromStdString(file.string()));
+    }
+    redraw();
+  };
+  QObject::connect(&watcher, &QFileSystemWatcher::fileChanged, &window, fileChanged);
+  QObject::connect(&watcher, &QFileSystemWatcher::directoryChanged, &window, fileChanged);
+
+  // Follow the agent: its status signal, and it starting or ending.
+  wh::settingsapp::StatusSignal status(QDBusConnection::sessionBus(), [&] {
+    window.statusAnswered();
+    if (guide) guide->refresh();
+  });
+  QDBusServiceWatcher agentWatch(bus::agentName, QDBusConnection::sessionBus(),
+                                 QDBusServiceWatcher::WatchForRegistration | QDBusServiceWatcher::WatchForUnregistration);
+  QObject::connect(&agentWatch, &QDBusServiceWatcher::serviceRegistered, &window, [&] { redraw(); });
+  QObject::connect(&agentWatch, &QDBusServiceWatcher::serviceUnregistered, &window, [&] { redraw(); });
+  channel.send("listPaired", nlohmann::json::object());
+
+  if (commandLine.isSet("onboarding") || !settings.boolValue(wh::Keys::onboardingDone, false)) {
+    openGuide();
+  } else {
+    raise(window);
+  }
+  const int exitStatus = QApplication::exec();
+  guide.reset();
+  return exitStatus;
+}

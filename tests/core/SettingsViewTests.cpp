@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+
+#include "core/app/AgentStatus.h"
+#include "core/settingsapp/SettingsView.h"
+#include "doubles/MemoryStore.h"
+
+namespace wh::settingsapp {
+namespace {
+
+using Json = nlohmann::json;
+
+// Status keys as the store holds them, and what the Headphones, Volume and General pages show.
+TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
+  struct Case {
+    const char* name;
+    std::vector<std::pair<const char*, StoreValue>> status;
+    std::string phase, battery;
+    std::optional<size_t> addable, volumeApps;
+    std::optional<bool> launchAtLogin;
+  };
+  const std::string buds = "aa-bb-cc-dd-ee-ff";
+  const std::vector<Case> cases = {
+      {"nothing published", {}, unknownText, unknownText, std::nullopt, std::nullopt, std::nullopt},
+      {"all well formed",
+       {{StatusKeys::bluetooth, StoreValue::fromJson({{buds, "Connected"}})},
+        {StatusKeys::battery, StoreValue::fromJson({{buds, {{"left", 80}, {"right", 75}, {"case", 140}}}})},
+        {StatusKeys::paired, StoreValue::fromJson(Json::array({{{"address", buds}, {"name", "Buds"}},
+                                                               {{"address", "11-22-33-44-55-66"}, {"name", "Cans"}},
+                                                               {{"name", "no address"}}}))},
+        {StatusKeys::volumeApps, StoreValue::fromJson(Json::array({{{"bundleID", "org.a"}, {"gain", 0.5}}, 7}))},
+        {StatusKeys::launchAtLogin, StoreValue::boolean(true)}},
+       "Connected", "L 80% · R 75% · case 100%", 1, 1, true},
+      {"wrong types",
+       {{StatusKeys::bluetooth, StoreValue::string("Connected")},
+        {StatusKeys::battery, StoreValue::fromJson({{buds, {{"single", "full"}}}})},
+        {StatusKeys::paired, StoreValue::fromJson({{"address", buds}})},
+        {StatusKeys::volumeApps, StoreValue::string("[]")},
+        {StatusKeys::launchAtLogin, StoreValue::string("yes")}},
+       unknownText, unknownText, std::nullopt, std::nullopt, std::nullopt},
+      {"single battery, phase of another device",
+       {{StatusKeys::bluetooth, StoreValue::fromJson({{"11-22-33-44-55-66", "Connected"}})},
+        {StatusKeys::battery, StoreValue::fromJson({{buds, {{"single", 42}}}})}},
+       unknownText, "42%", std::nullopt, std::nullopt, std::nullopt},
+  };
+  for (const auto& c : cases) {
+    MemoryStore store;
+    NotificationCenter notifications;
+    Settings settings(store, notifications, false, nullptr);
+    settings.addDevice(buds, "Buds");
+    for (const auto& [key, value] : c.status) store.set(key, value);
+
+    const auto view = readView(settings);
+    ASSERT_EQ(view.headphones.size(), 1U) << c.name;
+    EXPECT_EQ(view.headphones[0].phase, c.phase) << c.name;
+    EXPECT_EQ(view.headphones[0].battery, c.battery) << c.name;
+    EXPECT_EQ(view.addable ? std::optional(view.addable->size()) : std::nullopt, c.addable) << c.name;
+    EXPECT_EQ(view.volumeApps ? std::optional(view.volumeApps->size()) : std::nullopt, c.volumeApps) << c.name;
+    EXPECT_EQ(view.launchAtLogin, c.launchAtLogin) << c.name;
+  }
+}
+
+// Every edit lands in the store through the facade, and the agent is told to reload.
+TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
+  struct Recorder final : CommandSender {
+    std::vector<std::string> sent;
+    void send(const std::string& command, const nlohmann::json&) override { sent.push_back(command); }
+  } commands;
+  MemoryStore store;
+  NotificationCenter notifications;
+  Settings settings(store, notifications, false, &commands);
+  settings.addDevice("aa-bb-cc-dd-ee-ff", "Buds");
+
+  editDevice(settings, "aa-bb-cc-dd-ee-ff", [](DeviceSetting& device) { device.connectOnWake = true; });
+  editDevice(settings, "00-00-00-00-00-00", [](DeviceSetting& device) { device.name = "ghost"; });
+  setAppVolume(settings, "org.a", {0.25F, false});
+  setAppVolume(settings, "org.b", {1.0F, true});
+  setFlag(settings, Keys::hideMenuIcon, true);
+
+  const auto view = readView(settings);
+  ASSERT_EQ(view.headphones.size(), 1U);
+  EXPECT_TRUE(view.headphones[0].setting.connectOnWake);
+  EXPECT_EQ(view.headphones[0].setting.name, "Buds");
+  EXPECT_EQ(settings.appVolumes().size(), 2U);
+  EXPECT_FLOAT_EQ(settings.appVolumes()["org.a"].gain, 0.25F);
+  EXPECT_FALSE(view.showTrayIcon);
+  EXPECT_EQ(std::ranges::count(commands.sent, "reload"), 5);
+}
+
+}  // namespace
+}  // namespace wh::settingsapp

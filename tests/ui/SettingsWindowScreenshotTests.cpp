@@ -1,0 +1,106 @@
+// The settings window and the first-run guide on an X display (Xvfb) over a real settings file,
+// in the light and the dark theme. Each page and step is saved as a picture for review; the checks
+// are what the controls write and which commands reach the agent.
+#include <QApplication>
+#include <QDir>
+
+#include <gtest/gtest.h>
+
+#include "core/app/AgentStatus.h"
+#include "platform/linux/settings/JsonFileStore.h"
+#include "settings/OnboardingGuide.h"
+#include "settings/SettingsWindow.h"
+#include "support/TempDir.h"
+#include "support/TrayRig.h"
+#include "ui/kit/NJControls.h"
+#include "ui/kit/NJFonts.h"
+
+namespace wh::test {
+namespace {
+
+TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
+  static TrayRig rig{""};
+  if (!rig.available()) GTEST_SKIP() << rig.whyNot();
+  static int argc = 1;
+  static char name[] = "ui_tests";
+  static char* argv[] = {name, nullptr};
+  if (QApplication::instance() == nullptr) ::setenv("DISPLAY", rig.display().c_str(), 1), new QApplication(argc, argv);
+  nj::NJFonts::registerFonts();
+
+  TempDir home("settings-window");
+  platform::JsonFileStore store(home.path() / "settings.json");
+  NotificationCenter notifications;
+  struct Recorder final : CommandSender {
+    std::vector<std::string> sent;
+    void send(const std::string& command, const nlohmann::json&) override { sent.push_back(command); }
+  } agent;
+  Settings settings(store, notifications, false, &agent);
+  const std::string buds = "aa-bb-cc-dd-ee-ff";
+  settings.addDevice(buds, "Sleep Buds");
+  store.set(StatusKeys::bluetooth, StoreValue::fromJson({{buds, "Connected"}}));
+  store.set(StatusKeys::battery, StoreValue::fromJson({{buds, {{"left", 80}, {"right", 15}}}}));
+  store.set(StatusKeys::paired, StoreValue::fromJson(nlohmann::json::array(
+                                    {{{"address", buds}, {"name", "Sleep Buds"}}, {{"address", "11-22-33-44-55-66"}, {"name", "Studio Cans"}}})));
+  store.set(StatusKeys::volumeApps, StoreValue::fromJson(nlohmann::json::array({{{"bundleID", "org.radio"}, {"name", "Radio"}, {"gain", 1.0}}})));
+  store.set(StatusKeys::launchAtLogin, StoreValue::string("not a bool"));
+
+  settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr};
+  const auto shoot = [](const QString& shot, QWidget& widget) {
+    QDir().mkpath(WRENHAVEN_SCREENSHOT_DIR);
+    for (const char* theme : {"light", "dark"}) {
+      QApplication::setPalette(theme[0] == 'd' ? QPalette(QColor(0x2b, 0x2b, 0x2b)) : QPalette(QColor(0xf4, 0xf4, 0xf4)));
+      QApplication::processEvents();
+      widget.grab().save(QString(WRENHAVEN_SCREENSHOT_DIR "/settings-%1-%2.png").arg(shot, theme));
+    }
+  };
+  const auto press = [](QWidget& widget, const QString& title) {
+    for (auto* button : widget.findChildren<nj::NJButton*>()) {
+      if (button->text() == title) return button->click(), QApplication::processEvents(), true;
+    }
+    return false;
+  };
+
+  settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
+  window.show();
+  const char* pages[] = {"headphones", "music-quality", "media-keys", "volume", "general"};
+  for (int page = 0; page < 5; ++page) {
+    window.showPage(static_cast<settingsapp::PageBuilder::Page>(page));
+    QApplication::processEvents();
+    shoot(pages[page], window);
+    if (page == 3) {
+      auto* slider = window.findChild<nj::NJSlider*>();
+      ASSERT_NE(slider, nullptr) << "the running app has a volume slider";
+      slider->setValue(40);
+      EXPECT_FLOAT_EQ(settings.appVolumes()["org.radio"].gain, 0.4F);
+    }
+  }
+  window.showPage(settingsapp::PageBuilder::Page::headphones);
+  QApplication::processEvents();
+  EXPECT_TRUE(press(window, "Toggle"));
+  EXPECT_TRUE(press(window, "Remove"));
+  EXPECT_TRUE(settings.devices().empty());
+
+  // The guide: its headphones step keeps the paired list fresh and adds what is chosen.
+  settingsapp::OnboardingGuide guide(settings, actions);
+  bool finished = false;
+  QObject::connect(&guide, &settingsapp::OnboardingGuide::finished, [&] { finished = true; });
+  guide.show();
+  const char* steps[] = {"welcome", "bluetooth", "choose", "music", "keys", "login", "done"};
+  for (int step = 0; step < 7; ++step) {
+    guide.go(static_cast<settingsapp::OnboardingGuide::Step>(step));
+    QApplication::processEvents();
+    shoot(QString("guide-") + steps[step], guide);
+    if (step == 2) {
+      EXPECT_TRUE(press(guide, "Add"));
+    }
+  }
+  EXPECT_TRUE(press(guide, "Finish"));
+  EXPECT_TRUE(finished);
+  EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
+  ASSERT_EQ(settings.devices().size(), 2U - 1U);
+  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "toggle", "reload", "onboardingVisible", "reload",
+                                                  "onboardingVisible", "reload"}));
+}
+
+}  // namespace
+}  // namespace wh::test
