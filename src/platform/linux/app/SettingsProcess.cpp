@@ -73,6 +73,8 @@ void SettingsProcess::waitForExit(Work done) {
 }
 
 std::string SettingsProcess::start(bool onboarding) {
+  // A window needs a screen: an agent without a display has none to offer.
+  if (qEnvironmentVariable("QT_QPA_PLATFORM") == QLatin1String("offscreen")) return "no display to show it on";
   QProcess process;
   process.setProgram(QString::fromStdString(path_));
   if (onboarding) process.setArguments({QStringLiteral("--onboarding")});
