@@ -44,6 +44,8 @@
 #include "platform/linux/volume/PulseProcessTaps.h"
 #include "platform/linux/mediakeys/LinuxMediaKeySource.h"
 #include "platform/linux/mediakeys/MprisPlayers.h"
+#include "platform/linux/hotkeys/X11Hotkeys.h"
+#include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "platform/linux/settings/XdgPaths.h"
 #include "ui/tray/TrayUserInterface.h"
 
@@ -170,12 +172,15 @@ int main(int argc, char** argv) {
   wh::platform::LinuxMediaKeySource mediaKeySource(runtime.main());
   wh::platform::MprisPlayers players(audioStack.desktopEntries);
   wh::app::LogOnlyIdlePlayPanel idlePlayPanel;
+  wh::platform::X11Hotkeys hotkeyService;
+  wh::hotkeys::HotkeyRecorderPanel recorderPanel(&hotkeyService);
 
   wh::Services services(runtime, settings,
                         {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
                          audioStack.grouping, audioStack.desktopEntries, taps, notifications,
                          {mediaKeySource, players, processes, [&grouping = audioStack.grouping] { return grouping.regularAppIDs(); }},
-                         idlePlayPanel});
+                         idlePlayPanel, {recorderPanel, &hotkeyService, &hotkeyService}});
+  wh::Hotkeys hotkeys(hotkeyService, &hotkeyService);
   wh::BluetoothAccess access(authority, notifications);
   wh::app::DesktopInstaller installer;
   wh::MoveToApplications move(installer);
@@ -188,6 +193,7 @@ int main(int argc, char** argv) {
   wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes,
                            {move, settingsLauncher});
 
+  delegate.setHotkeys(&hotkeys);
   gate.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(); };
 
   // The tray, where there is a display to show it on.
