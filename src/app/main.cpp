@@ -99,6 +99,7 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
   sources.meetingApps = wh::CallDetector::meetingApps(settings);
   sources.batteryEntries = [&batteries] { return batteries.readLive(); };
   sources.inputAccess = wh::platform::inputAccess();
+  sources.hotkeysProblem = wh::platform::X11Hotkeys::sessionProblem();
   if (audio.waitUntilReady(3.0)) {
     sources.audio = &audio;
     sources.processes = &monitor;

@@ -94,10 +94,15 @@ std::optional<std::uint32_t> X11Hotkeys::storedKeyCode(std::uint32_t symbol) {
   return std::nullopt;
 }
 
+std::optional<std::string> X11Hotkeys::sessionProblem(const char* display) {
+  const char* name = display ? display : std::getenv("DISPLAY");
+  if (name != nullptr && *name != '\0') return std::nullopt;
+  return std::getenv("WAYLAND_DISPLAY") ? texts::kHotkeysNeedX11 : texts::kHotkeysNoDisplay;
+}
+
 X11Hotkeys::X11Hotkeys(const char* display) {
   const char* name = display ? display : std::getenv("DISPLAY");
-  if (name == nullptr || *name == '\0') {
-    reason_ = std::getenv("WAYLAND_DISPLAY") ? texts::kHotkeysNeedX11 : texts::kHotkeysNoDisplay;
+  if ((reason_ = sessionProblem(display))) {
     Log::info(*reason_);
     return;
   }

@@ -30,6 +30,8 @@ class X11Hotkeys final : public HotkeyService, public KeyboardLayout {
   // The stored key code's X key symbol and back; nothing for codes and symbols outside the table.
   static std::optional<std::uint32_t> keySymbol(std::uint32_t keyCode);
   static std::optional<std::uint32_t> storedKeyCode(std::uint32_t keySymbol);
+  // Why this session has no X display to grab keys on (Wayland without X11, none at all).
+  static std::optional<std::string> sessionProblem(const char* display = nullptr);
 
   std::optional<std::string> unavailableReason() const override { return reason_; }
   void installHandler(Pressed pressed) override { pressed_ = std::move(pressed); }
