@@ -23,7 +23,6 @@ TEST(X11Hotkeys, GrabsWorkWithLockKeysAKeyHeldElsewhereIsReportedAndNamesComeFro
                                   HotkeyCombo{0x60, HotkeyModifier::control}, HotkeyCombo{0x6E, 0}}) {
     hotkeys.registerKey(combo, [&pressed, combo] { pressed.push_back(hotkeyText(combo, nullptr)); });
   }
-  EXPECT_EQ(hotkeys.count(), 3u);
   EXPECT_EQ(log->lines, std::vector<std::string>{"hotkey ⌃F5 is taken (10)"});
 
   const std::vector<std::pair<const char*, std::vector<std::string>>> presses{
@@ -37,8 +36,7 @@ TEST(X11Hotkeys, GrabsWorkWithLockKeysAKeyHeldElsewhereIsReportedAndNamesComeFro
   }
   EXPECT_EQ((std::vector{hotkeyText({0x00, HotkeyModifier::shift}, &service), hotkeyText({0x1B, 0}, &service),
                          hotkeyText({0x6E, 0}, &service), hotkeyText({0x0A, 0}, &service)}),
-            (std::vector<std::string>{"⇧A", "-", "#110", "#10"}))
-      << "the layout's characters; Menu has none; the section key is not on this layout";
+            (std::vector<std::string>{"⇧A", "-", "#110", "#10"})) << "Menu has no character, the layout no section key";
   hotkeys.removeAll();
   pressed.clear();
   display.xdotool("key", "ctrl+alt+a");
