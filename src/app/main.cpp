@@ -46,6 +46,8 @@
 #include "platform/linux/volume/PulseProcessTaps.h"
 #include "platform/linux/mediakeys/LinuxMediaKeySource.h"
 #include "platform/linux/mediakeys/MprisPlayers.h"
+#include "platform/linux/hotkeys/X11Hotkeys.h"
+#include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "platform/linux/settings/XdgPaths.h"
 #include "ui/panels/IdlePlayWindow.h"
 #include "ui/panels/ReportWindow.h"
@@ -89,6 +91,7 @@ wh::Diagnose::Sources diagnoseSources(const wh::BuildInfo& build, wh::Settings& 
   sources.meetingApps = wh::CallDetector::meetingApps(settings);
   sources.batteryEntries = [&batteries] { return batteries.readLive(); };
   sources.inputAccess = wh::platform::inputAccess();
+  sources.hotkeysProblem = wh::platform::X11Hotkeys::sessionProblem();
   return sources;
 }
 
@@ -186,12 +189,15 @@ int main(int argc, char** argv) {
   std::optional<wh::panels::IdlePlayWindow> idlePlayWindow;
   if (!headless) idlePlayWindow.emplace();
   wh::IdlePlayPanel& idlePlayPanel = idlePlayWindow ? static_cast<wh::IdlePlayPanel&>(*idlePlayWindow) : idlePlayLog;
+  wh::platform::X11Hotkeys hotkeyService;
+  wh::hotkeys::HotkeyRecorderPanel recorderPanel(&hotkeyService);
 
   wh::Services services(runtime, settings,
                         {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
                          audioStack.grouping, audioStack.desktopEntries, taps, notifications,
                          {mediaKeySource, players, processes, [&grouping = audioStack.grouping] { return grouping.regularAppIDs(); }},
-                         idlePlayPanel});
+                         idlePlayPanel, {recorderPanel, &hotkeyService, &hotkeyService}});
+  wh::Hotkeys hotkeys(hotkeyService, &hotkeyService);
   wh::BluetoothAccess access(authority, notifications);
   wh::app::DesktopInstaller installer;
   wh::MoveToApplications move(installer);
@@ -204,6 +210,7 @@ int main(int argc, char** argv) {
   wh::AppDelegate delegate(runtime, settings, notifications, host, build, services, access, agentStatus, processes,
                            {move, settingsLauncher});
 
+  delegate.setHotkeys(&hotkeys);
   gate.onReopen = [&delegate] { delegate.applicationShouldHandleReopen(); };
 
   // The tray, where there is a display to show it on.

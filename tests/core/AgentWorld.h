@@ -9,6 +9,7 @@
 #include "doubles/FakeBluetooth.h"
 #include "doubles/FakeStartup.h"
 #include "doubles/FakeProcessTaps.h"
+#include "doubles/FakeHotkeys.h"
 #include "doubles/FakeMediaKeys.h"
 #include "doubles/MemoryApps.h"
 #include "doubles/MemoryAudioHardware.h"
@@ -61,9 +62,11 @@ class AgentWorld : public testing::Test {
   FakeKeySource keySource;
   FakePlayers players;
   FakeIdlePanel idlePanel;
+  FakeHotkeyService hotkeyService;
+  FakeRecorderPanel recorderPanel;
   Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, grouping, desktopEntries, taps,
                                    notifications, {keySource, players, monitor, [] { return std::set<std::string>(); }},
-                                   idlePanel}};
+                                   idlePanel, {recorderPanel, &hotkeyService, &hotkeyService}}};
   BluetoothAccess access{authority, notifications};
   FakeInstaller installer;
   MoveToApplications move{installer};

@@ -1,6 +1,7 @@
 #include "core/app/AppDelegate.h"
 #include "core/app/LaunchGate.h"
 #include "core/AgentWorld.h"
+#include "core/ui/DeviceMenu.h"
 
 namespace wh {
 namespace {
@@ -219,6 +220,26 @@ TEST_F(AppDelegateTest, AProgramRunningFromATemporaryPlaceIsOfferedAMoveThatRest
   EXPECT_EQ(installer.done.back(), "quit");
   EXPECT_EQ(hardware.listenerCount(), 0u) << "nothing else starts";
   EXPECT_FALSE(channel.handler);
+}
+
+TEST_F(AppDelegateTest, RecordedHotkeysAreRegisteredOnlyWhenChangedAndTogglesTheHeadphonesOnceAllowed) {
+  remember();
+  ui::DeviceMenu::update(settings, buds, [](DeviceSetting& record) { record.hotkey = HotkeyCombo{0, HotkeyModifier::control}; });
+  Hotkeys hotkeys{hotkeyService, &hotkeyService};
+  delegate.setHotkeys(&hotkeys);
+  delegate.applicationDidFinishLaunching();
+  const auto handle = hotkeyService.grabs.at(100).second;
+  settings.setCallMode(CallModeOption::alwaysPinned);
+  EXPECT_EQ(hotkeyService.grabs.at(100).second, handle) << "no unregister and register for an unrelated change";
+
+  hotkeyService.press({0, HotkeyModifier::control});
+  EXPECT_FALSE(services.bluetooth.started()) << "not before Bluetooth access is allowed";
+  authority.change(BluetoothAuthorization::allowedAlways);
+  rt.drainSerialQueues();
+  rt.advance(1);
+  EXPECT_TRUE(stack.devices[buds].connected);
+  ui::DeviceMenu::update(settings, buds, [](DeviceSetting& record) { record.hotkey = HotkeyCombo{96, HotkeyModifier::command}; });
+  EXPECT_TRUE((hotkeyService.grabs.size() == 1 && hotkeyService.grabs.begin()->second.first == HotkeyCombo{96, HotkeyModifier::command}));
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   std::string labels;
   for (const auto& label : matches(menu, std::regex("'label': <'([^']*)'>"))) labels += label + "|";
   EXPECT_EQ(labels, "Not connected|Connect|Show in Menu Bar|Keep Music Quality|Connect Only|Connect After Wake|"
-                    "Disconnect Before Sleep|Icon|Earbuds|Headphones|Speaker|Hotkey: None|Remove WH-1000XM4|");
+                    "Disconnect Before Sleep|Icon|Earbuds|Headphones|Speaker|Hotkey: None|Record Hotkey…|Remove WH-1000XM4|");
 
   call(item, "/StatusNotifierItem", {"org.kde.StatusNotifierItem.Activate", "10", "10"});
   EXPECT_TRUE(test::eventually([&] { return bus.isConnected(kHeadphones); }, 20s)) << home.log();

@@ -2,6 +2,7 @@
 
 #include "core/log/Log.h"
 #include "core/settings/Address.h"
+#include "core/ui/DeviceMenu.h"
 
 namespace wh {
 
@@ -42,6 +43,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     statusMenu_->openSettings = lifetime_.guard([this] { chores_.settings.open(false); });
     statusMenu_->openGuide = lifetime_.guard([this] { chores_.settings.open(true); });
     deviceItems_ = userInterface_->makeDeviceItems();
+    deviceItems_->recordHotkey = lifetime_.guard([this](const DeviceSetting& device) { recordHotkey(device); });
     statusMenu_->setItemVisible(!settings_.boolValue(Keys::hideMenuIcon, false));
     addRefreshStep([this] { statusMenu_->refresh(); });
     addRefreshStep([this] { deviceItems_->refresh(); });
@@ -72,6 +74,7 @@ void AppDelegate::applicationDidFinishLaunching() {
   if (!settings_.devices().empty()) access_.whenAllowed(lifetime_.guard([this] { startBluetooth(); }));
 
   if (deviceItems_) deviceItems_->refresh();
+  registerHotkeys();
 
   observations_.push_back(
       notifications_.observe(BluetoothAccess::changedName, lifetime_.guard([this](const std::string&) {
@@ -140,6 +143,34 @@ std::vector<std::pair<std::string, std::string>> AppDelegate::batteryDevices(boo
   return out;
 }
 
+void AppDelegate::registerHotkeys() {
+  if (hotkeys_ == nullptr) return;
+  std::map<std::string, HotkeyCombo> wanted;
+  for (const auto& device : settings_.devices()) {
+    if (device.hotkey) wanted.emplace(normalizeAddress(device.address), *device.hotkey);
+  }
+  if (wanted == registeredHotkeys_) return;
+  hotkeys_->removeAll();
+  for (const auto& [address, combo] : wanted) {
+    hotkeys_->registerKey(combo, lifetime_.guard([this, address] {
+      access_.whenAllowed(lifetime_.guard([this, address] {
+        startBluetooth();
+        services_.bluetooth.toggle(address);
+      }));
+    }));
+  }
+  registeredHotkeys_ = std::move(wanted);
+}
+
+void AppDelegate::recordHotkey(const DeviceSetting& device) {
+  const std::string address = normalizeAddress(device.address);
+  services_.recorder.record(ui::DeviceMenu::displayName(device),
+                           lifetime_.guard([this, address](std::optional<HotkeyCombo> combo) {
+                             if (!combo) return;
+                             ui::DeviceMenu::update(settings_, address, [&combo](DeviceSetting& record) { record.hotkey = combo; });
+                           }));
+}
+
 std::string AppDelegate::startLine() const {
   return "Wrenhaven " + build_.versionText() + " started on " + host_.systemVersion() + ", accessibility " +
          (status_.accessibility().trusted().value_or(false) ? "true" : "false") + ", " + std::to_string(settings_.devices().size()) +
@@ -156,6 +187,7 @@ void AppDelegate::settingsChanged(const std::string& object) {
       services_.bluetooth.refresh();
     }));
   }
+  registerHotkeys();
   if (statusMenu_) statusMenu_->setItemVisible(!settings_.boolValue(Keys::hideMenuIcon, false));
   refreshAction_();
 }

@@ -17,6 +17,7 @@
 #include "core/app/StartupChores.h"
 #include "core/audio/AudioProcesses.h"
 #include "core/bluetooth/BluetoothAccess.h"
+#include "core/hotkeys/Hotkeys.h"
 #include "core/notify/NotificationCenter.h"
 #include "core/runtime/Runtime.h"
 #include "core/settings/Settings.h"
@@ -40,6 +41,8 @@ class AppDelegate {
   // The tray that launching builds (the fonts, the main item, the headphones' items); none where
   // the agent runs without a display. Set before launching.
   void setUserInterface(ui::UserInterface* userInterface) { userInterface_ = userInterface; }
+  // The global hotkeys the headphones' records ask for; none: no hotkeys. Set before launching.
+  void setHotkeys(Hotkeys* hotkeys) { hotkeys_ = hotkeys; }
 
   void applicationDidFinishLaunching();
   // The user opened the program while it runs. Answers true (handled).
@@ -55,6 +58,8 @@ class AppDelegate {
   std::string startLine() const;
   // The remembered headphones as (address, name), all of them or only the connected ones.
   std::vector<std::pair<std::string, std::string>> batteryDevices(bool connectedOnly) const;
+  // Registers the hotkeys of the headphones' records again, unless they are those registered now.
+  void registerHotkeys();
 
  private:
   void refresh();
@@ -62,6 +67,7 @@ class AppDelegate {
   void startBluetooth();
   void connected(const std::string& address, ConnectReason reason);
   void repair(const std::string& address, std::function<void(bool)> completion);
+  void recordHotkey(const DeviceSetting& device);
 
   Runtime& runtime_;
   Settings& settings_;
@@ -81,6 +87,8 @@ class AppDelegate {
   ui::UserInterface* userInterface_ = nullptr;
   std::unique_ptr<ui::StatusMenuController> statusMenu_;
   std::unique_ptr<ui::DeviceStatusItems> deviceItems_;
+  Hotkeys* hotkeys_ = nullptr;
+  std::map<std::string, HotkeyCombo> registeredHotkeys_;
   Lifetime lifetime_;
 };
 

@@ -4,6 +4,7 @@
 #include "core/bluetooth/BatteryCache.h"
 #include "core/bluetooth/BluetoothManager.h"
 #include "core/bluetooth/OutputSwitcher.h"
+#include "core/hotkeys/HotkeyRecorder.h"
 #include "core/mediakeys/IdlePlay.h"
 #include "core/mediakeys/MediaKeyTap.h"
 #include "core/quality/InputPinner.h"
@@ -26,6 +27,7 @@ struct ServicePorts {
   NotificationCenter& notifications;
   MediaKeyTap::Ports mediaKeys;
   IdlePlayPanel& idlePlayPanel;
+  HotkeyRecorder::Ports recorder;
 };
 
 class Services {
@@ -38,7 +40,8 @@ class Services {
         profileGuard(runtime, settings, ports.audio, ports.processes, pinner),
         mediaKeys(runtime, settings, ports.notifications, std::move(ports.mediaKeys)),
         idlePlay(runtime, settings, mediaKeys.players(), ports.idlePlayPanel),
-        volume(runtime, settings, ports.audio, ports.processes, ports.grouping, ports.desktop, ports.taps) {}
+        volume(runtime, settings, ports.audio, ports.processes, ports.grouping, ports.desktop, ports.taps),
+        recorder(ports.recorder) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;
 
@@ -50,6 +53,7 @@ class Services {
   MediaKeyTap mediaKeys;
   IdlePlayController idlePlay;
   AppVolumeController volume;
+  HotkeyRecorder recorder;
 };
 
 }  // namespace wh

@@ -112,6 +112,7 @@ std::string Diagnose::text() const {
     }
   }
   lines.push_back(texts::accessibilityLine(sources_.inputAccess));
+  if (sources_.hotkeysProblem) lines.push_back(*sources_.hotkeysProblem);
   return join(lines);
 }
 

@@ -37,6 +37,8 @@ class Diagnose {
     std::function<std::vector<BatteryEntry>()> batteryEntries;
     // What the media keys need: readable input devices and a writable /dev/uinput.
     texts::InputAccess inputAccess;
+    // Why global hotkeys cannot work in this session; nothing when they can.
+    std::optional<std::string> hotkeysProblem;
   };
 
   explicit Diagnose(Sources sources) : sources_(std::move(sources)) {}

@@ -8,6 +8,9 @@
 namespace wh::texts {
 
 // Shown where the computer has no microphone of its own.
+// Why global hotkeys are off: they are X11 key grabs.
+inline constexpr const char* kHotkeysNeedX11 = "hotkeys are off: this Wayland session has no X11 display";
+inline constexpr const char* kHotkeysNoDisplay = "hotkeys are off: no X11 display";
 inline constexpr const char* kNoBuiltInMicrophone = "This computer has no built-in microphone";
 
 // Logged when the user asks for Bluetooth access that the system refuses: on Linux the system bus

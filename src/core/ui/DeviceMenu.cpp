@@ -1,7 +1,6 @@
 #include "core/ui/DeviceMenu.h"
 
 #include "core/settings/Address.h"
-#include "core/ui/HotkeyText.h"
 
 namespace wh::ui {
 namespace {
@@ -110,7 +109,7 @@ Menu DeviceMenu::fill(const Context& context, const DeviceSetting& device) {
       update(settings, address, [](DeviceSetting& record) { record.hotkey.reset(); });
     }));
   }
-  menu.push_back(MenuEntry::sub("Hotkey: " + (device.hotkey ? hotkeyText(*device.hotkey) : std::string("None")),
+  menu.push_back(MenuEntry::sub("Hotkey: " + (device.hotkey ? context.services.recorder.display(*device.hotkey) : std::string("None")),
                                 std::move(hotkey)));
   menu.push_back(MenuEntry::separator());
   menu.push_back(MenuEntry::item("Remove " + name, [&settings, address] { settings.removeDevice(address); }));

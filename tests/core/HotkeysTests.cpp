@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+
+#include "core/hotkeys/HotkeyRecorder.h"
+#include "doubles/FakeHotkeys.h"
+#include "support/CapturedLog.h"
+
+namespace wh {
+namespace {
+
+using namespace HotkeyModifier;
+constexpr std::uint32_t ctrl = control, alt = option, super = command;
+
+TEST(Hotkeys, IdsGoOnAfterRemoveAllTakenAndImpossibleKeysAreLoggedAndOnlyOwnIdsRunActions) {
+  test::CapturedLog log;
+  FakeHotkeyService service;
+  service.takenKeys = {96};
+  std::vector<std::string> ran;
+  {
+    Hotkeys hotkeys(service, &service);
+    const std::tuple<HotkeyCombo, const char*> rows[] = {
+        {{0, ctrl | alt}, nullptr},
+        {{96, ctrl | shift}, "hotkey ⌃⇧F5 is taken (10)"},
+        {{0, 1u << 20}, "hotkey A has modifiers that no key has (1048576); skipped"},
+        {{300, super}, "hotkey ⌘#300 has a key code no key has here; skipped"},
+        {{27, super | alt}, nullptr},
+    };
+    for (const auto& [combo, line] : rows) {
+      hotkeys.registerKey(combo, [&ran, combo] { ran.push_back(hotkeyText(combo, nullptr)); });
+      EXPECT_EQ(log->lines.empty() ? "" : log->lines.back(), line ? line : "") << hotkeyText(combo, nullptr);
+      log->lines.clear();
+    }
+    service.press({0, ctrl | alt});
+    hotkeys.removeAll();
+    service.press({27, super | alt});
+    hotkeys.registerKey({27, super | alt}, [] {});
+    ASSERT_EQ(service.grabs.size(), 1u);
+    EXPECT_EQ(service.grabs.begin()->second.second, 5u) << "ids 1 to 4 went before, also to keys that failed";
+  }
+  EXPECT_EQ(ran, std::vector<std::string>{"⌃⌥#0"});
+  EXPECT_TRUE(service.grabs.empty() && !service.pressed) << "gone with their owner";
+}
+
+TEST(HotkeyRecorder, EscapeCancelsModifierlessKeysEarnAHintOthersAreTakenAndASecondOpeningCancelsTheFirst) {
+  FakeHotkeyService layout;
+  FakeRecorderPanel panel;
+  HotkeyRecorder recorder({panel, &layout, &layout});
+  std::vector<std::string> results;
+  auto keep = [&](std::optional<HotkeyCombo> combo) { results.push_back(combo ? recorder.display(*combo) : "cancelled"); };
+
+  recorder.record("Sleep Buds", keep);
+  EXPECT_EQ(panel.title, "Hotkey for Sleep Buds");
+  EXPECT_EQ(panel.message, "Press the keys that should connect or disconnect Sleep Buds. Use ⌘, ⌥ or ⌃. Esc cancels.");
+  const std::tuple<HotkeyCombo, const char*, std::size_t> keys[] = {
+      {{0, shift}, "Add ⌘, ⌥ or ⌃ to ⇧A", 0},  // shift alone does not count
+      {{110, 0}, "Add ⌘, ⌥ or ⌃ to #110", 0},
+      {{96, ctrl | shift}, "Add ⌘, ⌥ or ⌃ to #110", 1},
+  };
+  for (const auto& [combo, hint, count] : keys) {
+    panel.handlers.keyDown(combo);
+    EXPECT_EQ(panel.hint, hint);
+    EXPECT_EQ(results.size(), count);
+  }
+  EXPECT_FALSE(panel.shown);
+  recorder.record("Sleep Buds", keep);
+  auto first = panel.handlers;
+  recorder.record("Desk Speaker", keep);  // cancels the first
+  first.keyDown({27, super});             // a late report of the first panel
+  panel.handlers.keyDown({escapeKeyCode, ctrl});
+  recorder.record("Desk Speaker", keep);
+  panel.handlers.closed();
+  panel.handlers.closed();
+  EXPECT_EQ(results, (std::vector<std::string>{"⌃⇧F5", "cancelled", "cancelled", "cancelled"}));
+}
+
+}  // namespace
+}  // namespace wh
