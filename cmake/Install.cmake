@@ -7,6 +7,9 @@ install(TARGETS wrenhaven-settings RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # Shipped inactive: enabling it is the administrator's choice (see the file and wrenhaven(1)).
 install(FILES data/70-wrenhaven-input.rules DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenhaven/udev)
 install(FILES data/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/wrenhaven)
+# The typefaces compiled into both programs come with their licences.
+install(FILES assets/fonts/InstrumentSans-OFL.txt assets/fonts/GeistMono-OFL.txt
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/wrenhaven/fonts)
 install(CODE "
   set(WRENHAVEN_SOURCE_DIR \"${PROJECT_SOURCE_DIR}\")
   set(WRENHAVEN_STAGING_DIR \"${PROJECT_BINARY_DIR}/install-data\")
