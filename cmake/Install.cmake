@@ -6,6 +6,8 @@ install(TARGETS wrenhaven RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS wrenhaven-settings RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # Shipped inactive: enabling it is the administrator's choice (see the file and wrenhaven(1)).
 install(FILES data/70-wrenhaven-input.rules DESTINATION ${CMAKE_INSTALL_DATADIR}/wrenhaven/udev)
+# The brand mark in every size the desktops ask for, drawn at build time (src/tools).
+install(DIRECTORY ${WRENHAVEN_ICON_DIR} DESTINATION ${CMAKE_INSTALL_DATADIR}/icons)
 install(FILES data/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/wrenhaven)
 # The typefaces compiled into both programs come with their licences.
 install(FILES assets/fonts/InstrumentSans-OFL.txt assets/fonts/GeistMono-OFL.txt

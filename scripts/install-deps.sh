@@ -13,6 +13,8 @@ packages=(
   libxcb1-dev libxcb-keysyms1-dev libxcb-xkb-dev xdotool python3-dbus
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
+  # the icons in the hicolor theme, drawn from the brand mark at build time
+  qt6-svg-dev
   # packaging and its checks
   lintian desktop-file-utils systemd
   # test rig: real services on private sockets

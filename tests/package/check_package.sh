@@ -25,7 +25,10 @@ for path in /usr/bin/wrenhaven /usr/share/applications/com.quintelbarrows.wrenha
             /usr/share/man/man1/wrenhaven.1.gz /usr/share/doc/wrenhaven/copyright \
             /usr/share/doc/wrenhaven/changelog.Debian.gz /usr/share/doc/wrenhaven/fonts/InstrumentSans-OFL.txt \
             /usr/share/doc/wrenhaven/fonts/GeistMono-OFL.txt /usr/bin/wrenhaven-settings \
-            /usr/share/applications/com.quintelbarrows.wrenhaven.settings.desktop /usr/share/man/man1/wrenhaven-settings.1.gz; do
+            /usr/share/applications/com.quintelbarrows.wrenhaven.settings.desktop /usr/share/man/man1/wrenhaven-settings.1.gz \
+            /usr/share/icons/hicolor/scalable/apps/com.quintelbarrows.wrenhaven.svg \
+            /usr/share/icons/hicolor/16x16/apps/com.quintelbarrows.wrenhaven.png \
+            /usr/share/icons/hicolor/256x256/apps/com.quintelbarrows.wrenhaven.png; do
   grep -qx "$path" "$work/files" || fail "the package lacks $path"
 done
 grep -v -e '^/usr/' -e '^/$' "$work/files" && fail "files outside /usr"
@@ -56,13 +59,28 @@ analysis=$(systemd-analyze verify --man=no "$work/wrenhaven.service" 2>&1) || fa
 home="$work/home"
 mkdir -p "$home/runtime" && chmod 700 "$home/runtime"
 run() {
+  program=$1
+  shift
   env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$home/runtime" PULSE_SERVER="unix:$home/none" \
     DBUS_SYSTEM_BUS_ADDRESS="unix:path=$home/none" ASAN_OPTIONS="${ASAN_OPTIONS:-}" \
-    UBSAN_OPTIONS="${UBSAN_OPTIONS:-}" LSAN_OPTIONS="${LSAN_OPTIONS:-}" "$root/usr/bin/wrenhaven" "$@"
+    UBSAN_OPTIONS="${UBSAN_OPTIONS:-}" LSAN_OPTIONS="${LSAN_OPTIONS:-}" QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-}" "$root/usr/bin/$program" "$@"
 }
-version=$(run --version) || fail "--version exited with $?"
 packaged=$(dpkg-deb -f "$deb" Version)
-[ "$version" = "Wrenhaven ${packaged%-*} (${packaged##*-})" ] || fail "--version says $version for package $packaged"
-diagnostics=$(run --diagnose) || fail "--diagnose exited with $?"
+for program in wrenhaven wrenhaven-settings; do
+  version=$(run $program --version) || fail "$program --version exited with $?"
+  [[ "$version" == "Wrenhaven "*"${packaged%-*} (${packaged##*-})" ]] || fail "$program --version says $version for package $packaged"
+done
+# The icon the entries name is in the theme, so menus and docks can find it.
+for entry in "$root"/usr/share/applications/*.desktop; do
+  icon=$(sed -n 's/^Icon=//p' "$entry")
+  [ -s "$root/usr/share/icons/hicolor/scalable/apps/$icon.svg" ] || fail "$entry names the icon $icon, which is not installed"
+done
+# The installed settings program starts and keeps its window open (drawn off screen), with no bus.
+QT_QPA_PLATFORM=offscreen run wrenhaven-settings >"$work/settings.log" 2>&1 &
+settings=$!
+sleep 3
+kill -0 $settings 2>/dev/null || { cat "$work/settings.log"; fail "the settings program ended at start"; }
+kill $settings && wait $settings 2>/dev/null || true
+diagnostics=$(run wrenhaven --diagnose) || fail "--diagnose exited with $?"
 [[ "$diagnostics" == "Wrenhaven "* ]] || fail "--diagnose printed: $diagnostics"
 echo "package $(basename "$deb") checked"
