@@ -9,6 +9,8 @@
 #include <set>
 #include <string_view>
 
+#include "core/log/Log.h"
+
 namespace wh::platform {
 
 namespace {
@@ -79,21 +81,6 @@ PulseStreamInfo streamInfo(const Info& info) {
   return stream;
 }
 
-// One write waiting for the server's answer.
-struct Waiter {
-  std::mutex mutex;
-  std::condition_variable answered;
-  bool done = false;
-  bool success = false;
-
-  void finish(bool ok) {
-    std::lock_guard lock(mutex);
-    done = true;
-    success = ok;
-    answered.notify_all();
-  }
-};
-
 }  // namespace
 
 // Everything that touches libpulse. Its callbacks run on the main loop's thread with the loop's
@@ -119,45 +106,34 @@ class PulseAudioHardware::Connection {
     confirm_ = nullptr;
     drop(context_);
     drop(dead_);
-    for (Waiter* waiter : waiters_) waiter->finish(false);
     pa_threaded_mainloop_unlock(loop_);
     pa_threaded_mainloop_stop(loop_);
     pa_threaded_mainloop_free(loop_);
   }
 
-  // Runs one operation that answers with success or failure, and waits for that answer.
-  bool run(const std::function<pa_operation*(pa_context*, pa_context_success_cb_t, void*)>& start) {
-    Waiter waiter;
+  // Sends one write that the server answers with success or failure, without waiting for the
+  // answer: the mirror already shows the write, and the answer only decides what is read back. A
+  // refusal reads the defaults and cards again at once, so the mirror shows what the server kept;
+  // an acceptance is confirmed a moment later (see confirmLater). False when nothing could be sent.
+  bool send(const std::function<pa_operation*(pa_context*, pa_context_success_cb_t, void*)>& start) {
     pa_threaded_mainloop_lock(loop_);
     pa_operation* operation = nullptr;
     if (context_ != nullptr && pa_context_get_state(context_) == PA_CONTEXT_READY) {
-      operation = start(context_, &Connection::onSuccess, &waiter);
+      operation = start(context_, &Connection::onAnswer, this);
     }
-    if (operation == nullptr) {
-      pa_threaded_mainloop_unlock(loop_);
-      return false;
-    }
-    waiters_.insert(&waiter);
+    track(operation);
     pa_threaded_mainloop_unlock(loop_);
-    {
-      std::unique_lock lock(waiter.mutex);
-      waiter.answered.wait_for(lock, std::chrono::duration<double>(options_.operationTimeout),
-                               [&] { return waiter.done; });
-    }
-    pa_threaded_mainloop_lock(loop_);
-    waiters_.erase(&waiter);
-    // Once cancelled (under the loop's lock) the answer can no longer arrive.
-    if (pa_operation_get_state(operation) == PA_OPERATION_RUNNING) pa_operation_cancel(operation);
-    pa_operation_unref(operation);
-    std::lock_guard lock(waiter.mutex);
-    if (waiter.done && waiter.success) confirmLater();
-    pa_threaded_mainloop_unlock(loop_);
-    return waiter.done && waiter.success;
+    return operation != nullptr;
   }
 
  private:
-  static void onSuccess(pa_context*, int success, void* userdata) {
-    static_cast<Waiter*>(userdata)->finish(success != 0);
+  static void onAnswer(pa_context* context, int success, void* userdata) {
+    auto* self = static_cast<Connection*>(userdata);
+    if (context != self->context_) return;
+    if (success != 0) return self->confirmLater();
+    Log::error(std::string("the sound server refused a change: ") + pa_strerror(pa_context_errno(context)));
+    track(pa_context_get_server_info(context, &Connection::onServer<false>, self));
+    track(pa_context_get_card_info_list(context, &Connection::onCard<false>, self));
   }
 
   void connect() {
@@ -191,7 +167,6 @@ class PulseAudioHardware::Connection {
     }
     pendingLists_ = 0;
     owner_.clear();
-    for (Waiter* waiter : waiters_) waiter->finish(false);
     owner_.setState(false, true, error);
     scheduleRetry();
   }
@@ -405,7 +380,6 @@ class PulseAudioHardware::Connection {
   static constexpr double confirmDelay = 0.25;  // seconds: PipeWire's session manager decides in milliseconds
   double delay_;
   int pendingLists_ = 0;
-  std::set<Waiter*> waiters_;
 };
 
 PulseAudioHardware::PulseAudioHardware(MainQueue& main, Options options)
@@ -448,11 +422,11 @@ bool PulseAudioHardware::setDefaultDevice(AudioProperty which, AudioObjectID dev
   }
   const auto name = deviceServerName(device, sink);
   if (!name) return false;
-  const bool accepted = connection_->run([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
+  const bool accepted = connection_->send([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
     return sink ? pa_context_set_default_sink(context, name->c_str(), done, userdata)
                 : pa_context_set_default_source(context, name->c_str(), done, userdata);
   });
-  // Reads follow the write at once; the server's own report confirms it a moment later.
+  // Reads follow the write at once; the server's answer confirms or mends it a moment later.
   if (accepted) noteDefault(sink, *name);
   return accepted;
 }
@@ -460,10 +434,10 @@ bool PulseAudioHardware::setDefaultDevice(AudioProperty which, AudioObjectID dev
 bool PulseAudioHardware::setCardProfile(AudioObjectID card, const std::string& profile) {
   const auto name = cardServerName(card);
   if (!name) return false;
-  const bool accepted = connection_->run([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
+  const bool accepted = connection_->send([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
     return pa_context_set_card_profile_by_name(context, name->c_str(), profile.c_str(), done, userdata);
   });
-  // As for defaults: reads follow the write at once, and the server's report confirms it.
+  // As for defaults: reads follow the write at once, and the server's answer confirms or mends it.
   if (accepted) noteCardProfile(card, profile);
   return accepted;
 }

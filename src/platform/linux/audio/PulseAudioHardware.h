@@ -1,8 +1,8 @@
 #pragma once
 // The audio port on the PulseAudio protocol (PulseAudio itself, or PipeWire's pulse server),
 // through libpulse's threaded main loop. The mirror (PulseMirror) follows the server's
-// subscription events, so reads are synchronous, current and cheap; setting a default waits for
-// the server's answer with a time limit. When the server goes away the mirror empties and the
+// subscription events, so reads are synchronous, current and cheap; writes (a default, a card's
+// profile) are sent without waiting, so no caller blocks on the server. When the server goes away the mirror empties and the
 // adapter keeps trying to connect again; listeners stay registered and report what comes back.
 
 #include <condition_variable>
@@ -21,8 +21,6 @@ class PulseAudioHardware final : public PulseMirror {
     // user's runtime folder, ...). The server is never started on demand.
     std::string server;
     std::string clientName = "Wrenhaven";
-    // How long a write waits for the server's answer.
-    double operationTimeout = 2.0;
     // The first wait before connecting again; it doubles up to maxReconnectDelay.
     double reconnectDelay = 0.25;
     double maxReconnectDelay = 2.0;
