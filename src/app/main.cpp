@@ -178,7 +178,9 @@ int main(int argc, char** argv) {
   wh::platform::BluezStack bluetooth(runtime.main());
   wh::platform::LogindSleepWatcher sleep(runtime.main());
   wh::platform::BluezUPowerBatterySources batteries;
-  wh::platform::BluezAuthority authority(runtime.main());
+  // Its first answer comes after the launch has published "undetermined": say that it changed.
+  wh::platform::BluezAuthority authority(runtime.main(), QDBusConnection::systemBus(),
+                                         [&notifications] { notifications.post(wh::BluetoothAccess::changedName); });
   wh::platform::SessionBusChannel channel;
   wh::platform::PulseProcessTaps taps(audio);
 

@@ -17,11 +17,13 @@ using Authorization = BluetoothAuthorization;
 
 class BluezAuthorityTest : public test::SystemBusTest {
  protected:
-  // Makes the authority, checks its first state, starts watching and counts the updates.
+  // Makes the authority, waits for its first answer, starts watching and counts the updates.
   bool start(test::SystemBusRig::Options options, Authorization first) {
     if (!SystemBusTest::start(options)) return false;
-    authority = std::make_unique<BluezAuthority>(mainQueue(), connection());
-    EXPECT_EQ(authority->authorization(), first);
+    learned = 0;
+    authority = std::make_unique<BluezAuthority>(mainQueue(), connection(), [&] { ++learned; });
+    EXPECT_EQ(authority->authorization(), Authorization::undetermined) << "nothing is waited for";
+    EXPECT_TRUE(test::spinUntil([&] { return learned == 1 && authority->authorization() == first; }));
     authority->startWatching([this] {
       EXPECT_EQ(std::this_thread::get_id(), mainThread);
       ++updates;
@@ -35,11 +37,11 @@ class BluezAuthorityTest : public test::SystemBusTest {
   }
 
   std::unique_ptr<BluezAuthority> authority;
-  int updates = 0;
+  int learned = 0, updates = 0;
   std::thread::id mainThread = std::this_thread::get_id();
 };
 
-TEST_F(BluezAuthorityTest, KnowsAtOnceWhetherBluezIsThereOrRefusedAndFollowsItComingAndGoing) {
+TEST_F(BluezAuthorityTest, LearnsWithoutWaitingWhetherBluezIsThereOrRefusedAndFollowsItComingAndGoing) {
   for (const bool deny : {false, true}) {
     updates = 0;
     EXPECT_TRUE(start({.denyBluez = deny}, deny ? Authorization::denied : Authorization::allowedAlways));

@@ -26,18 +26,20 @@ BluetoothAuthorization fromAnswer(const QDBusMessage& answer) {
 
 }  // namespace
 
-BluezAuthority::BluezAuthority(MainQueue& main, QDBusConnection bus) : main_(main), bus_(std::move(bus)) {}
+BluezAuthority::BluezAuthority(MainQueue& main, QDBusConnection bus, std::function<void()> learned)
+    : main_(main), bus_(std::move(bus)), learned_(std::move(learned)) {
+  if (bus_.isConnected()) {
+    ask();
+  } else {
+    learn(BluetoothAuthorization::restricted);
+  }
+}
 
 BluezAuthority::~BluezAuthority() = default;
 
 BluetoothAuthorization BluezAuthority::authorization() const {
-  if (const int known = state_.load(); known >= 0) return static_cast<BluetoothAuthorization>(known);
-  const BluetoothAuthorization state = bus_.isConnected()
-                                           ? fromAnswer(bus_.call(ping(), QDBus::Block, probeTimeoutMs))
-                                           : BluetoothAuthorization::restricted;
-  int unknown = -1;
-  state_.compare_exchange_strong(unknown, static_cast<int>(state));
-  return static_cast<BluetoothAuthorization>(state_.load());
+  const int known = state_.load();
+  return known >= 0 ? static_cast<BluetoothAuthorization>(known) : BluetoothAuthorization::undetermined;
 }
 
 void BluezAuthority::startWatching(std::function<void()> updated) {
@@ -66,6 +68,8 @@ void BluezAuthority::ask() {
 
 void BluezAuthority::learn(BluetoothAuthorization state) {
   const int previous = state_.exchange(static_cast<int>(state));
+  if (previous < 0 && learned_) main_.post(lifetime_.guard([this] { learned_(); }));
+  if (!watching_) return;
   const bool first = !answered_;
   answered_ = true;
   if (first || previous != static_cast<int>(state)) {

@@ -4,7 +4,9 @@
 //   denied         the bus refuses the call (AccessDenied: the bus policy, a sandbox's proxy);
 //   restricted     there is no system bus to ask at all;
 //   undetermined   anything else (BlueZ not running, not answering).
-// Watching follows org.bluez's owner on the bus and asks again whenever it changes.
+// It asks once when made, without waiting; until the answer is in, the state reads undetermined, and
+// `learned` is called on the main queue when the first answer has come. Watching follows org.bluez's
+// owner on the bus and asks again whenever it changes.
 
 #include <QDBusConnection>
 #include <QObject>
@@ -26,11 +28,11 @@ class BluezAuthority final : public BluetoothAuthority {
   static constexpr int probeTimeoutMs = 2000;
 
   // Make it on the main thread.
-  explicit BluezAuthority(MainQueue& main, QDBusConnection bus = QDBusConnection::systemBus());
+  explicit BluezAuthority(MainQueue& main, QDBusConnection bus = QDBusConnection::systemBus(),
+                          std::function<void()> learned = {});
   ~BluezAuthority() override;
 
-  // What was learnt last; before anything was learnt, one blocking question (at most
-  // probeTimeoutMs).
+  // What was learnt last; undetermined before the first answer. Never waits.
   BluetoothAuthorization authorization() const override;
   void startWatching(std::function<void()> updated) override;
 
@@ -40,7 +42,8 @@ class BluezAuthority final : public BluetoothAuthority {
 
   MainQueue& main_;
   QDBusConnection bus_;
-  mutable std::atomic<int> state_{-1};  // -1 until something was learnt
+  std::atomic<int> state_{-1};  // -1 until something was learnt
+  std::function<void()> learned_;
   std::function<void()> updated_;
   bool watching_ = false;
   bool answered_ = false;  // the first answer after startWatching has been given
