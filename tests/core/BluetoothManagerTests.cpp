@@ -214,6 +214,9 @@ INSTANTIATE_TEST_SUITE_P(Headphones, BluetoothManagerTest, testing::Values(
              "try b@0.0, try c@0.0, open b, open c, +b:user, ok b, +c:user, ok c", "disconnecting Sleep Buds for sleep"},
     Scenario{"sleepy b start user b user c +0 sleep +0", "connected connected -",
              "try b@0.0, try c@0.0, open b, open c, +b:user, ok b, +c:user, ok c, close b, slept"},
+    // A connect still running does not hold the close back (queues drain in the order they were made).
+    Scenario{"sleepy b start user b +0 user c sleep +0", "connected connected -",
+             "try b@0.0, open b, +b:user, ok b, try c@0.0, close b, slept, open c, +c:user, ok c"},
     Scenario{"sleepy b start user b +0 sleep +1 woke +2 sleep woke +2.9", "- - -",
              "try b@0.0, open b, +b:user, ok b, close b, slept, slept"},
     Scenario{"sleepy b start user b +0 sleep +1 woke +2 sleep woke +3", "connected - -",

@@ -58,6 +58,7 @@ BluetoothManager::BluetoothManager(Runtime& runtime, Settings& settings, Bluetoo
       settings_(settings),
       stack_(stack),
       sleep_(sleep),
+      sleepQueue_(runtime.makeSerialQueue(sleepQueueLabel, QueuePriority::userInitiated)),
       queue_(runtime.makeSerialQueue(queueLabel, QueuePriority::userInitiated)) {}
 
 std::string BluetoothManager::describe(BluetoothStatus status) {
@@ -297,9 +298,9 @@ void BluetoothManager::willSleep(std::function<void()> done) {
     Log::info("disconnecting " + device.name + " for sleep");
     closing.push_back(address);
   }
-  // On the queue, after any connect or disconnect already there; the machine waits for `done`.
+  // Not behind a connect still on the Bluetooth queue; the machine waits for `done`.
   BluetoothStack& stack = stack_;
-  queue_->async([&stack, closing = std::move(closing), done = std::move(done)] {
+  sleepQueue_->async([&stack, closing = std::move(closing), done = std::move(done)] {
     for (const auto& address : closing) stack.closeConnection(address);
     if (done) done();
   });

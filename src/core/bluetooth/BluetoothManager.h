@@ -45,6 +45,9 @@ class BluetoothManager {
   using Paired = PairedDevice;
 
   static constexpr const char* queueLabel = "wrenhaven.bluetooth";
+  // Closing links before sleep has a queue of its own, so it never waits behind a connect (which
+  // may take its whole time limit) while the machine waits to sleep.
+  static constexpr const char* sleepQueueLabel = "wrenhaven.bluetooth.sleep";
   static constexpr double slowPollInterval = 30.0;
   static constexpr double slowPollTolerance = 10.0;
   static constexpr double fastPollInterval = 1.0;
@@ -109,6 +112,7 @@ class BluetoothManager {
   BluetoothStack& stack_;
   SleepWatcher& sleep_;
   std::map<std::string, Phase> phase_;
+  std::shared_ptr<SerialQueue> sleepQueue_;
   std::shared_ptr<SerialQueue> queue_;
   std::unique_ptr<Registration> connectNote_;
   std::unique_ptr<Registration> sleepNote_;
