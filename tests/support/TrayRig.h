@@ -3,11 +3,16 @@
 // given session bus: what the tray items need to be shown and looked at.
 
 #include <memory>
+#include <regex>
 #include <string>
+#include <vector>
 
 #include "support/ChildProcess.h"
 
 namespace wh::test {
+
+// The first group of every match of `pattern` in `text`, in order.
+std::vector<std::string> matches(const std::string& text, const std::regex& pattern);
 
 class TrayRig {
  public:
@@ -19,8 +24,15 @@ class TrayRig {
   const std::string& display() const { return display_; }
   // Stops the tray and starts it again (a desktop's tray restarting).
   bool restartTray();
-  // The items registered with the tray, as the watcher lists them.
-  std::string items() const;
+  // The items registered with the tray (their bus names), as the watcher lists them.
+  std::vector<std::string> items() const;
+  // gdbus's answer to `method` (and its arguments) of `item`'s object at `path`.
+  std::string call(const std::string& item, const std::string& path, const std::vector<std::string>& method) const;
+  std::string toolTip(const std::string& item) const {
+    return call(item, "/StatusNotifierItem", {"org.freedesktop.DBus.Properties.Get", "org.kde.StatusNotifierItem", "ToolTip"});
+  }
+  // The item whose tooltip holds `text`; empty when none does.
+  std::string itemShowing(const std::string& text) const;
 
  private:
   bool startTray();

@@ -10,7 +10,7 @@
 
 #include "core/AgentWorld.h"
 #include "core/ui/DeviceMenu.h"
-#include "support/TrayRig.h"
+#include "support/WidgetsApplication.h"
 #include "ui/kit/NJAboutWindow.h"
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJMenu.h"
@@ -21,18 +21,10 @@
 namespace wh::test {
 namespace {
 
-void application(const TrayRig& rig) {
-  static int argc = 1;
-  static char name[] = "ui_tests";
-  static char* argv[] = {name, nullptr};
-  if (QApplication::instance() == nullptr) ::setenv("DISPLAY", rig.display().c_str(), 1), new QApplication(argc, argv);
-}
-
 class PanelScreenshotTest : public AgentWorld {
  protected:
   void SetUp() override {
-    if (!rig.available()) GTEST_SKIP() << rig.whyNot();
-    application(rig);
+    if (!widgetsDisplay().available()) GTEST_SKIP() << widgetsDisplay().whyNot();
     hardware.deviceList = {{2, "alsa_input.pci", "Laptop Mic", Transport::builtIn, 1, 0, 48000},
                            {3, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds", Transport::bluetooth, 1, 0, 16000},
                            {4, "bluez_output.AA_BB_CC_DD_EE_FF.1", "Sleep Buds", Transport::bluetooth, 0, 1, 48000}};
@@ -60,7 +52,6 @@ class PanelScreenshotTest : public AgentWorld {
     rt.advance(0.4);
   }
 
-  static inline TrayRig rig{""};
   tray::TrayUserInterface view{{rt, services, settings, hardware, access, "0.1.0 (1)", {}}};
   std::unique_ptr<ui::StatusMenuController> menu;
   int settingsOpened = 0;

@@ -11,7 +11,7 @@
 #include "settings/OnboardingGuide.h"
 #include "settings/SettingsWindow.h"
 #include "support/TempDir.h"
-#include "support/TrayRig.h"
+#include "support/WidgetsApplication.h"
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJFonts.h"
 
@@ -19,12 +19,7 @@ namespace wh::test {
 namespace {
 
 TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
-  static TrayRig rig{""};
-  if (!rig.available()) GTEST_SKIP() << rig.whyNot();
-  static int argc = 1;
-  static char name[] = "ui_tests";
-  static char* argv[] = {name, nullptr};
-  if (QApplication::instance() == nullptr) ::setenv("DISPLAY", rig.display().c_str(), 1), new QApplication(argc, argv);
+  if (!widgetsDisplay().available()) GTEST_SKIP() << widgetsDisplay().whyNot();
   nj::NJFonts::registerFonts();
 
   TempDir home("settings-window");

@@ -126,12 +126,16 @@ void NJSectionHeader::paintEvent(QPaintEvent*) {
 
 NJKitRow::NJKitRow(const QString& title, QWidget* parent) : QWidget(parent), title_(title) {
   setFont(NJFonts::sans(NJTokens::bodySize));
+  setAccessibleName(title);  // the row is painted: screen readers learn its texts from these
   setAttribute(Qt::WA_Hover);
 }
 
 void NJKitRow::setGlyph(NJGlyph glyph, QColor tint) { glyph_ = glyph, glyphTint_ = tint; }
 void NJKitRow::setDetail(const QString& detail) { detail_ = detail, updateGeometry(); }
-void NJKitRow::setTrailingText(const QString& text, QColor tint) { trailingText_ = text, trailingTint_ = tint; }
+void NJKitRow::setTrailingText(const QString& text, QColor tint) {
+  trailingText_ = text, trailingTint_ = tint;
+  setAccessibleDescription(text);
+}
 void NJKitRow::setBattery(int percent) { battery_ = percent; }
 
 void NJKitRow::setTrailing(QWidget* control) {

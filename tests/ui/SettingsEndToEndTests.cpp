@@ -1,0 +1,115 @@
+// The settings program's guide and window, built in this process as its main wires them, against
+// the real agent on the same private session bus, settings file, Bluetooth and sound rigs: headphones
+// added in the guide become a tray item, a volume slider gives a playing application its gain at
+// the sound server, and a command sent from the window comes back as status that the window shows.
+#include <QDBusConnection>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "linux/QtLoop.h"
+#include "platform/linux/app/SessionBusChannel.h"
+#include "platform/linux/settings/JsonFileStore.h"
+#include "settings/OnboardingGuide.h"
+#include "settings/SettingsWindow.h"
+#include "settings/StatusSignal.h"
+#include "support/AgentHome.h"
+#include "support/PulseRig.h"
+#include "support/SystemBusRig.h"
+#include "support/WidgetsApplication.h"
+#include "ui/kit/NJControls.h"
+
+namespace wh::test {
+namespace {
+
+using namespace std::chrono_literals;
+using Page = settingsapp::PageBuilder::Page;
+
+constexpr int agentAnswerMs = 20000;  // generous: the agent and the rigs share two loaded cores
+
+// Clicks the button with that text, if `widget` shows one now.
+bool press(QWidget& widget, const QString& text) {
+  for (auto* button : widget.findChildren<nj::NJButton*>()) {
+    if (button->text() == text) return button->click(), true;
+  }
+  return false;
+}
+
+// What the window's row with that title shows at its end.
+QString rowText(QWidget& window, const QString& title) {
+  for (auto* row : window.findChildren<nj::NJKitRow*>()) {
+    if (row->accessibleName() == title) return row->accessibleDescription();
+  }
+  return {};
+}
+
+TEST(SettingsEndToEndTest, GuideAddsATrayItemASliderSetsTheGainAndACommandComesBackAsStatus) {
+  if (!widgetsDisplay().available()) GTEST_SKIP() << widgetsDisplay().whyNot();
+  SystemBusRig bus{{.bluez = true, .logind = false, .upower = false, .sessionBus = true, .denyBluez = false}};
+  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  TrayRig tray(bus.sessionBusAddress());
+  if (!tray.available()) GTEST_SKIP() << tray.whyNot();
+  PulseRig pulse;
+  if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
+  ASSERT_TRUE(bus.addHeadphones());
+  AgentHome home;
+  std::filesystem::create_directories(home.path() / ".local/share/applications");
+  std::ofstream(home.path() / ".local/share/applications/org.example.Tone.desktop")
+      << "[Desktop Entry]\nType=Application\nName=Tone\nExec=pulse_client --tone\n";
+  auto tone = pulse.client({"--tone"}, "application.id=org.example.Tone");
+  ASSERT_TRUE(tone);
+  const double full = pulse.level(PulseRig::laptopSpeakers);
+  // Done, or the agent would start a settings program of its own on the display.
+  home.writeSettings({{"onboardingDone", true}});
+  auto environment = home.environment(bus.environment());
+  for (const auto& [name, value] : pulse.clientEnvironment()) environment[name] = value;
+  environment["DISPLAY"] = tray.display();
+  std::string failure;
+  auto agent = home.launch(environment, failure);
+  ASSERT_TRUE(agent) << failure;
+
+  const QString address = QString::fromStdString(bus.sessionBusAddress());
+  const std::shared_ptr<void> disconnect(nullptr, [&](void*) { QDBusConnection::disconnectFromBus(address); });
+  QDBusConnection connection = QDBusConnection::connectToBus(address, address);
+  platform::JsonFileStore store(home.settingsFile());
+  NotificationCenter notifications;
+  platform::SessionBusChannel channel(connection);
+  Settings settings(store, notifications, false, &channel);
+  const settingsapp::PageActions actions{
+      [&](const std::string& command, const nlohmann::json& info) { channel.send(command, info); }, nullptr};
+  settingsapp::OnboardingGuide guide(settings, actions);
+  settingsapp::SettingsWindow window(settings, actions, {[] { return true; }, [] {}});
+  settingsapp::StatusSignal status(connection, [&] {
+    window.statusAnswered();
+    guide.refresh();
+  });
+
+  // The guide's headphones step asks the agent for the paired list and remembers the choice.
+  guide.show();
+  guide.go(settingsapp::OnboardingGuide::Step::headphones);
+  ASSERT_TRUE(spinUntil([&] { return press(guide, "Add"); }, agentAnswerMs)) << home.log();
+  EXPECT_TRUE(eventually([&] { return !tray.itemShowing("WH-1000XM4").empty(); }, 20s)) << home.log();
+  EXPECT_EQ(tray.items().size(), 2U) << "the main item and the headphones'";
+
+  window.show();
+  window.showPage(Page::volume);
+  nj::NJSlider* slider = nullptr;
+  ASSERT_TRUE(spinUntil([&] { return (slider = window.findChild<nj::NJSlider*>()) != nullptr; }, agentAnswerMs));
+  EXPECT_EQ(slider->accessibleName(), "org.example.Tone");
+  slider->setValue(50);
+  EXPECT_NEAR(pulse.level(PulseRig::laptopSpeakers, full - 6.02), full - 6.02, 0.5) << home.log();
+  EXPECT_EQ(home.status("agent.taps"), nlohmann::json({{"org.example.Tone", "gain"}}));
+
+  // Only the status signal draws the page again after this.
+  window.showPage(Page::headphones);
+  ASSERT_TRUE(spinUntil([&] { return rowText(window, "Status") == "disconnected"; }, agentAnswerMs));
+  ASSERT_TRUE(press(window, "Toggle"));
+  EXPECT_TRUE(eventually([&] { return bus.isConnected(SystemBusRig::headphonesAddress); }, 20s)) << home.log();
+  EXPECT_TRUE(spinUntil([&] { return rowText(window, "Status") == "connected"; }, agentAnswerMs))
+      << rowText(window, "Status").toStdString();
+  EXPECT_TRUE(agent->running());
+}
+
+}  // namespace
+}  // namespace wh::test
