@@ -99,12 +99,8 @@ int main(int argc, char** argv) {
   const auto after = contextSwitches(agent->pid());
   if (tray) {
     // The main item is the first to register; activating it opens the panel.
-    const std::string items = tray->items();
-    const auto first = items.find("':");
-    const std::string item = items.substr(first + 1, items.find('\'', first + 1) - first - 1);
-    wh::test::runCommand({"gdbus", "call", "--session", "--dest", item, "--object-path", "/StatusNotifierItem", "--method",
-                          "org.kde.StatusNotifierItem.Activate", "100", "100"},
-                         {{"DBUS_SESSION_BUS_ADDRESS", bus.sessionBusAddress()}});
+    const auto items = tray->items();
+    if (!items.empty()) tray->call(items.front(), "/StatusNotifierItem", {"org.kde.StatusNotifierItem.Activate", "100", "100"});
     std::this_thread::sleep_for(2s);
   }
   const std::string status = wh::test::readFile("/proc/" + std::to_string(agent->pid()) + "/status");
