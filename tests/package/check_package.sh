@@ -11,7 +11,8 @@ for tool in cpack dpkg-deb dpkg-shlibdeps lintian desktop-file-validate systemd-
   fi
 done
 work=$(mktemp -d "${TMPDIR:-/tmp}/wrenhaven-package-XXXXXX")
-trap 'rm -rf "$work"' EXIT
+settings=""
+trap '[ -z "$settings" ] || kill "$settings" 2>/dev/null; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; exit 1; }
 
 cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; fail "cpack"; }
@@ -58,10 +59,12 @@ analysis=$(systemd-analyze verify --man=no "$work/wrenhaven.service" 2>&1) || fa
 # The installed agent runs: a home of its own, no session bus, no sound server.
 home="$work/home"
 mkdir -p "$home/runtime" && chmod 700 "$home/runtime"
+# Runs an installed program in place of the calling shell: call it in a subshell, $(run ...) or
+# (run ...) &, so that a background run's $! is the program itself.
 run() {
   program=$1
   shift
-  env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$home/runtime" PULSE_SERVER="unix:$home/none" \
+  exec env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$home/runtime" PULSE_SERVER="unix:$home/none" \
     DBUS_SYSTEM_BUS_ADDRESS="unix:path=$home/none" ASAN_OPTIONS="${ASAN_OPTIONS:-}" \
     UBSAN_OPTIONS="${UBSAN_OPTIONS:-}" LSAN_OPTIONS="${LSAN_OPTIONS:-}" QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-}" "$root/usr/bin/$program" "$@"
 }
@@ -76,11 +79,12 @@ for entry in "$root"/usr/share/applications/*.desktop; do
   [ -s "$root/usr/share/icons/hicolor/scalable/apps/$icon.svg" ] || fail "$entry names the icon $icon, which is not installed"
 done
 # The installed settings program starts and keeps its window open (drawn off screen), with no bus.
-QT_QPA_PLATFORM=offscreen run wrenhaven-settings >"$work/settings.log" 2>&1 &
+(QT_QPA_PLATFORM=offscreen run wrenhaven-settings >"$work/settings.log" 2>&1) &
 settings=$!
 sleep 3
 kill -0 $settings 2>/dev/null || { cat "$work/settings.log"; fail "the settings program ended at start"; }
 kill $settings && wait $settings 2>/dev/null || true
+settings=
 diagnostics=$(run wrenhaven --diagnose) || fail "--diagnose exited with $?"
 [[ "$diagnostics" == "Wrenhaven "* ]] || fail "--diagnose printed: $diagnostics"
 echo "package $(basename "$deb") checked"
