@@ -120,12 +120,44 @@ void PageBuilder::headphones(const SettingsView& view, QVBoxLayout& layout) cons
                                                device.icon = std::string(rawValue(icon));
                                              });
                                            }));
+    layout.addWidget(hotkeyRow(row.setting));
     layout.addWidget(buttonRow("Connect or disconnect", "Toggle",
                                [this, address] { actions_.send("toggle", {{"address", address}}); }));
     layout.addWidget(buttonRow("Forget these headphones", "Remove", [this, address] { settings_.removeDevice(address); }));
   }
   if (view.headphones.empty()) layout.addWidget(new QLabel("No headphones are remembered yet."));
   addHeadphonesChoices(view, layout, false);
+}
+
+// The headphones' hotkey with "Record" (the recorder panel) and "Clear"; the new combination is
+// saved in the headphones' record, which tells the agent to register it.
+QWidget* PageBuilder::hotkeyRow(const DeviceSetting& device) const {
+  auto* row = new nj::NJKitRow("Hotkey");
+  const QString shown = device.hotkey ? qt(hotkeyText(*device.hotkey, actions_.keyboard)) : QString("None");
+  row->setDetail(shown);
+  row->setAccessibleDescription(shown);
+  const auto save = [this, address = device.address](std::optional<HotkeyCombo> combo) {
+    editDevice(settings_, address, [&combo](DeviceSetting& edited) { edited.hotkey = combo; });
+  };
+  auto* buttons = new QWidget;
+  auto* line = new QHBoxLayout(buttons);
+  line->setContentsMargins(0, 0, 0, 0);
+  auto* record = new nj::NJButton("Record", nj::NJButton::Style::plain);
+  record->setObjectName("hotkeyRecord");
+  record->setEnabled(static_cast<bool>(actions_.recordHotkey));
+  QObject::connect(record, &QAbstractButton::clicked, record, [this, name = device.name, save] {
+    actions_.recordHotkey(name, [save](std::optional<HotkeyCombo> combo) {
+      if (combo) save(combo);
+    });
+  });
+  auto* clear = new nj::NJButton("Clear", nj::NJButton::Style::plain);
+  clear->setObjectName("hotkeyClear");
+  clear->setEnabled(device.hotkey.has_value());
+  QObject::connect(clear, &QAbstractButton::clicked, clear, [save] { save(std::nullopt); });
+  line->addWidget(record);
+  line->addWidget(clear);
+  row->setTrailing(buttons);
+  return row;
 }
 
 void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) const {

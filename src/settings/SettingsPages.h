@@ -10,6 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/hotkeys/HotkeyRecorder.h"
 #include "core/settingsapp/SettingsView.h"
 
 class QVBoxLayout;
@@ -20,6 +21,10 @@ namespace wh::settingsapp {
 struct PageActions {
   std::function<void(const std::string& command, const nlohmann::json& userInfo)> send;
   std::function<void()> openGuide;
+  // Opens the hotkey recorder for the headphones called `name`.
+  std::function<void(const std::string& name, HotkeyRecorder::Completion done)> recordHotkey;
+  // Names the keys of the hotkeys shown; null: the fixed names and numbers only.
+  const KeyboardLayout* keyboard = nullptr;
 };
 
 // Fills `layout` with one page's rows for `view`.
@@ -37,6 +42,7 @@ class PageBuilder {
 
  private:
   void headphones(const SettingsView& view, QVBoxLayout& layout) const;
+  QWidget* hotkeyRow(const DeviceSetting& device) const;
   void musicQuality(const SettingsView& view, QVBoxLayout& layout) const;
   void mediaKeys(const SettingsView& view, QVBoxLayout& layout) const;
   void volume(const SettingsView& view, QVBoxLayout& layout) const;

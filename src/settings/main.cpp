@@ -18,12 +18,14 @@
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/app/SessionBusInstance.h"
+#include "platform/linux/hotkeys/X11Hotkeys.h"
 #include "platform/linux/log/JournalLog.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "platform/linux/settings/XdgPaths.h"
 #include "settings/OnboardingGuide.h"
 #include "settings/StatusSignal.h"
 #include "settings/SettingsWindow.h"
+#include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJFonts.h"
 
 namespace {
@@ -76,11 +78,18 @@ int main(int argc, char** argv) {
   wh::platform::SessionBusChannel channel;
   wh::Settings settings(store, notifications, false, &channel);
 
+  // The keyboard names the keys of hotkeys; nothing is grabbed here, the agent registers them.
+  wh::platform::X11Hotkeys keyboard;
+  wh::hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
+  wh::HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
+
   std::unique_ptr<wh::settingsapp::OnboardingGuide> guide;
   std::function<void()> openGuide;
   const wh::settingsapp::PageActions actions{
       [&channel](const std::string& command, const nlohmann::json& userInfo) { channel.send(command, userInfo); },
-      [&openGuide] { openGuide(); }};
+      [&openGuide] { openGuide(); },
+      [&recorder](const std::string& name, wh::HotkeyRecorder::Completion done) { recorder.record(name, std::move(done)); },
+      &keyboard};
   wh::settingsapp::SettingsWindow window(settings, actions, {agentRunning, startAgent});
   openGuide = [&] {
     if (!guide) {

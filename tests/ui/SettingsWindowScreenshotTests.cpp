@@ -3,15 +3,18 @@
 // are what the controls write and which commands reach the agent.
 #include <QApplication>
 #include <QDir>
+#include <QKeyEvent>
 
 #include <gtest/gtest.h>
 
 #include "core/app/AgentStatus.h"
+#include "doubles/FakeHotkeys.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "settings/OnboardingGuide.h"
 #include "settings/SettingsWindow.h"
 #include "support/TempDir.h"
 #include "support/TrayRig.h"
+#include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJFonts.h"
 
@@ -44,7 +47,12 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   store.set(StatusKeys::volumeApps, StoreValue::fromJson(nlohmann::json::array({{{"bundleID", "org.radio"}, {"name", "Radio"}, {"gain", 1.0}}})));
   store.set(StatusKeys::launchAtLogin, StoreValue::string("not a bool"));
 
-  settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr};
+  FakeHotkeyService keyboard;
+  hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
+  HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
+  settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr,
+                                   [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
+                                   &keyboard};
   const auto shoot = [](const QString& shot, QWidget& widget) {
     QDir().mkpath(WRENHAVEN_SCREENSHOT_DIR);
     for (const char* theme : {"light", "dark"}) {
@@ -61,7 +69,18 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   };
 
   settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
+  auto redraw = notifications.observe(Settings::changedName, [&](const std::string&) { window.refresh(); });
   window.show();
+  QApplication::processEvents();
+  // Ctrl+F5 pressed in the recorder lands in the headphones' record and on the page.
+  ASSERT_TRUE(press(window, "Record"));
+  ASSERT_NE(recorderPanel.window(), nullptr);
+  QKeyEvent ctrlF5(QEvent::KeyPress, Qt::Key_F5, Qt::ControlModifier, 96, 0, 0);
+  QApplication::sendEvent(recorderPanel.window(), &ctrlF5);
+  QApplication::processEvents();
+  EXPECT_EQ(settings.devices().at(0).hotkey, (HotkeyCombo{96, HotkeyModifier::control}));
+  const auto shownHotkey = [&] { return window.findChild<QWidget*>("hotkeyClear")->parentWidget()->parentWidget()->accessibleDescription(); };
+  EXPECT_EQ(shownHotkey(), QString("⌃F5"));
   const char* pages[] = {"headphones", "music-quality", "media-keys", "volume", "general"};
   for (int page = 0; page < 5; ++page) {
     window.showPage(static_cast<settingsapp::PageBuilder::Page>(page));
@@ -76,6 +95,9 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   }
   window.showPage(settingsapp::PageBuilder::Page::headphones);
   QApplication::processEvents();
+  EXPECT_TRUE(press(window, "Clear"));
+  EXPECT_FALSE(settings.devices().at(0).hotkey);
+  EXPECT_EQ(shownHotkey(), QString("None"));
   EXPECT_TRUE(press(window, "Toggle"));
   EXPECT_TRUE(press(window, "Remove"));
   EXPECT_TRUE(settings.devices().empty());
@@ -98,7 +120,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_TRUE(finished);
   EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
   ASSERT_EQ(settings.devices().size(), 2U - 1U);
-  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "toggle", "reload", "onboardingVisible", "reload",
+  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "toggle", "reload", "onboardingVisible", "reload",
                                                   "onboardingVisible", "reload"}));
 }
 
