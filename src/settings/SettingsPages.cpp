@@ -168,6 +168,7 @@ void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) co
   layout.addWidget(textRow("Output", view.outputQuality));
   layout.addWidget(choiceRow<CallModeOption>("During calls", allCallModeOptions, view.callMode,
                                              [this](CallModeOption option) { settings_.setCallMode(option); }));
+  microphones(view, layout);
   layout.addWidget(new nj::NJSectionHeader("Meeting apps"));
   auto* apps = new QLineEdit;
   apps->setPlaceholderText("the built-in list");
@@ -187,6 +188,30 @@ void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) co
     settings_.store().set(Keys::meetingApps, std::nullopt);
     settings_.changed(Keys::meetingApps);
   }));
+}
+
+// The microphone to keep the default input on: the chosen one is ticked; one chosen earlier and
+// unplugged since stays ticked, marked as not connected, until another is chosen.
+void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) const {
+  layout.addWidget(new nj::NJSectionHeader("Preferred microphone"));
+  if (!view.microphones) {
+    layout.addWidget(textRow("Microphones", "reading…"));
+    return;
+  }
+  for (const auto& choice : *view.microphones) {
+    auto* row = new nj::NJKitRow(qt(choice.title));
+    row->setObjectName("microphoneChoice");
+    row->setGlyph(nj::NJGlyph::mic);
+    row->setAccessibleName(qt(choice.title));
+    if (choice.chosen) {
+      row->setTrailingText("✓");
+      row->setAccessibleDescription("chosen");
+    }
+    if (choice.present && !choice.chosen) {
+      row->setAction([this, uid = choice.uid] { setPreferredInput(settings_, uid); });
+    }
+    layout.addWidget(row);
+  }
 }
 
 void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const {

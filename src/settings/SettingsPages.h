@@ -44,6 +44,7 @@ class PageBuilder {
   void headphones(const SettingsView& view, QVBoxLayout& layout) const;
   QWidget* hotkeyRow(const DeviceSetting& device) const;
   void musicQuality(const SettingsView& view, QVBoxLayout& layout) const;
+  void microphones(const SettingsView& view, QVBoxLayout& layout) const;
   void mediaKeys(const SettingsView& view, QVBoxLayout& layout) const;
   void volume(const SettingsView& view, QVBoxLayout& layout) const;
   void general(const SettingsView& view, QVBoxLayout& layout) const;

@@ -55,6 +55,11 @@ void SettingsWindow::statusAnswered() {
 
 void SettingsWindow::showPage(PageBuilder::Page page) { navigation_->setCurrentRow(static_cast<int>(page)); }
 
+void SettingsWindow::setAudioDevices(std::vector<AudioDevice> devices) {
+  devices_ = std::move(devices);
+  refresh();
+}
+
 void SettingsWindow::refresh() {
   if (redrawQueued_) return;
   redrawQueued_ = true;
@@ -81,7 +86,7 @@ void SettingsWindow::redraw() {
 void SettingsWindow::rebuildPage() {
   auto* page = new QWidget;
   auto* layout = new QVBoxLayout(page);
-  pages_.build(static_cast<PageBuilder::Page>(std::max(0, navigation_->currentRow())), readView(settings_), *layout);
+  pages_.build(static_cast<PageBuilder::Page>(std::max(0, navigation_->currentRow())), readView(settings_, devices_), *layout);
   content_->setWidget(page);  // deletes the page drawn before
 }
 

@@ -34,6 +34,8 @@ class SettingsWindow final : public QWidget {
   void refresh();
   void statusAnswered();
   void showPage(PageBuilder::Page page);
+  // The sound server's devices, for the microphone choice.
+  void setAudioDevices(std::vector<AudioDevice> devices);
 
  private:
   void redraw();
@@ -42,6 +44,7 @@ class SettingsWindow final : public QWidget {
   Settings& settings_;
   PageBuilder pages_;
   Agent agent_;
+  std::optional<std::vector<AudioDevice>> devices_;
   bool fresh_ = false;
   bool redrawQueued_ = false;
   QLabel* banner_;

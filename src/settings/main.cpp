@@ -18,10 +18,13 @@
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/app/SessionBusInstance.h"
+#include "platform/linux/audio/PulseAudioHardware.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
 #include "platform/linux/log/JournalLog.h"
+#include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "platform/linux/settings/XdgPaths.h"
+#include "settings/AudioInputs.h"
 #include "settings/OnboardingGuide.h"
 #include "settings/StatusSignal.h"
 #include "settings/SettingsWindow.h"
@@ -91,6 +94,14 @@ int main(int argc, char** argv) {
       [&recorder](const std::string& name, wh::HotkeyRecorder::Completion done) { recorder.record(name, std::move(done)); },
       &keyboard};
   wh::settingsapp::SettingsWindow window(settings, actions, {agentRunning, startAgent});
+  // The computer's microphones, from the sound server, read off the main thread.
+  wh::platform::QtRuntime runtime;
+  wh::platform::PulseAudioHardware::Options audioOptions;
+  audioOptions.clientName = "Wrenhaven Settings";
+  wh::platform::PulseAudioHardware audio(runtime.main(), audioOptions);
+  wh::settingsapp::AudioInputs inputs(runtime, audio, [&window](std::vector<wh::AudioDevice> devices) {
+    window.setAudioDevices(std::move(devices));
+  });
   openGuide = [&] {
     if (!guide) {
       guide = std::make_unique<wh::settingsapp::OnboardingGuide>(settings, actions);

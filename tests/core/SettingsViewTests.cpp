@@ -59,6 +59,42 @@ TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
   }
 }
 
+// The microphone choice: the built-in one first, every other input that is neither Bluetooth nor
+// aggregate, and a stored microphone that is gone kept as the (disabled) choice.
+TEST(SettingsViewTest, MicrophoneChoicesFollowTheInputs) {
+  const auto in = [](AudioObjectID id, const char* uid, const char* name, std::uint32_t transport) {
+    return AudioDevice{id, uid, name, transport, true, false};
+  };
+  const std::vector<AudioDevice> devices{
+      {1, "alsa_output.pci", "Speakers", Transport::builtIn, false, true}, in(2, "alsa_input.pci", "Built-in Audio", Transport::builtIn),
+      in(3, "alsa_input.usb-yeti", "Yeti", fourCharCode("usb ")), in(4, "bluez_input.aa", "Buds", Transport::bluetooth),
+      in(5, "combined", "Combined", Transport::aggregate), in(6, "alsa_input.usb-mini", "Mini", fourCharCode("usb "))};
+  struct Case {
+    std::optional<std::string> stored;
+    std::vector<std::string> titles;
+    size_t chosen;
+  };
+  const std::vector<Case> cases = {
+      {std::nullopt, {builtInMicrophoneTitle, "Yeti", "Mini"}, 0},
+      {"alsa_input.usb-mini", {builtInMicrophoneTitle, "Yeti", "Mini"}, 2},
+      {"alsa_input.pci", {builtInMicrophoneTitle, "Yeti", "Mini"}, 0},
+      {"alsa_input.usb-gone", {builtInMicrophoneTitle, "Yeti", "Mini", "alsa_input.usb-gone (not connected)"}, 3},
+  };
+  for (const auto& c : cases) {
+    MemoryStore store;
+    NotificationCenter notifications;
+    Settings settings(store, notifications, false, nullptr);
+    if (c.stored) setPreferredInput(settings, *c.stored);
+    EXPECT_FALSE(readView(settings).microphones) << "the inputs are not read yet";
+    const auto choices = readView(settings, devices).microphones.value();
+    std::vector<std::string> titles;
+    for (const auto& choice : choices) titles.push_back(choice.title);
+    EXPECT_EQ(titles, c.titles) << c.stored.value_or("none");
+    for (size_t i = 0; i < choices.size(); ++i) EXPECT_EQ(choices[i].chosen, i == c.chosen) << choices[i].title;
+    EXPECT_EQ(choices.back().present, c.titles.size() == 3) << c.stored.value_or("none");
+  }
+}
+
 // Every edit lands in the store through the facade, and the agent is told to reload.
 TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
   struct Recorder final : CommandSender {
@@ -75,6 +111,10 @@ TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
   setAppVolume(settings, "org.a", {0.25F, false});
   setAppVolume(settings, "org.b", {1.0F, true});
   setFlag(settings, Keys::hideMenuIcon, true);
+  setPreferredInput(settings, "alsa_input.usb-yeti");
+  EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
+  setPreferredInput(settings, "");
+  EXPECT_FALSE(store.object(Keys::preferredInputUID)) << "the built-in microphone is no stored choice";
 
   const auto view = readView(settings);
   ASSERT_EQ(view.headphones.size(), 1U);
@@ -83,7 +123,7 @@ TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
   EXPECT_EQ(settings.appVolumes().size(), 2U);
   EXPECT_FLOAT_EQ(settings.appVolumes()["org.a"].gain, 0.25F);
   EXPECT_FALSE(view.showTrayIcon);
-  EXPECT_EQ(std::ranges::count(commands.sent, "reload"), 5);
+  EXPECT_EQ(std::ranges::count(commands.sent, "reload"), 7);
 }
 
 }  // namespace

@@ -4,14 +4,20 @@
 #include <QApplication>
 #include <QDir>
 #include <QKeyEvent>
+#include <QTest>
+
+#include <iostream>
 
 #include <gtest/gtest.h>
 
 #include "core/app/AgentStatus.h"
 #include "doubles/FakeHotkeys.h"
+#include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/settings/JsonFileStore.h"
+#include "settings/AudioInputs.h"
 #include "settings/OnboardingGuide.h"
 #include "settings/SettingsWindow.h"
+#include "support/PulseRig.h"
 #include "support/TempDir.h"
 #include "support/TrayRig.h"
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
@@ -81,11 +87,32 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_EQ(settings.devices().at(0).hotkey, (HotkeyCombo{96, HotkeyModifier::control}));
   const auto shownHotkey = [&] { return window.findChild<QWidget*>("hotkeyClear")->parentWidget()->parentWidget()->accessibleDescription(); };
   EXPECT_EQ(shownHotkey(), QString("⌃F5"));
+  // The microphones come from a private sound server through the program's own reader.
+  auto computer = PulseRig::laptopWithHeadphones();
+  computer.push_back({false, "alsa_input.usb-yeti", "Yeti", 48000, 1, {{"device.bus", "usb"}}});
+  PulseRig sound(computer);
+  platform::QtRuntime runtime;
+  platform::PulseAudioHardware::Options server;
+  server.server = sound.server();
+  platform::PulseAudioHardware audio(runtime.main(), server);
+  std::optional<settingsapp::AudioInputs> inputs;
+  if (sound.available()) inputs.emplace(runtime, audio, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
+  else std::cout << "no microphone choice without a sound server: " << sound.whyNot() << "\n";
+  const auto microphones = [&] { return window.findChildren<nj::NJKitRow*>("microphoneChoice"); };
   const char* pages[] = {"headphones", "music-quality", "media-keys", "volume", "general"};
   for (int page = 0; page < 5; ++page) {
     window.showPage(static_cast<settingsapp::PageBuilder::Page>(page));
     QApplication::processEvents();
+    if (page == 1 && inputs) {
+      ASSERT_TRUE(QTest::qWaitFor([&] { return microphones().size() == 2; }));
+      EXPECT_EQ(microphones()[0]->accessibleDescription(), "chosen") << "nothing stored: the built-in microphone";
+    }
     shoot(pages[page], window);
+    if (page == 1 && inputs) {
+      ASSERT_EQ(microphones()[1]->accessibleName(), "Yeti") << "neither Bluetooth input is offered";
+      QTest::mouseClick(microphones()[1], Qt::LeftButton);
+      EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
+    }
     if (page == 3) {
       auto* slider = window.findChild<nj::NJSlider*>();
       ASSERT_NE(slider, nullptr) << "the running app has a volume slider";
@@ -120,8 +147,10 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_TRUE(finished);
   EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
   ASSERT_EQ(settings.devices().size(), 2U - 1U);
-  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "toggle", "reload", "onboardingVisible", "reload",
-                                                  "onboardingVisible", "reload"}));
+  // Saving the headphones, their hotkey twice, the microphone (with a sound server), a volume: each tells the agent.
+  std::vector<std::string> expected(inputs ? 5 : 4, "reload");
+  expected.insert(expected.end(), {"toggle", "reload", "onboardingVisible", "reload", "onboardingVisible", "reload"});
+  EXPECT_EQ(agent.sent, expected);
 }
 
 }  // namespace
