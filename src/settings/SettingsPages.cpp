@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "core/settings/Records.h"
+#include "ui/kit/NJAboutWindow.h"
 #include "ui/kit/NJControls.h"
 
 namespace wh::settingsapp {
@@ -277,6 +278,30 @@ void PageBuilder::general(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(buttonRow("First-run guide", "Open", [this] {
     if (actions_.openGuide) actions_.openGuide();
   }));
+  for (const auto& [title, button, name, action] :
+       {std::tuple{"Something not working?", "Report a Problem", "reportProblem", actions_.reportProblem},
+        std::tuple{"About Wrenhaven", "About", "about", std::function<void()>([this] { showAbout(); })}}) {
+    auto* row = buttonRow(title, button, [action] {
+      if (action) action();
+    });
+    row->findChild<nj::NJButton*>()->setObjectName(name);
+    layout.addWidget(row);
+  }
+}
+
+}  // namespace wh::settingsapp
+
+namespace wh::settingsapp {
+
+// The kit's About window, one at a time.
+void PageBuilder::showAbout() const {
+  if (!about_) {
+    about_ = new nj::NJAboutWindow(qt(actions_.version));
+    about_->setAttribute(Qt::WA_DeleteOnClose);
+  }
+  about_->show();
+  about_->raise();
+  about_->activateWindow();
 }
 
 }  // namespace wh::settingsapp

@@ -3,6 +3,7 @@
 // control writes through `Settings` at once; the pages are drawn again whenever the store or the
 // agent's status changes.
 
+#include <QPointer>
 #include <QWidget>
 
 #include <functional>
@@ -15,6 +16,10 @@
 
 class QVBoxLayout;
 
+namespace nj {
+class NJAboutWindow;
+}
+
 namespace wh::settingsapp {
 
 // What the pages ask of the program around them.
@@ -25,6 +30,8 @@ struct PageActions {
   std::function<void(const std::string& name, HotkeyRecorder::Completion done)> recordHotkey;
   // Names the keys of the hotkeys shown; null: the fixed names and numbers only.
   const KeyboardLayout* keyboard = nullptr;
+  std::function<void()> reportProblem;  // opens the report panel
+  std::string version;                  // shown in the About window ("0.1.0 (1)")
 };
 
 // Fills `layout` with one page's rows for `view`.
@@ -49,8 +56,11 @@ class PageBuilder {
   void volume(const SettingsView& view, QVBoxLayout& layout) const;
   void general(const SettingsView& view, QVBoxLayout& layout) const;
 
+  void showAbout() const;
+
   Settings& settings_;
   PageActions actions_;
+  mutable QPointer<nj::NJAboutWindow> about_;
 };
 
 }  // namespace wh::settingsapp

@@ -37,7 +37,11 @@ class SettingsWindow final : public QWidget {
   // The sound server's devices, for the microphone choice.
   void setAudioDevices(std::vector<AudioDevice> devices);
 
+ protected:
+  void changeEvent(QEvent* event) override;
+
  private:
+  void styleNavigation();
   void redraw();
   void rebuildPage();
 

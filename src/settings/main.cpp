@@ -18,7 +18,6 @@
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/app/SessionBusInstance.h"
-#include "platform/linux/audio/PulseAudioHardware.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
 #include "platform/linux/log/JournalLog.h"
 #include "platform/linux/runtime/QtRuntime.h"
@@ -27,6 +26,7 @@
 #include "settings/AudioInputs.h"
 #include "settings/OnboardingGuide.h"
 #include "settings/StatusSignal.h"
+#include "settings/SettingsReport.h"
 #include "settings/SettingsWindow.h"
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJFonts.h"
@@ -81,6 +81,13 @@ int main(int argc, char** argv) {
   wh::platform::SessionBusChannel channel;
   wh::Settings settings(store, notifications, false, &channel);
 
+  wh::platform::QtRuntime runtime;
+  // The sound server: the microphones to choose from, and the diagnostics of a problem report.
+  wh::platform::PulseAudioHardware::Options audioOptions;
+  audioOptions.clientName = "Wrenhaven Settings";
+  wh::platform::AudioStack audio(runtime, audioOptions);
+  wh::settingsapp::SettingsReport report(runtime, settings, audio, build,
+                                         {wh::build::kReportService, wh::build::kSupportAddress});
   // The keyboard names the keys of hotkeys; nothing is grabbed here, the agent registers them.
   wh::platform::X11Hotkeys keyboard;
   wh::hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
@@ -92,14 +99,12 @@ int main(int argc, char** argv) {
       [&channel](const std::string& command, const nlohmann::json& userInfo) { channel.send(command, userInfo); },
       [&openGuide] { openGuide(); },
       [&recorder](const std::string& name, wh::HotkeyRecorder::Completion done) { recorder.record(name, std::move(done)); },
-      &keyboard};
+      &keyboard,
+      [&report] { report.show(); },
+      build.versionText()};
   wh::settingsapp::SettingsWindow window(settings, actions, {agentRunning, startAgent});
-  // The computer's microphones, from the sound server, read off the main thread.
-  wh::platform::QtRuntime runtime;
-  wh::platform::PulseAudioHardware::Options audioOptions;
-  audioOptions.clientName = "Wrenhaven Settings";
-  wh::platform::PulseAudioHardware audio(runtime.main(), audioOptions);
-  wh::settingsapp::AudioInputs inputs(runtime, audio, [&window](std::vector<wh::AudioDevice> devices) {
+  // The computer's microphones, read off the main thread.
+  wh::settingsapp::AudioInputs inputs(runtime, audio.hardware, [&window](std::vector<wh::AudioDevice> devices) {
     window.setAudioDevices(std::move(devices));
   });
   openGuide = [&] {

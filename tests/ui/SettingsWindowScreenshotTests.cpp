@@ -15,6 +15,7 @@
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "settings/AudioInputs.h"
+#include "settings/SettingsReport.h"
 #include "settings/OnboardingGuide.h"
 #include "settings/SettingsWindow.h"
 #include "support/PulseRig.h"
@@ -53,12 +54,22 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   store.set(StatusKeys::volumeApps, StoreValue::fromJson(nlohmann::json::array({{{"bundleID", "org.radio"}, {"name", "Radio"}, {"gain", 1.0}}})));
   store.set(StatusKeys::launchAtLogin, StoreValue::string("not a bool"));
 
+  // The microphones come from a private sound server through the program's own reader.
+  auto computer = PulseRig::laptopWithHeadphones();
+  computer.push_back({false, "alsa_input.usb-yeti", "Yeti", 48000, 1, {{"device.bus", "usb"}}});
+  PulseRig sound(computer);
+  platform::QtRuntime runtime;
+  platform::PulseAudioHardware::Options server;
+  server.server = sound.server();
+  platform::AudioStack audio(runtime, server);
+  // The report is built here on that server and, with no service to send it to, says so.
+  settingsapp::SettingsReport report(runtime, settings, audio, {"org.example", "1.0", "1"}, {"", "help@example.com"});
   FakeHotkeyService keyboard;
   hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
   HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
   settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr,
                                    [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
-                                   &keyboard};
+                                   &keyboard, [&report] { report.show(); }, "1.0 (1)"};
   const auto shoot = [](const QString& shot, QWidget& widget) {
     QDir().mkpath(WRENHAVEN_SCREENSHOT_DIR);
     for (const char* theme : {"light", "dark"}) {
@@ -75,6 +86,9 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   };
 
   settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
+  std::optional<settingsapp::AudioInputs> inputs;
+  if (sound.available()) inputs.emplace(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
+  else std::cout << "no microphone choice without a sound server: " << sound.whyNot() << "\n";
   auto redraw = notifications.observe(Settings::changedName, [&](const std::string&) { window.refresh(); });
   window.show();
   QApplication::processEvents();
@@ -87,17 +101,6 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_EQ(settings.devices().at(0).hotkey, (HotkeyCombo{96, HotkeyModifier::control}));
   const auto shownHotkey = [&] { return window.findChild<QWidget*>("hotkeyClear")->parentWidget()->parentWidget()->accessibleDescription(); };
   EXPECT_EQ(shownHotkey(), QString("⌃F5"));
-  // The microphones come from a private sound server through the program's own reader.
-  auto computer = PulseRig::laptopWithHeadphones();
-  computer.push_back({false, "alsa_input.usb-yeti", "Yeti", 48000, 1, {{"device.bus", "usb"}}});
-  PulseRig sound(computer);
-  platform::QtRuntime runtime;
-  platform::PulseAudioHardware::Options server;
-  server.server = sound.server();
-  platform::PulseAudioHardware audio(runtime.main(), server);
-  std::optional<settingsapp::AudioInputs> inputs;
-  if (sound.available()) inputs.emplace(runtime, audio, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
-  else std::cout << "no microphone choice without a sound server: " << sound.whyNot() << "\n";
   const auto microphones = [&] { return window.findChildren<nj::NJKitRow*>("microphoneChoice"); };
   const char* pages[] = {"headphones", "music-quality", "media-keys", "volume", "general"};
   for (int page = 0; page < 5; ++page) {
@@ -112,6 +115,18 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
       ASSERT_EQ(microphones()[1]->accessibleName(), "Yeti") << "neither Bluetooth input is offered";
       QTest::mouseClick(microphones()[1], Qt::LeftButton);
       EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
+    }
+    if (page == 4) {
+      const auto shown = [](const char* title) {
+        return QTest::qWaitFor([title] { return std::ranges::any_of(QApplication::topLevelWidgets(), [title](QWidget* top) {
+          return top->isVisible() && (top->objectName() == title || top->windowTitle() == title);
+        }); });
+      };
+      EXPECT_TRUE(press(window, "About") && shown("About Wrenhaven"));
+      ASSERT_TRUE(press(window, "Report a Problem") && shown("reportPanel"));
+      const auto tops = QApplication::topLevelWidgets();
+      ASSERT_TRUE(press(**std::ranges::find(tops, QString("reportPanel"), &QObject::objectName), "Send Report"));
+      EXPECT_TRUE(shown("Could not send the report.")) << "the archive was put together";
     }
     if (page == 3) {
       auto* slider = window.findChild<nj::NJSlider*>();
