@@ -6,7 +6,6 @@
 #include <QDBusConnectionInterface>
 #include <QDBusServiceWatcher>
 #include <QFileInfo>
-#include <QFileSystemWatcher>
 #include <QProcess>
 
 #include <memory>
@@ -25,6 +24,7 @@
 #include "platform/linux/settings/XdgPaths.h"
 #include "settings/AudioInputs.h"
 #include "settings/OnboardingGuide.h"
+#include "settings/SettingsFileWatch.h"
 #include "settings/StatusSignal.h"
 #include "settings/SettingsReport.h"
 #include "settings/SettingsWindow.h"
@@ -129,17 +129,7 @@ int main(int argc, char** argv) {
 
   // Follow the store: this program's own writes, the other program's, and edits by hand.
   auto changed = notifications.observe(wh::Settings::changedName, [&](const std::string&) { redraw(); });
-  QFileSystemWatcher watcher;
-  watcher.addPath(QString::fromStdString(file.parent_path().string()));
-  if (std::filesystem::exists(file)) watcher.addPath(QString::fromStdString(file.string()));
-  const auto fileChanged = [&] {
-    if (std::filesystem::exists(file) && !watcher.files().contains(QString::fromStdString(file.string()))) {
-      watcher.addPath(QString::fromStdString(file.string()));
-    }
-    redraw();
-  };
-  QObject::connect(&watcher, &QFileSystemWatcher::fileChanged, &window, fileChanged);
-  QObject::connect(&watcher, &QFileSystemWatcher::directoryChanged, &window, fileChanged);
+  wh::settingsapp::SettingsFileWatch fileWatch(file, redraw);
 
   // Follow the agent: its status signal, and it starting or ending.
   wh::settingsapp::StatusSignal status(QDBusConnection::sessionBus(), [&] {

@@ -6,6 +6,7 @@
 #include <QKeyEvent>
 #include <QTest>
 
+#include <fstream>
 #include <iostream>
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 #include "settings/AudioInputs.h"
 #include "settings/SettingsReport.h"
 #include "settings/OnboardingGuide.h"
+#include "settings/SettingsFileWatch.h"
 #include "settings/SettingsWindow.h"
 #include "support/PulseRig.h"
 #include "support/TempDir.h"
@@ -89,6 +91,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   std::optional<settingsapp::AudioInputs> inputs;
   if (sound.available()) inputs.emplace(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
   else std::cout << "no microphone choice without a sound server: " << sound.whyNot() << "\n";
+  settingsapp::SettingsFileWatch fileWatch(home.path() / "settings.json", [&] { window.refresh(); });
   auto redraw = notifications.observe(Settings::changedName, [&](const std::string&) { window.refresh(); });
   window.show();
   QApplication::processEvents();
@@ -127,6 +130,14 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
       const auto tops = QApplication::topLevelWidgets();
       ASSERT_TRUE(press(**std::ranges::find(tops, QString("reportPanel"), &QObject::objectName), "Send Report"));
       EXPECT_TRUE(shown("Could not send the report.")) << "the archive was put together";
+      auto edited = nlohmann::json::parse(std::ifstream(home.path() / "settings.json"));
+      edited["hideMenuIcon"] = true;
+      std::ofstream(home.path() / "settings.json") << edited;
+      EXPECT_TRUE(QTest::qWaitFor([&] {
+        return std::ranges::any_of(window.findChildren<nj::NJSwitch*>(), [](nj::NJSwitch* control) {
+          return control->accessibleName() == "Show the tray icon" && !control->isChecked();
+        });
+      })) << "the file edited by hand while the window is open: the page follows";
     }
     if (page == 3) {
       auto* slider = window.findChild<nj::NJSlider*>();
