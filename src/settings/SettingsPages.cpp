@@ -76,6 +76,7 @@ QWidget* PageBuilder::switchRow(const QString& title, bool on, std::function<voi
   control->setCheckable(true);
   control->setChecked(on);
   control->setAccessibleName(title);
+  control->setObjectName(title);
   QObject::connect(control, &QAbstractButton::toggled, control, [changed = std::move(changed)](bool value) { changed(value); });
   row->setTrailing(control);
   return row;

@@ -62,36 +62,27 @@ TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
 // The microphone choice: the built-in one first, every other input that is neither Bluetooth nor
 // aggregate, and a stored microphone that is gone kept as the (disabled) choice.
 TEST(SettingsViewTest, MicrophoneChoicesFollowTheInputs) {
-  const auto in = [](AudioObjectID id, const char* uid, const char* name, std::uint32_t transport) {
-    return AudioDevice{id, uid, name, transport, true, false};
-  };
-  const std::vector<AudioDevice> devices{
-      {1, "alsa_output.pci", "Speakers", Transport::builtIn, false, true}, in(2, "alsa_input.pci", "Built-in Audio", Transport::builtIn),
-      in(3, "alsa_input.usb-yeti", "Yeti", fourCharCode("usb ")), in(4, "bluez_input.aa", "Buds", Transport::bluetooth),
-      in(5, "combined", "Combined", Transport::aggregate), in(6, "alsa_input.usb-mini", "Mini", fourCharCode("usb "))};
-  struct Case {
-    std::optional<std::string> stored;
-    std::vector<std::string> titles;
-    size_t chosen;
-  };
-  const std::vector<Case> cases = {
-      {std::nullopt, {builtInMicrophoneTitle, "Yeti", "Mini"}, 0},
-      {"alsa_input.usb-mini", {builtInMicrophoneTitle, "Yeti", "Mini"}, 2},
-      {"alsa_input.pci", {builtInMicrophoneTitle, "Yeti", "Mini"}, 0},
-      {"alsa_input.usb-gone", {builtInMicrophoneTitle, "Yeti", "Mini", "alsa_input.usb-gone (not connected)"}, 3},
-  };
-  for (const auto& c : cases) {
+  const auto in = [](AudioObjectID id, const char* uid, std::uint32_t transport) { return AudioDevice{id, uid, uid, transport, true, false}; };
+  const std::vector<AudioDevice> devices{{1, "speakers", "speakers", Transport::builtIn, false, true}, in(2, "pci", Transport::builtIn),
+                                         in(3, "yeti", fourCharCode("usb ")), in(4, "buds", Transport::bluetooth),
+                                         in(5, "combined", Transport::aggregate), in(6, "mini", fourCharCode("usb "))};
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {  // stored, titles with the chosen one in []
+      {"", {"[Built-in Microphone]", "yeti", "mini"}},
+      {"mini", {"Built-in Microphone", "yeti", "[mini]"}},
+      {"pci", {"[Built-in Microphone]", "yeti", "mini"}},
+      {"gone", {"Built-in Microphone", "yeti", "mini", "[gone (not connected)]"}}};
+  for (const auto& [stored, expected] : cases) {
     MemoryStore store;
     NotificationCenter notifications;
     Settings settings(store, notifications, false, nullptr);
-    if (c.stored) setPreferredInput(settings, *c.stored);
-    EXPECT_FALSE(readView(settings).microphones) << "the inputs are not read yet";
-    const auto choices = readView(settings, devices).microphones.value();
+    setPreferredInput(settings, stored);
+    const auto view = readView(settings, devices);
     std::vector<std::string> titles;
-    for (const auto& choice : choices) titles.push_back(choice.title);
-    EXPECT_EQ(titles, c.titles) << c.stored.value_or("none");
-    for (size_t i = 0; i < choices.size(); ++i) EXPECT_EQ(choices[i].chosen, i == c.chosen) << choices[i].title;
-    EXPECT_EQ(choices.back().present, c.titles.size() == 3) << c.stored.value_or("none");
+    for (const auto& choice : view.microphones.value()) {
+      titles.push_back(choice.chosen ? "[" + choice.title + "]" : choice.title);
+      EXPECT_EQ(choice.present, choice.uid != "gone") << choice.title;
+    }
+    EXPECT_EQ(titles, expected) << stored;
   }
 }
 

@@ -6,8 +6,6 @@
 #include <QKeyEvent>
 #include <QTest>
 
-#include <fstream>
-#include <iostream>
 
 #include <gtest/gtest.h>
 
@@ -56,15 +54,15 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   store.set(StatusKeys::volumeApps, StoreValue::fromJson(nlohmann::json::array({{{"bundleID", "org.radio"}, {"name", "Radio"}, {"gain", 1.0}}})));
   store.set(StatusKeys::launchAtLogin, StoreValue::string("not a bool"));
 
-  // The microphones come from a private sound server through the program's own reader.
+  // A private sound server: the microphones to choose from, and the report's (which has no service to go to).
   auto computer = PulseRig::laptopWithHeadphones();
   computer.push_back({false, "alsa_input.usb-yeti", "Yeti", 48000, 1, {{"device.bus", "usb"}}});
   PulseRig sound(computer);
+  if (!sound.available()) GTEST_SKIP() << sound.whyNot();
   platform::QtRuntime runtime;
   platform::PulseAudioHardware::Options server;
   server.server = sound.server();
   platform::AudioStack audio(runtime, server);
-  // The report is built here on that server and, with no service to send it to, says so.
   settingsapp::SettingsReport report(runtime, settings, audio, {"org.example", "1.0", "1"}, {"", "help@example.com"});
   FakeHotkeyService keyboard;
   hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
@@ -88,16 +86,13 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   };
 
   settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
-  std::optional<settingsapp::AudioInputs> inputs;
-  if (sound.available()) inputs.emplace(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
-  else std::cout << "no microphone choice without a sound server: " << sound.whyNot() << "\n";
+  settingsapp::AudioInputs inputs(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
   settingsapp::SettingsFileWatch fileWatch(home.path() / "settings.json", [&] { window.refresh(); });
   auto redraw = notifications.observe(Settings::changedName, [&](const std::string&) { window.refresh(); });
   window.show();
   QApplication::processEvents();
   // Ctrl+F5 pressed in the recorder lands in the headphones' record and on the page.
   ASSERT_TRUE(press(window, "Record"));
-  ASSERT_NE(recorderPanel.window(), nullptr);
   QKeyEvent ctrlF5(QEvent::KeyPress, Qt::Key_F5, Qt::ControlModifier, 96, 0, 0);
   QApplication::sendEvent(recorderPanel.window(), &ctrlF5);
   QApplication::processEvents();
@@ -105,39 +100,28 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   const auto shownHotkey = [&] { return window.findChild<QWidget*>("hotkeyClear")->parentWidget()->parentWidget()->accessibleDescription(); };
   EXPECT_EQ(shownHotkey(), QString("⌃F5"));
   const auto microphones = [&] { return window.findChildren<nj::NJKitRow*>("microphoneChoice"); };
+  const auto shown = [](const char* title) { return QTest::qWaitFor([title] { return std::ranges::any_of(QApplication::topLevelWidgets(),
+      [title](QWidget* top) { return top->isVisible() && (top->objectName() == title || top->windowTitle() == title); }); }); };
   const char* pages[] = {"headphones", "music-quality", "media-keys", "volume", "general"};
   for (int page = 0; page < 5; ++page) {
     window.showPage(static_cast<settingsapp::PageBuilder::Page>(page));
     QApplication::processEvents();
-    if (page == 1 && inputs) {
-      ASSERT_TRUE(QTest::qWaitFor([&] { return microphones().size() == 2; }));
-      EXPECT_EQ(microphones()[0]->accessibleDescription(), "chosen") << "nothing stored: the built-in microphone";
-    }
+    if (page == 1) { ASSERT_TRUE(QTest::qWaitFor([&] { return microphones().size() == 2; })); }
     shoot(pages[page], window);
-    if (page == 1 && inputs) {
-      ASSERT_EQ(microphones()[1]->accessibleName(), "Yeti") << "neither Bluetooth input is offered";
+    if (page == 1) {
+      EXPECT_EQ(microphones()[0]->accessibleDescription() + microphones()[1]->accessibleName(), "chosenYeti") << "no Bluetooth input";
       QTest::mouseClick(microphones()[1], Qt::LeftButton);
       EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
     }
     if (page == 4) {
-      const auto shown = [](const char* title) {
-        return QTest::qWaitFor([title] { return std::ranges::any_of(QApplication::topLevelWidgets(), [title](QWidget* top) {
-          return top->isVisible() && (top->objectName() == title || top->windowTitle() == title);
-        }); });
-      };
       EXPECT_TRUE(press(window, "About") && shown("About Wrenhaven"));
       ASSERT_TRUE(press(window, "Report a Problem") && shown("reportPanel"));
       const auto tops = QApplication::topLevelWidgets();
       ASSERT_TRUE(press(**std::ranges::find(tops, QString("reportPanel"), &QObject::objectName), "Send Report"));
       EXPECT_TRUE(shown("Could not send the report.")) << "the archive was put together";
-      auto edited = nlohmann::json::parse(std::ifstream(home.path() / "settings.json"));
-      edited["hideMenuIcon"] = true;
-      std::ofstream(home.path() / "settings.json") << edited;
-      EXPECT_TRUE(QTest::qWaitFor([&] {
-        return std::ranges::any_of(window.findChildren<nj::NJSwitch*>(), [](nj::NJSwitch* control) {
-          return control->accessibleName() == "Show the tray icon" && !control->isChecked();
-        });
-      })) << "the file edited by hand while the window is open: the page follows";
+      platform::JsonFileStore(home.path() / "settings.json").set(Keys::hideMenuIcon, StoreValue::boolean(true));
+      EXPECT_TRUE(QTest::qWaitFor([&] { return !window.findChild<nj::NJSwitch*>("Show the tray icon")->isChecked(); }))
+          << "the file edited by hand while the window is open: the tray icon switch follows";
     }
     if (page == 3) {
       auto* slider = window.findChild<nj::NJSlider*>();
@@ -150,7 +134,6 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   QApplication::processEvents();
   EXPECT_TRUE(press(window, "Clear"));
   EXPECT_FALSE(settings.devices().at(0).hotkey);
-  EXPECT_EQ(shownHotkey(), QString("None"));
   EXPECT_TRUE(press(window, "Toggle"));
   EXPECT_TRUE(press(window, "Remove"));
   EXPECT_TRUE(settings.devices().empty());
@@ -173,10 +156,8 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_TRUE(finished);
   EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
   ASSERT_EQ(settings.devices().size(), 2U - 1U);
-  // Saving the headphones, their hotkey twice, the microphone (with a sound server), a volume: each tells the agent.
-  std::vector<std::string> expected(inputs ? 5 : 4, "reload");
-  expected.insert(expected.end(), {"toggle", "reload", "onboardingVisible", "reload", "onboardingVisible", "reload"});
-  EXPECT_EQ(agent.sent, expected);
+  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "toggle", "reload",
+                                                  "onboardingVisible", "reload", "onboardingVisible", "reload"}));
 }
 
 }  // namespace
