@@ -279,20 +279,17 @@ void PageBuilder::general(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(buttonRow("First-run guide", "Open", [this] {
     if (actions_.openGuide) actions_.openGuide();
   }));
-  for (const auto& [title, button, name, action] :
-       {std::tuple{"Something not working?", "Report a Problem", "reportProblem", actions_.reportProblem},
-        std::tuple{"About Wrenhaven", "About", "about", std::function<void()>([this] { showAbout(); })}}) {
-    auto* row = buttonRow(title, button, [action] {
-      if (action) action();
-    });
-    row->findChild<nj::NJButton*>()->setObjectName(name);
+  const auto add = [&layout](nj::NJKitRow* row, const char* buttonName) {
+    row->findChild<nj::NJButton*>()->setObjectName(buttonName);
     layout.addWidget(row);
-  }
+  };
+  add(buttonRow("Something not working?", "Report a Problem",
+                [this] {
+                  if (actions_.reportProblem) actions_.reportProblem();
+                }),
+      "reportProblem");
+  add(buttonRow("About Wrenhaven", "About", [this] { showAbout(); }), "about");
 }
-
-}  // namespace wh::settingsapp
-
-namespace wh::settingsapp {
 
 // The kit's About window, one at a time.
 void PageBuilder::showAbout() const {
