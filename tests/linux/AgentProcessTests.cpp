@@ -97,7 +97,6 @@ TEST_F(AgentProcessTest, ASecondSettingsProgramHandsOverToTheFirstAndEnds) {
   test::XvfbDisplay display;
   test::DBusDaemon bus;
   if (!display.available || !bus.available()) GTEST_SKIP() << "no Xvfb and xdotool, or " << bus.whyNot();
-  home.writeSettings({{"onboardingDone", true}});
   auto env = environment(bus.address(), false);
   env["DISPLAY"] = display.name;
   // Qt's X11 platform (libxkbcommon-x11) trips the sanitizer's strict string checks: off, as in ui_tests.
