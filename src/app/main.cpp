@@ -31,6 +31,7 @@
 #include "platform/linux/log/JournalLog.h"
 #include "platform/linux/report/CrashReports.h"
 #include "platform/linux/report/LibarchiveZip.h"
+#include "platform/linux/report/LocalDiagnostics.h"
 #include "platform/linux/report/QtReportUploader.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "platform/linux/bluetooth/LogindSleepWatcher.h"
@@ -69,31 +70,8 @@ bool useOffscreenWithoutDisplay() {
   return true;
 }
 
-// The sound server and what the agent knows of the processes that use it.
-struct AudioStack {
-  explicit AudioStack(wh::Runtime& runtime)
-      : hardware(runtime.main()), grouping(processTable, desktopEntries), processes(runtime, hardware, grouping) {}
-
-  wh::platform::PulseAudioHardware hardware;
-  wh::platform::ProcFsProcessTable processTable;
-  wh::platform::XdgDesktopEntries desktopEntries;
-  wh::AppGrouping grouping;
-  wh::AudioProcessMonitor processes;
-};
-
-// What the diagnostics text reads besides the sound server.
-wh::Diagnose::Sources diagnoseSources(const wh::BuildInfo& build, wh::Settings& settings, wh::InputPinner& pinner,
-                                      wh::platform::BluezUPowerBatterySources& batteries) {
-  wh::Diagnose::Sources sources;
-  sources.build = build;
-  sources.systemVersion = wh::platform::systemVersion();
-  sources.preferredMicrophone = [&pinner] { return pinner.preferredMicrophone(); };
-  sources.meetingApps = wh::CallDetector::meetingApps(settings);
-  sources.batteryEntries = [&batteries] { return batteries.readLive(); };
-  sources.inputAccess = wh::platform::inputAccess();
-  sources.hotkeysProblem = wh::platform::X11Hotkeys::sessionProblem();
-  return sources;
-}
+using wh::platform::AudioStack;
+using wh::platform::diagnoseSources;
 
 // The diagnostics text, read from the sound server without a display or a log. The Qt
 // application only gives the adapter's listener reports a main queue; it never runs.

@@ -8,6 +8,7 @@
 #include <cmath>
 
 #include "core/settings/Records.h"
+#include "ui/kit/NJAboutWindow.h"
 #include "ui/kit/NJControls.h"
 
 namespace wh::settingsapp {
@@ -75,6 +76,7 @@ QWidget* PageBuilder::switchRow(const QString& title, bool on, std::function<voi
   control->setCheckable(true);
   control->setChecked(on);
   control->setAccessibleName(title);
+  control->setObjectName(title);
   QObject::connect(control, &QAbstractButton::toggled, control, [changed = std::move(changed)](bool value) { changed(value); });
   row->setTrailing(control);
   return row;
@@ -120,12 +122,44 @@ void PageBuilder::headphones(const SettingsView& view, QVBoxLayout& layout) cons
                                                device.icon = std::string(rawValue(icon));
                                              });
                                            }));
+    layout.addWidget(hotkeyRow(row.setting));
     layout.addWidget(buttonRow("Connect or disconnect", "Toggle",
                                [this, address] { actions_.send("toggle", {{"address", address}}); }));
     layout.addWidget(buttonRow("Forget these headphones", "Remove", [this, address] { settings_.removeDevice(address); }));
   }
   if (view.headphones.empty()) layout.addWidget(new QLabel("No headphones are remembered yet."));
   addHeadphonesChoices(view, layout, false);
+}
+
+// The headphones' hotkey with "Record" (the recorder panel) and "Clear"; the new combination is
+// saved in the headphones' record, which tells the agent to register it.
+QWidget* PageBuilder::hotkeyRow(const DeviceSetting& device) const {
+  auto* row = new nj::NJKitRow("Hotkey");
+  const QString shown = device.hotkey ? qt(hotkeyText(*device.hotkey, actions_.keyboard)) : QString("None");
+  row->setDetail(shown);
+  row->setAccessibleDescription(shown);
+  const auto save = [this, address = device.address](std::optional<HotkeyCombo> combo) {
+    editDevice(settings_, address, [&combo](DeviceSetting& edited) { edited.hotkey = combo; });
+  };
+  auto* buttons = new QWidget;
+  auto* line = new QHBoxLayout(buttons);
+  line->setContentsMargins(0, 0, 0, 0);
+  auto* record = new nj::NJButton("Record", nj::NJButton::Style::plain);
+  record->setObjectName("hotkeyRecord");
+  record->setEnabled(static_cast<bool>(actions_.recordHotkey));
+  QObject::connect(record, &QAbstractButton::clicked, record, [this, name = device.name, save] {
+    actions_.recordHotkey(name, [save](std::optional<HotkeyCombo> combo) {
+      if (combo) save(combo);
+    });
+  });
+  auto* clear = new nj::NJButton("Clear", nj::NJButton::Style::plain);
+  clear->setObjectName("hotkeyClear");
+  clear->setEnabled(device.hotkey.has_value());
+  QObject::connect(clear, &QAbstractButton::clicked, clear, [save] { save(std::nullopt); });
+  line->addWidget(record);
+  line->addWidget(clear);
+  row->setTrailing(buttons);
+  return row;
 }
 
 void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) const {
@@ -136,6 +170,7 @@ void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) co
   layout.addWidget(textRow("Output", view.outputQuality));
   layout.addWidget(choiceRow<CallModeOption>("During calls", allCallModeOptions, view.callMode,
                                              [this](CallModeOption option) { settings_.setCallMode(option); }));
+  microphones(view, layout);
   layout.addWidget(new nj::NJSectionHeader("Meeting apps"));
   auto* apps = new QLineEdit;
   apps->setPlaceholderText("the built-in list");
@@ -155,6 +190,30 @@ void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) co
     settings_.store().set(Keys::meetingApps, std::nullopt);
     settings_.changed(Keys::meetingApps);
   }));
+}
+
+// The microphone to keep the default input on: the chosen one is ticked; one chosen earlier and
+// unplugged since stays ticked, marked as not connected, until another is chosen.
+void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) const {
+  layout.addWidget(new nj::NJSectionHeader("Preferred microphone"));
+  if (!view.microphones) {
+    layout.addWidget(textRow("Microphones", "reading…"));
+    return;
+  }
+  for (const auto& choice : *view.microphones) {
+    auto* row = new nj::NJKitRow(qt(choice.title));
+    row->setObjectName("microphoneChoice");
+    row->setGlyph(nj::NJGlyph::mic);
+    row->setAccessibleName(qt(choice.title));
+    if (choice.chosen) {
+      row->setTrailingText("✓");
+      row->setAccessibleDescription("chosen");
+    }
+    if (choice.present && !choice.chosen) {
+      row->setAction([this, uid = choice.uid] { setPreferredInput(settings_, uid); });
+    }
+    layout.addWidget(row);
+  }
 }
 
 void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const {
@@ -220,6 +279,27 @@ void PageBuilder::general(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(buttonRow("First-run guide", "Open", [this] {
     if (actions_.openGuide) actions_.openGuide();
   }));
+  const auto add = [&layout](nj::NJKitRow* row, const char* buttonName) {
+    row->findChild<nj::NJButton*>()->setObjectName(buttonName);
+    layout.addWidget(row);
+  };
+  add(buttonRow("Something not working?", "Report a Problem",
+                [this] {
+                  if (actions_.reportProblem) actions_.reportProblem();
+                }),
+      "reportProblem");
+  add(buttonRow("About Wrenhaven", "About", [this] { showAbout(); }), "about");
+}
+
+// The kit's About window, one at a time.
+void PageBuilder::showAbout() const {
+  if (!about_) {
+    about_ = new nj::NJAboutWindow(qt(actions_.version));
+    about_->setAttribute(Qt::WA_DeleteOnClose);
+  }
+  about_->show();
+  about_->raise();
+  about_->activateWindow();
 }
 
 }  // namespace wh::settingsapp

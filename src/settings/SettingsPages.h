@@ -3,6 +3,7 @@
 // control writes through `Settings` at once; the pages are drawn again whenever the store or the
 // agent's status changes.
 
+#include <QPointer>
 #include <QWidget>
 
 #include <functional>
@@ -10,9 +11,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include "core/hotkeys/HotkeyRecorder.h"
 #include "core/settingsapp/SettingsView.h"
 
 class QVBoxLayout;
+
+namespace nj {
+class NJAboutWindow;
+}
 
 namespace wh::settingsapp {
 
@@ -20,6 +26,12 @@ namespace wh::settingsapp {
 struct PageActions {
   std::function<void(const std::string& command, const nlohmann::json& userInfo)> send;
   std::function<void()> openGuide;
+  // Opens the hotkey recorder for the headphones called `name`.
+  std::function<void(const std::string& name, HotkeyRecorder::Completion done)> recordHotkey;
+  // Names the keys of the hotkeys shown; null: the fixed names and numbers only.
+  const KeyboardLayout* keyboard = nullptr;
+  std::function<void()> reportProblem;  // opens the report panel
+  std::string version;                  // shown in the About window ("0.1.0 (1)")
 };
 
 // Fills `layout` with one page's rows for `view`.
@@ -37,13 +49,18 @@ class PageBuilder {
 
  private:
   void headphones(const SettingsView& view, QVBoxLayout& layout) const;
+  QWidget* hotkeyRow(const DeviceSetting& device) const;
   void musicQuality(const SettingsView& view, QVBoxLayout& layout) const;
+  void microphones(const SettingsView& view, QVBoxLayout& layout) const;
   void mediaKeys(const SettingsView& view, QVBoxLayout& layout) const;
   void volume(const SettingsView& view, QVBoxLayout& layout) const;
   void general(const SettingsView& view, QVBoxLayout& layout) const;
 
+  void showAbout() const;
+
   Settings& settings_;
   PageActions actions_;
+  mutable QPointer<nj::NJAboutWindow> about_;
 };
 
 }  // namespace wh::settingsapp

@@ -9,6 +9,8 @@
 #include <QVBoxLayout>
 
 #include "ui/kit/NJControls.h"
+#include "ui/kit/NJFonts.h"
+#include "ui/kit/NJTokens.h"
 
 namespace wh::settingsapp {
 namespace {
@@ -34,7 +36,11 @@ SettingsWindow::SettingsWindow(Settings& settings, PageActions actions, Agent ag
   connect(startAgent_, &QAbstractButton::clicked, this, [this] { agent_.start(); });
 
   for (const char* title : pageTitles) navigation_->addItem(title);
+  navigation_->setObjectName("navigation");
   navigation_->setFixedWidth(navigationWidth);
+  navigation_->setFrameShape(QFrame::NoFrame);
+  navigation_->setFont(nj::NJFonts::sans(nj::NJTokens::bodySize));
+  styleNavigation();
   navigation_->setCurrentRow(0);
   connect(navigation_, &QListWidget::currentRowChanged, this, [this] { refresh(); });
   content_->setWidgetResizable(true);
@@ -48,12 +54,39 @@ SettingsWindow::SettingsWindow(Settings& settings, PageActions actions, Agent ag
   refresh();
 }
 
+// The page list in the kit's colours for the theme in use: rows on the window colour, the chosen
+// one on the accent with rounded corners.
+void SettingsWindow::styleNavigation() {
+  const nj::NJColors& c = nj::NJTokens::colors(palette());
+  navigation_->setStyleSheet(
+      QString("QListWidget { background: %1; color: %2; outline: none; padding: %3px; }"
+              "QListWidget::item { padding: %4px %5px; border-radius: %6px; }"
+              "QListWidget::item:hover:!selected { background: %7; }"
+              "QListWidget::item:selected { background: %8; color: %9; }")
+          .arg(c.window.name(), c.text.name())
+          .arg(nj::NJTokens::space1)
+          .arg(nj::NJTokens::space2)
+          .arg(nj::NJTokens::space3)
+          .arg(nj::NJTokens::radiusSmall)
+          .arg(c.surfaceHover.name(), c.accent.name(), c.accentText.name()));
+}
+
+void SettingsWindow::changeEvent(QEvent* event) {
+  if (event->type() == QEvent::PaletteChange) styleNavigation();
+  QWidget::changeEvent(event);
+}
+
 void SettingsWindow::statusAnswered() {
   fresh_ = true;
   refresh();
 }
 
 void SettingsWindow::showPage(PageBuilder::Page page) { navigation_->setCurrentRow(static_cast<int>(page)); }
+
+void SettingsWindow::setAudioDevices(std::vector<AudioDevice> devices) {
+  devices_ = std::move(devices);
+  refresh();
+}
 
 void SettingsWindow::refresh() {
   if (redrawQueued_) return;
@@ -81,7 +114,7 @@ void SettingsWindow::redraw() {
 void SettingsWindow::rebuildPage() {
   auto* page = new QWidget;
   auto* layout = new QVBoxLayout(page);
-  pages_.build(static_cast<PageBuilder::Page>(std::max(0, navigation_->currentRow())), readView(settings_), *layout);
+  pages_.build(static_cast<PageBuilder::Page>(std::max(0, navigation_->currentRow())), readView(settings_, devices_), *layout);
   content_->setWidget(page);  // deletes the page drawn before
 }
 

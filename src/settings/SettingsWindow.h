@@ -34,14 +34,21 @@ class SettingsWindow final : public QWidget {
   void refresh();
   void statusAnswered();
   void showPage(PageBuilder::Page page);
+  // The sound server's devices, for the microphone choice.
+  void setAudioDevices(std::vector<AudioDevice> devices);
+
+ protected:
+  void changeEvent(QEvent* event) override;
 
  private:
+  void styleNavigation();
   void redraw();
   void rebuildPage();
 
   Settings& settings_;
   PageBuilder pages_;
   Agent agent_;
+  std::optional<std::vector<AudioDevice>> devices_;
   bool fresh_ = false;
   bool redrawQueued_ = false;
   QLabel* banner_;

@@ -6,7 +6,6 @@
 #include <QDBusConnectionInterface>
 #include <QDBusServiceWatcher>
 #include <QFileInfo>
-#include <QFileSystemWatcher>
 #include <QProcess>
 
 #include <memory>
@@ -18,12 +17,18 @@
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/app/SessionBusInstance.h"
+#include "platform/linux/hotkeys/X11Hotkeys.h"
 #include "platform/linux/log/JournalLog.h"
+#include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "platform/linux/settings/XdgPaths.h"
+#include "settings/AudioInputs.h"
 #include "settings/OnboardingGuide.h"
+#include "settings/SettingsFileWatch.h"
 #include "settings/StatusSignal.h"
+#include "settings/SettingsReport.h"
 #include "settings/SettingsWindow.h"
+#include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJFonts.h"
 
 namespace {
@@ -76,12 +81,32 @@ int main(int argc, char** argv) {
   wh::platform::SessionBusChannel channel;
   wh::Settings settings(store, notifications, false, &channel);
 
+  wh::platform::QtRuntime runtime;
+  // The sound server: the microphones to choose from, and the diagnostics of a problem report.
+  wh::platform::PulseAudioHardware::Options audioOptions;
+  audioOptions.clientName = "Wrenhaven Settings";
+  wh::platform::AudioStack audio(runtime, audioOptions);
+  wh::settingsapp::SettingsReport report(runtime, settings, audio, build,
+                                         {wh::build::kReportService, wh::build::kSupportAddress});
+  // The keyboard names the keys of hotkeys; nothing is grabbed here, the agent registers them.
+  wh::platform::X11Hotkeys keyboard;
+  wh::hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
+  wh::HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
+
   std::unique_ptr<wh::settingsapp::OnboardingGuide> guide;
   std::function<void()> openGuide;
   const wh::settingsapp::PageActions actions{
       [&channel](const std::string& command, const nlohmann::json& userInfo) { channel.send(command, userInfo); },
-      [&openGuide] { openGuide(); }};
+      [&openGuide] { openGuide(); },
+      [&recorder](const std::string& name, wh::HotkeyRecorder::Completion done) { recorder.record(name, std::move(done)); },
+      &keyboard,
+      [&report] { report.show(); },
+      build.versionText()};
   wh::settingsapp::SettingsWindow window(settings, actions, {agentRunning, startAgent});
+  // The computer's microphones, read off the main thread.
+  wh::settingsapp::AudioInputs inputs(runtime, audio.hardware, [&window](std::vector<wh::AudioDevice> devices) {
+    window.setAudioDevices(std::move(devices));
+  });
   openGuide = [&] {
     if (!guide) {
       guide = std::make_unique<wh::settingsapp::OnboardingGuide>(settings, actions);
@@ -104,17 +129,7 @@ int main(int argc, char** argv) {
 
   // Follow the store: this program's own writes, the other program's, and edits by hand.
   auto changed = notifications.observe(wh::Settings::changedName, [&](const std::string&) { redraw(); });
-  QFileSystemWatcher watcher;
-  watcher.addPath(QString::fromStdString(file.parent_path().string()));
-  if (std::filesystem::exists(file)) watcher.addPath(QString::fromStdString(file.string()));
-  const auto fileChanged = [&] {
-    if (std::filesystem::exists(file) && !watcher.files().contains(QString::fromStdString(file.string()))) {
-      watcher.addPath(QString::fromStdString(file.string()));
-    }
-    redraw();
-  };
-  QObject::connect(&watcher, &QFileSystemWatcher::fileChanged, &window, fileChanged);
-  QObject::connect(&watcher, &QFileSystemWatcher::directoryChanged, &window, fileChanged);
+  wh::settingsapp::SettingsFileWatch fileWatch(file, redraw);
 
   // Follow the agent: its status signal, and it starting or ending.
   wh::settingsapp::StatusSignal status(QDBusConnection::sessionBus(), [&] {

@@ -59,6 +59,33 @@ TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
   }
 }
 
+// The microphone choice: the built-in one first, every other input that is neither Bluetooth nor
+// aggregate, and a stored microphone that is gone kept as the (disabled) choice.
+TEST(SettingsViewTest, MicrophoneChoicesFollowTheInputs) {
+  const auto in = [](AudioObjectID id, const char* uid, std::uint32_t transport) { return AudioDevice{id, uid, uid, transport, true, false}; };
+  const std::vector<AudioDevice> devices{{1, "speakers", "speakers", Transport::builtIn, false, true}, in(2, "pci", Transport::builtIn),
+                                         in(3, "yeti", fourCharCode("usb ")), in(4, "buds", Transport::bluetooth),
+                                         in(5, "combined", Transport::aggregate), in(6, "mini", fourCharCode("usb "))};
+  const std::vector<std::pair<std::string, std::vector<std::string>>> cases = {  // stored, titles with the chosen one in []
+      {"", {"[Built-in Microphone]", "yeti", "mini"}},
+      {"mini", {"Built-in Microphone", "yeti", "[mini]"}},
+      {"pci", {"[Built-in Microphone]", "yeti", "mini"}},
+      {"gone", {"Built-in Microphone", "yeti", "mini", "[gone (not connected)]"}}};
+  for (const auto& [stored, expected] : cases) {
+    MemoryStore store;
+    NotificationCenter notifications;
+    Settings settings(store, notifications, false, nullptr);
+    setPreferredInput(settings, stored);
+    const auto view = readView(settings, devices);
+    std::vector<std::string> titles;
+    for (const auto& choice : view.microphones.value()) {
+      titles.push_back(choice.chosen ? "[" + choice.title + "]" : choice.title);
+      EXPECT_EQ(choice.present, choice.uid != "gone") << choice.title;
+    }
+    EXPECT_EQ(titles, expected) << stored;
+  }
+}
+
 // Every edit lands in the store through the facade, and the agent is told to reload.
 TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
   struct Recorder final : CommandSender {
@@ -75,6 +102,10 @@ TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
   setAppVolume(settings, "org.a", {0.25F, false});
   setAppVolume(settings, "org.b", {1.0F, true});
   setFlag(settings, Keys::hideMenuIcon, true);
+  setPreferredInput(settings, "alsa_input.usb-yeti");
+  EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
+  setPreferredInput(settings, "");
+  EXPECT_FALSE(store.object(Keys::preferredInputUID)) << "the built-in microphone is no stored choice";
 
   const auto view = readView(settings);
   ASSERT_EQ(view.headphones.size(), 1U);
@@ -83,7 +114,7 @@ TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
   EXPECT_EQ(settings.appVolumes().size(), 2U);
   EXPECT_FLOAT_EQ(settings.appVolumes()["org.a"].gain, 0.25F);
   EXPECT_FALSE(view.showTrayIcon);
-  EXPECT_EQ(std::ranges::count(commands.sent, "reload"), 5);
+  EXPECT_EQ(std::ranges::count(commands.sent, "reload"), 7);
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
 #include "support/StandInSocket.h"
+#include "support/XvfbDisplay.h"
 
 namespace wh {
 namespace {
@@ -90,6 +91,21 @@ TEST_F(AgentProcessTest, RunsHeadlessAndASecondInstanceReopensTheFirstAndQuitsBe
 
   first->terminate(SIGTERM);
   EXPECT_TRUE(first->waitFor(30s).has_value());
+}
+
+TEST_F(AgentProcessTest, ASecondSettingsProgramHandsOverToTheFirstAndEnds) {
+  test::XvfbDisplay display;
+  test::DBusDaemon bus;
+  if (!display.available || !bus.available()) GTEST_SKIP() << "no Xvfb and xdotool, or " << bus.whyNot();
+  auto env = environment(bus.address(), false);
+  env["DISPLAY"] = display.name;
+  // Qt's X11 platform (libxkbcommon-x11) trips the sanitizer's strict string checks: off, as in ui_tests.
+  env["ASAN_OPTIONS"] = std::string(std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") + ":strict_string_checks=0";
+  ChildProcess first({WRENHAVEN_SETTINGS_PROGRAM_PATH}, env);
+  ASSERT_TRUE(test::eventually([&] { return bus.hasOwner("com.quintelbarrows.wrenhaven.settings"); }, 30s));
+  ChildProcess second({WRENHAVEN_SETTINGS_PROGRAM_PATH}, env);
+  EXPECT_EQ(second.waitFor(10s), 0) << "the second copy raises the first and ends";
+  EXPECT_TRUE(first.running()) << "the first keeps running";
 }
 
 TEST_F(AgentProcessTest, UnderATestRunnerTheAgentStartsNothing) {

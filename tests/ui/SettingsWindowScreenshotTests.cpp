@@ -3,15 +3,25 @@
 // are what the controls write and which commands reach the agent.
 #include <QApplication>
 #include <QDir>
+#include <QKeyEvent>
+#include <QTest>
+
 
 #include <gtest/gtest.h>
 
 #include "core/app/AgentStatus.h"
+#include "doubles/FakeHotkeys.h"
+#include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/settings/JsonFileStore.h"
+#include "settings/AudioInputs.h"
+#include "settings/SettingsReport.h"
 #include "settings/OnboardingGuide.h"
+#include "settings/SettingsFileWatch.h"
 #include "settings/SettingsWindow.h"
+#include "support/PulseRig.h"
 #include "support/TempDir.h"
 #include "support/WidgetsApplication.h"
+#include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJFonts.h"
 
@@ -39,7 +49,22 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   store.set(StatusKeys::volumeApps, StoreValue::fromJson(nlohmann::json::array({{{"bundleID", "org.radio"}, {"name", "Radio"}, {"gain", 1.0}}})));
   store.set(StatusKeys::launchAtLogin, StoreValue::string("not a bool"));
 
-  settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr};
+  // A private sound server: the microphones to choose from, and the report's (which has no service to go to).
+  auto computer = PulseRig::laptopWithHeadphones();
+  computer.push_back({false, "alsa_input.usb-yeti", "Yeti", 48000, 1, {{"device.bus", "usb"}}});
+  PulseRig sound(computer);
+  if (!sound.available()) GTEST_SKIP() << sound.whyNot();
+  platform::QtRuntime runtime;
+  platform::PulseAudioHardware::Options server;
+  server.server = sound.server();
+  platform::AudioStack audio(runtime, server);
+  settingsapp::SettingsReport report(runtime, settings, audio, {"org.example", "1.0", "1"}, {"", "help@example.com"});
+  FakeHotkeyService keyboard;
+  hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
+  HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
+  settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr,
+                                   [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
+                                   &keyboard, [&report] { report.show(); }, "1.0 (1)"};
   const auto shoot = [](const QString& shot, QWidget& widget) {
     QDir().mkpath(WRENHAVEN_SCREENSHOT_DIR);
     for (const char* theme : {"light", "dark"}) {
@@ -56,12 +81,43 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   };
 
   settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
+  settingsapp::AudioInputs inputs(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
+  settingsapp::SettingsFileWatch fileWatch(home.path() / "settings.json", [&] { window.refresh(); });
+  auto redraw = notifications.observe(Settings::changedName, [&](const std::string&) { window.refresh(); });
   window.show();
+  QApplication::processEvents();
+  // Ctrl+F5 pressed in the recorder lands in the headphones' record and on the page.
+  ASSERT_TRUE(press(window, "Record"));
+  QKeyEvent ctrlF5(QEvent::KeyPress, Qt::Key_F5, Qt::ControlModifier, 96, 0, 0);
+  QApplication::sendEvent(recorderPanel.window(), &ctrlF5);
+  QApplication::processEvents();
+  EXPECT_EQ(settings.devices().at(0).hotkey, (HotkeyCombo{96, HotkeyModifier::control}));
+  const auto shownHotkey = [&] { return window.findChild<QWidget*>("hotkeyClear")->parentWidget()->parentWidget()->accessibleDescription(); };
+  EXPECT_EQ(shownHotkey(), QString("⌃F5"));
+  const auto microphones = [&] { return window.findChildren<nj::NJKitRow*>("microphoneChoice"); };
+  const auto shown = [](const char* title) { return QTest::qWaitFor([title] { return std::ranges::any_of(QApplication::topLevelWidgets(),
+      [title](QWidget* top) { return top->isVisible() && (top->objectName() == title || top->windowTitle() == title); }); }); };
   const char* pages[] = {"headphones", "music-quality", "media-keys", "volume", "general"};
   for (int page = 0; page < 5; ++page) {
     window.showPage(static_cast<settingsapp::PageBuilder::Page>(page));
     QApplication::processEvents();
+    if (page == 1) { ASSERT_TRUE(QTest::qWaitFor([&] { return microphones().size() == 2; })); }
     shoot(pages[page], window);
+    if (page == 1) {
+      EXPECT_EQ(microphones()[0]->accessibleDescription() + microphones()[1]->accessibleName(), "chosenYeti") << "no Bluetooth input";
+      QTest::mouseClick(microphones()[1], Qt::LeftButton);
+      EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
+    }
+    if (page == 4) {
+      EXPECT_TRUE(press(window, "About") && shown("About Wrenhaven"));
+      ASSERT_TRUE(press(window, "Report a Problem") && shown("reportPanel"));
+      const auto tops = QApplication::topLevelWidgets();
+      ASSERT_TRUE(press(**std::ranges::find(tops, QString("reportPanel"), &QObject::objectName), "Send Report"));
+      EXPECT_TRUE(shown("Could not send the report.")) << "the archive was put together";
+      platform::JsonFileStore(home.path() / "settings.json").set(Keys::hideMenuIcon, StoreValue::boolean(true));
+      EXPECT_TRUE(QTest::qWaitFor([&] { return !window.findChild<nj::NJSwitch*>("Show the tray icon")->isChecked(); }))
+          << "the file edited by hand while the window is open: the tray icon switch follows";
+    }
     if (page == 3) {
       auto* slider = window.findChild<nj::NJSlider*>();
       ASSERT_NE(slider, nullptr) << "the running app has a volume slider";
@@ -71,6 +127,8 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   }
   window.showPage(settingsapp::PageBuilder::Page::headphones);
   QApplication::processEvents();
+  EXPECT_TRUE(press(window, "Clear"));
+  EXPECT_FALSE(settings.devices().at(0).hotkey);
   EXPECT_TRUE(press(window, "Toggle"));
   EXPECT_TRUE(press(window, "Remove"));
   EXPECT_TRUE(settings.devices().empty());
@@ -93,8 +151,8 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_TRUE(finished);
   EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
   ASSERT_EQ(settings.devices().size(), 2U - 1U);
-  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "toggle", "reload", "onboardingVisible", "reload",
-                                                  "onboardingVisible", "reload"}));
+  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "toggle", "reload",
+                                                  "onboardingVisible", "reload", "onboardingVisible", "reload"}));
 }
 
 }  // namespace

@@ -103,13 +103,14 @@ std::string batteryText(const nlohmann::json& levels) {
   return text.empty() ? std::string(unknownText) : text;
 }
 
-SettingsView readView(const Settings& settings) {
+SettingsView readView(const Settings& settings, const std::optional<std::vector<AudioDevice>>& devices) {
   SettingsView view;
   view.headphones = headphonesRows(settings);
   view.addable = addableChoices(settings, view.headphones);
   view.bluetoothAccess = statusText(settings, StatusKeys::bluetoothAccess);
   view.pinInput = settings.boolValue(Keys::pinInput, true);
   view.callMode = settings.callMode();
+  if (devices) view.microphones = microphoneChoices(*devices, preferredInputUID(settings));
   view.pinStatus = statusText(settings, StatusKeys::pinStatus);
   view.outputQuality = statusText(settings, StatusKeys::outputQuality);
   if (const auto apps = settings.store().object(Keys::meetingApps)) {

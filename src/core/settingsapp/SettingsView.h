@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "core/quality/MicrophoneChoices.h"
 #include "core/settings/Settings.h"
 
 namespace wh::settingsapp {
@@ -42,6 +43,7 @@ struct SettingsView {
   // Music quality.
   bool pinInput = true;
   CallModeOption callMode = CallModeOption::automatic;
+  std::optional<std::vector<MicrophoneChoice>> microphones;  // absent: the computer's inputs are not read yet
   std::string pinStatus;
   std::string outputQuality;
   std::vector<std::string> meetingApps;  // empty: the built-in list
@@ -59,7 +61,8 @@ struct SettingsView {
   bool onboardingDone = false;
 };
 
-SettingsView readView(const Settings& settings);
+// `devices`: the sound server's devices, once they have been read.
+SettingsView readView(const Settings& settings, const std::optional<std::vector<AudioDevice>>& devices = std::nullopt);
 
 // The battery text for the levels object the agent publishes for one pair of headphones.
 std::string batteryText(const nlohmann::json& levels);

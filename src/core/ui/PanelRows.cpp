@@ -6,6 +6,7 @@
 
 #include "core/audio/CoreAudio.h"
 #include "core/log/Log.h"
+#include "core/quality/MicrophoneChoices.h"
 #include "core/settings/Address.h"
 #include "core/texts/PlatformTexts.h"
 #include "core/ui/DeviceMenu.h"
@@ -56,31 +57,14 @@ std::string callModeLabel(CallModeOption option) {
 
 Menu microphoneMenu(PanelModel& model) {
   Settings& settings = model.settings;
-  const auto stored = settings.store().object(Keys::preferredInputUID);
-  const std::string preferred = stored ? stored->asString().value_or("") : std::string();
-  auto choose = [&settings](std::string uid) {
-    return [&settings, uid] {
-      settings.store().set(Keys::preferredInputUID,
-                           uid.empty() ? std::nullopt : std::optional<StoreValue>(StoreValue::string(uid)));
-      settings.changed(Keys::preferredInputUID);
-    };
-  };
   Menu menu{MenuEntry::header("Microphone")};
-  const auto builtIn = AudioDevice::builtInMicrophone(model.audio);
-  const bool builtInChosen = preferred.empty() || (builtIn && builtIn->uid == preferred);
-  menu.push_back(MenuEntry::check("Built-in Microphone", builtInChosen, choose("")));
-  bool preferredPresent = builtInChosen;
-  for (const auto& device : AudioDevice::all(model.audio)) {
-    if (!device.hasInput || Transport::isBluetooth(device.transport) || device.transport == Transport::aggregate) continue;
-    if (builtIn && device.uid == builtIn->uid) continue;
-    preferredPresent = preferredPresent || device.uid == preferred;
-    menu.push_back(MenuEntry::check(device.name, device.uid == preferred, choose(device.uid)));
-  }
-  if (!preferredPresent) {
-    // Chosen earlier and unplugged since: the built-in microphone stands in until it returns.
-    MenuEntry missing = MenuEntry::check(preferred + " (not connected)", true, nullptr);
-    missing.enabled = false;
-    menu.push_back(std::move(missing));
+  for (const auto& choice : microphoneChoices(AudioDevice::all(model.audio), preferredInputUID(settings))) {
+    // One chosen earlier and unplugged since: the built-in microphone stands in until it returns.
+    MenuEntry entry = MenuEntry::check(choice.title, choice.chosen,
+                                       choice.present ? std::function<void()>([&settings, uid = choice.uid] { setPreferredInput(settings, uid); })
+                                                      : nullptr);
+    entry.enabled = choice.present;
+    menu.push_back(std::move(entry));
   }
   menu.push_back(MenuEntry::header("During Calls"));
   const CallModeOption mode = settings.callMode();
