@@ -76,8 +76,8 @@ TEST(SettingsEndToEndTest, GuideAddsATrayItemASliderSetsTheGainAndACommandComesB
   NotificationCenter notifications;
   platform::SessionBusChannel channel(connection);
   Settings settings(store, notifications, false, &channel);
-  const settingsapp::PageActions actions{
-      [&](const std::string& command, const nlohmann::json& info) { channel.send(command, info); }, nullptr};
+  settingsapp::PageActions actions;
+  actions.send = [&](const std::string& command, const nlohmann::json& info) { channel.send(command, info); };
   settingsapp::OnboardingGuide guide(settings, actions);
   settingsapp::SettingsWindow window(settings, actions, {[] { return true; }, [] {}});
   settingsapp::StatusSignal status(connection, [&] {
