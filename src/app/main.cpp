@@ -49,6 +49,7 @@
 #include "platform/linux/mediakeys/MprisPlayers.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
+#include "ui/kit/NJGlyphs.h"
 #include "platform/linux/settings/XdgPaths.h"
 #include "ui/panels/IdlePlayWindow.h"
 #include "ui/panels/ReportWindow.h"
@@ -117,6 +118,7 @@ int main(int argc, char** argv) {
   QApplication::setApplicationName("Wrenhaven");
   QApplication::setApplicationVersion(build.shortVersion.c_str());
   QApplication::setDesktopFileName(build.bundleIdentifier.c_str());
+  QApplication::setWindowIcon(nj::NJGlyphs::brandIcon(build.bundleIdentifier.c_str()));
   QApplication::setQuitOnLastWindowClosed(false);
 
   // Under a test runner nothing starts, and a second instance only hands over the reopen: both

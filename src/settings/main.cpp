@@ -30,6 +30,7 @@
 #include "settings/SettingsWindow.h"
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJFonts.h"
+#include "ui/kit/NJGlyphs.h"
 
 namespace {
 
@@ -68,6 +69,7 @@ int main(int argc, char** argv) {
   QApplication::setApplicationName("Wrenhaven Settings");
   QApplication::setApplicationVersion(build.shortVersion.c_str());
   QApplication::setDesktopFileName(QString(bus::settingsName));
+  QApplication::setWindowIcon(nj::NJGlyphs::brandIcon(build.bundleIdentifier.c_str()));
   wh::Log::install(std::make_shared<wh::platform::JournalLog>(build.bundleIdentifier, "settings"), nullptr);
   nj::NJFonts::registerFonts();
 

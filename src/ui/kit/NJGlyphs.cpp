@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "ui/kit/NJTokens.h"
+
 namespace nj {
 namespace {
 
@@ -195,6 +197,20 @@ void NJGlyphs::paintBrand(QPainter& painter, const QRectF& box, const QColor& ac
   painter.setBrush(figure);
   painter.drawEllipse(QPointF(10.0, 10.6), 0.9, 0.9);
   painter.restore();
+}
+
+QIcon NJGlyphs::brandIcon(const QString& themeName) {
+  if (QIcon::hasThemeIcon(themeName)) return QIcon::fromTheme(themeName);
+  QIcon icon;
+  for (int size : {16, 32, 64, 128, 256}) {
+    QPixmap image(size, size);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    paintBrand(painter, QRectF(0, 0, size, size), NJTokens::light().accent, NJTokens::light().accentText);
+    painter.end();
+    icon.addPixmap(image);
+  }
+  return icon;
 }
 
 QPixmap NJGlyphs::pixmap(NJGlyph glyph, int size, const QColor& color, double pixelRatio) {

@@ -28,6 +28,9 @@ class NJGlyphs {
   static void paintBattery(QPainter& painter, const QRectF& box, int percent, const QColor& color, const QColor& low);
   // The brand mark: the accent tile with its white wren-and-wave figure.
   static void paintBrand(QPainter& painter, const QRectF& box, const QColor& accent, const QColor& figure);
+  // The programs' window icon: `themeName` from the icon theme where it is installed, else the brand
+  // mark drawn here (a program run from its build folder).
+  static QIcon brandIcon(const QString& themeName);
   // A pixmap of `size` logical pixels at `pixelRatio`.
   static QPixmap pixmap(NJGlyph glyph, int size, const QColor& color, double pixelRatio);
   // A tray icon at the sizes trays ask for, at 1x and 2x: the glyph, its state, and a battery bar
