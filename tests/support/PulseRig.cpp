@@ -214,7 +214,8 @@ std::unique_ptr<ChildProcess> PulseRig::sandboxedRecorder(const std::string& app
 }
 
 double PulseRig::level(const std::string& sink, double wanted) const {
-  double level = -200;
+  double level = -200, loudest = -200;
+  int heard = 0;
   eventually([&] {
     const auto recorded = runCommand({"timeout", "0.6", "parec", "--raw", "--format=float32le", "--channels=1",
                                       "--rate=48000", "--latency-msec=10", "-d", nodeName(sink) + ".monitor"},
@@ -224,9 +225,13 @@ double PulseRig::level(const std::string& sink, double wanted) const {
     double sum = 0;
     for (std::size_t i = samples.size() / 2; i < samples.size(); ++i) sum += double(samples[i]) * samples[i];
     level = samples.size() < 2 ? -200.0 : 10 * std::log10(sum / double(samples.size() - samples.size() / 2) + 1e-20);
-    return wanted > 0 ? level > -20 : std::abs(level - wanted) < 0.5;
+    if (wanted <= 0) return std::abs(level - wanted) < 0.5;
+    // A playing source: on a loaded machine a window may catch a dropout, which only lowers the
+    // level, so the loudest of three windows counts.
+    loudest = std::max(loudest, level);
+    return level > -20 && ++heard == 3;
   }, 10s);
-  return level;
+  return wanted > 0 ? loudest : level;
 }
 
 }  // namespace wh::test

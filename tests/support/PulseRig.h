@@ -65,7 +65,8 @@ class PulseRig {
   std::unique_ptr<ChildProcess> sandboxedRecorder(const std::string& appID, const std::string& properties = {}) const;
 
   // The sound level at a sink's monitor, in dB of full scale (RMS over the second half of 0.6 s),
-  // measured again for up to 10 s until it is within 0.5 dB of `wanted`, or without it, above -20.
+  // measured again for up to 10 s until it is within 0.5 dB of `wanted`; without it, the loudest of
+  // three windows above -20 (a dropout on a loaded machine only lowers a window).
   double level(const std::string& sink, double wanted = 1) const;
 
   // Ends the server as a crash would; start() brings it back as it was.
