@@ -6,7 +6,8 @@ cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWRENHAVEN_TESTS=OFF -DWRENHAVEN_BENCHMARKS=OFF >/dev/null
-cmake --build build/release --target wrenhaven
+# The settings program too: the agent opens it from its own folder on first run.
+cmake --build build/release --target wrenhaven wrenhaven-settings
 
 agent=build/release/src/app/wrenhaven
 if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ "$#" -eq 0 ]; then
