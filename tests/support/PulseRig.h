@@ -68,6 +68,9 @@ class PulseRig {
   // measured again for up to 10 s until it is within 0.5 dB of `wanted`, or without it, above -20.
   double level(const std::string& sink, double wanted = 1) const;
 
+  // Takes a device away as unplugging it would (false when it could not).
+  bool removeDevice(const std::string& name) const;
+
   // Ends the server as a crash would; start() brings it back as it was.
   void stop() { daemons_.clear(); }
   bool start();
