@@ -28,6 +28,11 @@ constexpr double adjustInterval = 0.5;
 constexpr double convergeTime = 5.0;
 constexpr double maxRateDeviation = 0.005;
 constexpr int tapThreadPriority = 5;
+// Each time the output stream runs dry all the same (a busy machine wakes the server or the tap
+// late), its margin grows by a step, up to the limit; after a calm spell it shrinks back by a step.
+constexpr double marginStep = 0.005;
+constexpr double maxFillMargin = 0.05;
+constexpr double calmTime = 60.0;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
@@ -204,6 +209,7 @@ PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clien
       session_(options.server, "Wrenhaven tap", "wrenhaven.tap", options.operationTimeout),
       bundleID_(request.bundleID),
       clients_(std::move(clients)),
+      baseMargin_(options.fillMargin),
       fillMargin_(options.fillMargin) {}
 
 PulseProcessTaps::Tap::~Tap() { stop(); }
@@ -287,7 +293,14 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startGain(const std::s
   if (playback_ == nullptr) return Failure{Step::io, session_.error()};
   pa_stream_set_state_callback(playback_, signal, &session_);
   pa_stream_set_underflow_callback(
-      playback_, [](pa_stream*, void* tap) { ++static_cast<Tap*>(tap)->underflows_; }, this);
+      playback_,
+      [](pa_stream*, void* data) {
+        auto* tap = static_cast<Tap*>(data);
+        ++tap->underflows_;
+        tap->fillMargin_ = std::max(tap->fillMargin_, std::min(tap->fillMargin_ + marginStep, maxFillMargin));
+        tap->calmSince_ = tap->frames_.load(std::memory_order_relaxed);
+      },
+      this);
   const pa_buffer_attr playbackAttributes{static_cast<std::uint32_t>(-1), bytesFor(playbackTarget),
                                           bytesFor(playbackTarget / 2), bytesFor(captureFragment),
                                           static_cast<std::uint32_t>(-1)};
@@ -384,6 +397,10 @@ void PulseProcessTaps::Tap::measureFill(std::size_t piece) {
 // above the margin, a little slower while it dips below.
 void PulseProcessTaps::Tap::adaptRate() {
   framesAtAdjust_ = frames_.load(std::memory_order_relaxed);
+  if (fillMargin_ > baseMargin_ && framesAtAdjust_ - calmSince_ >= calmTime * tapRate) {
+    fillMargin_ = std::max(baseMargin_, fillMargin_ - marginStep);
+    calmSince_ = framesAtAdjust_;
+  }
   const double lowest = lowestFill_;
   lowestFill_ = unmeasured;
   if (lowest == unmeasured) return;

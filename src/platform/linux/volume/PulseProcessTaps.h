@@ -28,7 +28,7 @@ class PulseProcessTaps final : public ProcessTaps {
     double operationTimeout = 2.0;
     // How much sound the output stream should still hold when it holds least (just before the
     // monitor hands over its next piece): room for late wake-ups of the tap thread and of the
-    // server's own protocol thread.
+    // server's own protocol thread. The tap raises it for a while after the stream runs dry.
     double fillMargin = 0.02;
   };
   // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
@@ -73,7 +73,9 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   PulseSession session_;
   std::string bundleID_;
   std::set<std::uint32_t> clients_;
-  double fillMargin_;
+  double baseMargin_;
+  double fillMargin_;  // grows after underflows, back to the base when calm
+  std::uint64_t calmSince_ = 0;  // frames played when the stream last ran dry or its margin last shrank
   std::string sinkName_;
   std::uint32_t module_ = PA_INVALID_INDEX;
   std::uint32_t sink_ = PA_INVALID_INDEX;
