@@ -3,7 +3,7 @@
 // of its "wrenhaven.tap" thread, and the output stream's underflows over a long run, after which
 // the added latency is measured again (a delay that grew would show there).
 //
-//   tap_rig [seconds] [target buffer in seconds]     (defaults 600 and the adapter's own)
+//   tap_rig [seconds] [fill margin in seconds]     (defaults 600 and the adapter's own)
 
 #include <dirent.h>
 #include <unistd.h>
@@ -69,7 +69,7 @@ double threadCpu(const std::string& name) {
   return total;
 }
 
-void measure(test::SoundServer server, int seconds, double targetBuffer) {
+void measure(test::SoundServer server, int seconds, double fillMargin) {
   const char* serverName = server == test::SoundServer::pulseAudio ? "PulseAudio" : "PipeWire";
   PulseRig rig(server);
   if (!rig.available()) {
@@ -80,7 +80,7 @@ void measure(test::SoundServer server, int seconds, double targetBuffer) {
   platform::PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
   hardware.waitUntilReady(10);
   platform::PulseProcessTaps::Options options{.server = rig.server()};
-  if (targetBuffer > 0) options.targetBuffer = targetBuffer;
+  if (fillMargin > 0) options.fillMargin = fillMargin;
   platform::PulseProcessTaps taps(hardware, options);
   auto tone = rig.client({"--tone"});
   if (!tone) return;
@@ -114,7 +114,7 @@ void measure(test::SoundServer server, int seconds, double targetBuffer) {
 int main(int argc, char** argv) {
   QCoreApplication application(argc, argv);
   const int seconds = argc > 1 ? std::atoi(argv[1]) : 600;
-  const double targetBuffer = argc > 2 ? std::atof(argv[2]) : 0;
-  measure(test::SoundServer::pulseAudio, seconds, targetBuffer);
-  measure(test::SoundServer::pipeWire, seconds, targetBuffer);
+  const double fillMargin = argc > 2 ? std::atof(argv[2]) : 0;
+  measure(test::SoundServer::pulseAudio, seconds, fillMargin);
+  measure(test::SoundServer::pipeWire, seconds, fillMargin);
 }

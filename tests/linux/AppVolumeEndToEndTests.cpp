@@ -1,10 +1,13 @@
 // The real agent giving one application its own volume on private PulseAudio and PipeWire servers,
 // with real sound measured at the output's monitor: half the gain, a new default output, mute
-// through the settings program's "reload", and the sound given back after the agent was killed.
+// through the settings program's "reload", and the sound given back after the agent was killed;
+// then the output device unplugged, the server restarted and an app gone while its tap is built.
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <fstream>
+#include <sstream>
+#include <thread>
 
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
@@ -26,6 +29,22 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
     agent = home.launch(environment, failure);
     ASSERT_TRUE(agent) << failure;
   }
+  std::unique_ptr<test::ChildProcess> playTone() {
+    std::filesystem::create_directories(home.path() / ".local/share/applications");
+    std::ofstream(home.path() / ".local/share/applications/org.example.Tone.desktop")
+        << "[Desktop Entry]\nType=Application\nName=Tone\nIcon=tone\nExec=pulse_client --tone\n";
+    return pulse.client({"--tone"}, "application.id=org.example.Tone");
+  }
+  // What taps put on the server: the lines of `pactl list` that name a tap sink or a tap stream.
+  std::string tapTraces() const {
+    std::istringstream lines(pulse.pactl({"list"}).output);
+    std::string traces;
+    for (std::string line; std::getline(lines, line);) {
+      const bool tap = line.find("wrenhaven_tap.") != line.npos || line.find("media.name = \"Wrenhaven") != line.npos;
+      traces += tap ? line + "\n" : "";
+    }
+    return traces;
+  }
   test::AgentHome home;
   PulseRig pulse{GetParam()};
   test::DBusDaemon bus;
@@ -35,10 +54,7 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
 TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAKilledAgent) {
   if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
   if (!bus.available()) GTEST_SKIP() << bus.whyNot();
-  std::filesystem::create_directories(home.path() / ".local/share/applications");
-  std::ofstream(home.path() / ".local/share/applications/org.example.Tone.desktop")
-      << "[Desktop Entry]\nType=Application\nName=Tone\nIcon=tone\nExec=pulse_client --tone\n";
-  auto tone = pulse.client({"--tone"}, "application.id=org.example.Tone");
+  auto tone = playTone();
   ASSERT_TRUE(tone);
   const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
   const double full = pulse.level(speakers);
@@ -63,6 +79,39 @@ TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAK
   launch("{}");
   EXPECT_NEAR(pulse.level(buds, full), full, 0.5) << "the killed agent's tap is gone: " << home.log();
   EXPECT_EQ(home.status("agent.taps"), nlohmann::json::object());
+}
+
+TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneMidBuildLeavesNothing) {
+  if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
+  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
+  ASSERT_EQ(pulse.pactl({"set-default-sink", buds}).status, 0);
+  auto tone = playTone();
+  ASSERT_TRUE(tone);
+  const double full = pulse.level(buds), half = full - 6.02;
+  launch(R"({"org.example.Tone":{"gain":0.5,"muted":false}})");
+  EXPECT_NEAR(pulse.level(buds, half), half, 0.5) << home.log();
+
+  ASSERT_TRUE(pulse.removeDevice(PulseRig::headphonesOutput));
+  EXPECT_NEAR(pulse.level(speakers, half), half, 0.5) << "rebuilt on the output that is left: " << home.log();
+
+  pulse.stop();
+  ASSERT_TRUE(pulse.start()) << pulse.whyNot();
+  tone = playTone();  // the first one ended with its server
+  ASSERT_TRUE(tone);
+  EXPECT_NEAR(pulse.level(speakers, half), half, 0.5) << "rebuilt on the new server: " << home.log();
+  EXPECT_EQ(home.status("agent.volumeProblem"), "") << "builds that failed while the server was away are over";
+  ASSERT_NE(tapTraces(), "") << "the running tap shows in the listing";
+
+  // The app ends while its mute tap is being built: the server holds the build until it has gone.
+  home.writeSettings({{"appVolumes", {{"$data", R"({"org.example.Tone":{"gain":0.5,"muted":true}})"}}}});
+  pulse.signalDaemon(SIGSTOP);
+  ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
+  std::this_thread::sleep_for(300ms);
+  tone->terminate(SIGKILL);
+  pulse.signalDaemon(SIGCONT);
+  EXPECT_TRUE(test::eventually([&] { return tapTraces().empty(); }, 30s)) << tapTraces() << home.log();
+  EXPECT_TRUE(test::eventually([&] { return home.status("agent.taps") == nlohmann::json::object(); })) << home.log();
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, AppVolumeEndToEndTest, test::bothSoundServers(), test::soundServerTestName);

@@ -175,6 +175,19 @@ bool PulseRig::start() {
   return !daemons_.empty() || launch();
 }
 
+bool PulseRig::removeDevice(const std::string& name) const {
+  // PulseAudio made it with a module; PipeWire's pulse server shows the node's id among its properties.
+  const std::string sinks = pactl({"list", "sinks"}).output;
+  const std::string key = kind_ == SoundServer::pulseAudio ? "Owner Module: " : "object.id = \"";
+  const auto at = sinks.find(key, sinks.find("Name: " + nodeName(name)));
+  if (at == std::string::npos) return false;
+  const std::string id = std::to_string(std::stoul(sinks.substr(at + key.size())));
+  if (kind_ == SoundServer::pulseAudio) return pactl({"unload-module", id}).status == 0;
+  auto environment = clientEnvironment();
+  environment["PIPEWIRE_RUNTIME_DIR"] = (folder_.path() / "runtime").string();
+  return runCommand({"pw-cli", "destroy", id}, environment, 10s).status == 0;
+}
+
 void PulseRig::signalDaemon(int signal) {
   if (!daemons_.empty()) daemons_.back()->terminate(signal);
 }

@@ -69,6 +69,9 @@ class PulseRig {
   // three windows above -20 (a dropout on a loaded machine only lowers a window).
   double level(const std::string& sink, double wanted = 1) const;
 
+  // Takes a device away as unplugging it would (false when it could not).
+  bool removeDevice(const std::string& name) const;
+
   // Ends the server as a crash would; start() brings it back as it was.
   void stop() { daemons_.clear(); }
   bool start();

@@ -166,6 +166,7 @@ void AppVolumeController::built(const std::string& bundleID, std::uint64_t gener
     building_.erase(bundleID);
     Log::error("could not build the tap for " + bundleID + ": status " + std::to_string(failure->status));
     problem_ = Problem::failed("Could not change the volume of " + displayName(bundleID));
+    failedApp_ = bundleID;
     changed();
     return;
   }
@@ -182,6 +183,9 @@ void AppVolumeController::built(const std::string& bundleID, std::uint64_t gener
     tap->box().setGain(std::clamp(record->second.gain, 0.0F, 1.0F));
   }
   taps_[bundleID] = {wanted, tap};
+  // A failure of this app's that a later build got past (a sound server that was restarting, an
+  // output that was going away) is over.
+  if (problem_.kind() == Problem::Kind::failed && failedApp_ == bundleID) problem_ = Problem::none();
   Log::info(std::string("built ") + modeText(wanted.mode) + " tap for " + bundleID);
   if (wanted.mode == ProcessTap::Mode::gain) checkSignal(bundleID, tap);
   changed();

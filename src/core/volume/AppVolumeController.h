@@ -127,6 +127,7 @@ class AppVolumeController {
   std::set<std::string> ignored_;
   std::vector<std::string> apps_;
   Problem problem_ = Problem::none();
+  std::string failedApp_;  // whose build the `failed` problem is about
   std::map<std::string, AppVolumePlan::Entry> entries_;
   std::map<std::string, double> lastPlayed_;
   std::map<std::string, Running> taps_;

@@ -1,5 +1,7 @@
 #include "core/volume/GainMixer.h"
 
+#include <bit>
+
 namespace wh::GainMixer {
 
 namespace {
@@ -11,14 +13,43 @@ struct Source {
   const float* samples = nullptr;
   std::uint32_t stride = 1;
   std::uint32_t frames = 0;
+  std::uint32_t offset = 0;  // the channel's place within its buffer
 };
+
+// Writes `count` samples times the gain and tells whether any of them is not exactly zero, judged
+// before the gain. Works in blocks of fixed size, which the compiler turns into straight vector
+// code: first an OR of the block's bit patterns into a few lanes (the zero test: only +0 and -0
+// have no bits left once the sign bit is dropped), then the multiply, so that the test sees the
+// input even when the output is the same buffer. The lanes are folded once, at the end.
+bool scale(const float* in, float* out, std::uint32_t count, float gain) {
+  constexpr std::uint32_t blockSamples = 64, laneCount = 8, allButSign = 0x7fff'ffffU;
+  std::uint32_t lanes[laneCount] = {};
+  std::uint32_t done = 0;
+  for (; count - done >= blockSamples; done += blockSamples) {
+    const float* blockIn = in + done;
+    float* blockOut = out + done;
+    for (std::uint32_t i = 0; i < blockSamples; i += laneCount) {
+      for (std::uint32_t lane = 0; lane < laneCount; ++lane) {
+        lanes[lane] |= std::bit_cast<std::uint32_t>(blockIn[i + lane]);
+      }
+    }
+    for (std::uint32_t i = 0; i < blockSamples; ++i) blockOut[i] = blockIn[i] * gain;
+  }
+  std::uint32_t bits = 0;
+  for (const std::uint32_t lane : lanes) bits |= lane;
+  for (; done < count; ++done) {
+    bits |= std::bit_cast<std::uint32_t>(in[done]);
+    out[done] = in[done] * gain;
+  }
+  return (bits & allButSign) != 0;
+}
 
 Source findSource(std::span<const InputAudioBuffer> input, std::uint32_t channel, std::uint32_t maxFrames) {
   for (const InputAudioBuffer& buffer : input) {
     if (channel < buffer.channels) {
       if (buffer.data == nullptr) return {};
       const std::uint32_t frames = buffer.byteSize / (buffer.channels * sampleBytes);
-      return {buffer.data + channel, buffer.channels, frames < maxFrames ? frames : maxFrames};
+      return {buffer.data + channel, buffer.channels, frames < maxFrames ? frames : maxFrames, channel};
     }
     channel -= buffer.channels;
   }
@@ -41,19 +72,13 @@ void render(std::span<const InputAudioBuffer> input, std::span<const AudioBuffer
     const std::uint32_t channels = buffer.channels > 0 ? buffer.channels : 1;
     const std::uint32_t frames = buffer.byteSize / (channels * sampleBytes);
     if (frames > 0 && base + channels <= tapChannels) {
-      // The usual case: the buffer's channels come in the same interleaved layout from one input
-      // buffer, so one flat loop does them all.
+      // The usual case: the buffer's channels are all of one input buffer's channels, interleaved
+      // the same way, so one flat loop does them all.
       const Source first = findSource(input, skip + base, frames);
-      if (first.samples != nullptr && first.stride == channels &&
-          findSource(input, skip + base + channels - 1, frames).samples == first.samples + channels - 1) {
+      if (first.samples != nullptr && first.offset == 0 && first.stride == channels) {
         const std::uint32_t carried = first.frames * channels;
-        std::uint32_t nonZero = 0;
-        for (std::uint32_t i = 0; i < carried; ++i) {
-          nonZero |= static_cast<std::uint32_t>(first.samples[i] != 0.0F);
-          buffer.data[i] = first.samples[i] * gain;
-        }
+        signal |= scale(first.samples, buffer.data, carried, gain);
         for (std::uint32_t i = carried; i < frames * channels; ++i) buffer.data[i] = 0.0F;
-        signal |= nonZero != 0;
         base += channels;
         continue;
       }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -27,8 +28,11 @@ constexpr double adjustInterval = 0.5;
 constexpr double convergeTime = 5.0;
 constexpr double maxRateDeviation = 0.005;
 constexpr int tapThreadPriority = 5;
-// How many of the monitor's largest pieces the output stream should hold at least.
-constexpr double periodMargin = 2.0;
+// Each time the output stream runs dry all the same (a busy machine wakes the server or the tap
+// late), its margin grows by a step, up to the limit; after a calm spell it shrinks back by a step.
+constexpr double marginStep = 0.005;
+constexpr double maxFillMargin = 0.05;
+constexpr double calmTime = 60.0;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
@@ -205,7 +209,8 @@ PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clien
       session_(options.server, "Wrenhaven tap", "wrenhaven.tap", options.operationTimeout),
       bundleID_(request.bundleID),
       clients_(std::move(clients)),
-      targetBuffer_(options.targetBuffer) {}
+      baseMargin_(options.fillMargin),
+      fillMargin_(options.fillMargin) {}
 
 PulseProcessTaps::Tap::~Tap() { stop(); }
 
@@ -288,13 +293,19 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startGain(const std::s
   if (playback_ == nullptr) return Failure{Step::io, session_.error()};
   pa_stream_set_state_callback(playback_, signal, &session_);
   pa_stream_set_underflow_callback(
-      playback_, [](pa_stream*, void* tap) { ++static_cast<Tap*>(tap)->underflows_; }, this);
+      playback_,
+      [](pa_stream*, void* data) {
+        auto* tap = static_cast<Tap*>(data);
+        ++tap->underflows_;
+        tap->fillMargin_ = std::max(tap->fillMargin_, std::min(tap->fillMargin_ + marginStep, maxFillMargin));
+        tap->calmSince_ = tap->frames_.load(std::memory_order_relaxed);
+      },
+      this);
   const pa_buffer_attr playbackAttributes{static_cast<std::uint32_t>(-1), bytesFor(playbackTarget),
                                           bytesFor(playbackTarget / 2), bytesFor(captureFragment),
                                           static_cast<std::uint32_t>(-1)};
   const auto playbackFlags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE |
-                                                            PA_STREAM_DONT_MOVE | PA_STREAM_AUTO_TIMING_UPDATE |
-                                                            PA_STREAM_INTERPOLATE_TIMING);
+                                                            PA_STREAM_DONT_MOVE);
   if (pa_stream_connect_playback(playback_, outputUID.c_str(), &playbackAttributes, playbackFlags, nullptr, nullptr) < 0 ||
       !settled(playback_)) {
     return Failure{Step::io, session_.error()};
@@ -321,12 +332,18 @@ void PulseProcessTaps::Tap::pump() {
     // The audio thread runs at real-time priority where the system allows it.
     const sched_param priority{tapThreadPriority};
     pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);
+    // The output stream starts with its margin of silence rather than waiting for the rate to
+    // build it up.
+    void* out = nullptr;
+    std::size_t margin = bytesFor(fillMargin_);
+    if (pa_stream_begin_write(playback_, &out, &margin) == 0 && out != nullptr) {
+      std::memset(out, 0, margin);
+      pa_stream_write(playback_, out, margin, nullptr, 0, PA_SEEK_RELATIVE);
+    }
   }
   const void* data = nullptr;
-  std::size_t bytes = 0;
+  std::size_t bytes = 0, written = 0;
   while (pa_stream_peek(capture_, &data, &bytes) == 0 && bytes > 0) {
-    // The output stream must hold more than the monitor hands over at once (a server's period).
-    heldAtLeast_ = std::max(heldAtLeast_, periodMargin * static_cast<double>(bytes / frameBytes) / tapRate);
     std::size_t done = 0;
     while (done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
       void* out = nullptr;
@@ -339,24 +356,55 @@ void PulseProcessTaps::Tap::pump() {
       GainMixer::render({&input, 1}, {&output, 1}, tapChannels, box());
       pa_stream_write(playback_, out, piece, nullptr, 0, PA_SEEK_RELATIVE);
       done += piece;
+      written += piece;
     }
     pa_stream_drop(capture_);
     frames_.fetch_add(bytes / frameBytes, std::memory_order_relaxed);
   }
+  if (written > 0) measureFill(written);
   if (frames_.load(std::memory_order_relaxed) - framesAtAdjust_ >= adjustInterval * tapRate) adaptRate();
 }
 
-// The output device and the tap sink keep different clocks: run the output stream a little
-// faster while it holds more than it should, a little slower while it holds less.
+// Asks the server where it reads the output stream, after each piece played out. The stream holds
+// least just before a piece arrives (only the server takes sound out in between), so its answer
+// less that piece is the low point of this round; the lowest of these between two corrections is
+// what the rate follows. (The interpolated latency is no use here: PipeWire's pulse server lets
+// it run ahead by up to a second between two timing updates.)
+void PulseProcessTaps::Tap::measureFill(std::size_t piece) {
+  if (timingPending_) return;
+  pieceAtRequest_ = piece;
+  pa_operation* operation = pa_stream_update_timing_info(
+      playback_,
+      [](pa_stream* stream, int success, void* data) {
+        auto* tap = static_cast<Tap*>(data);
+        tap->timingPending_ = false;
+        const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+        if (success == 0 || timing == nullptr || timing->write_index_corrupt != 0 || timing->read_index_corrupt != 0) {
+          return;
+        }
+        const auto held = static_cast<double>(timing->write_index - timing->read_index);
+        const double fill = (held - static_cast<double>(tap->pieceAtRequest_)) / frameBytes / tapRate;
+        tap->lowestFill_ = std::min(tap->lowestFill_, fill);
+      },
+      this);
+  if (operation == nullptr) return;
+  timingPending_ = true;
+  pa_operation_unref(operation);
+}
+
+// The output device and the tap sink keep different clocks, and each takes or hands over sound
+// in pieces of its own period: run the output stream a little faster while its lowest fill stays
+// above the margin, a little slower while it dips below.
 void PulseProcessTaps::Tap::adaptRate() {
   framesAtAdjust_ = frames_.load(std::memory_order_relaxed);
-  pa_usec_t latency = 0;
-  int negative = 0;
-  const pa_timing_info* timing = pa_stream_get_timing_info(playback_);
-  if (timing == nullptr || pa_stream_get_latency(playback_, &latency, &negative) < 0 || negative != 0) return;
-  const double held = (static_cast<double>(latency) - static_cast<double>(timing->sink_usec)) / 1e6;
-  const double target = std::max(targetBuffer_, heldAtLeast_);
-  const double deviation = std::clamp((held - target) / convergeTime, -maxRateDeviation, maxRateDeviation);
+  if (fillMargin_ > baseMargin_ && framesAtAdjust_ - calmSince_ >= calmTime * tapRate) {
+    fillMargin_ = std::max(baseMargin_, fillMargin_ - marginStep);
+    calmSince_ = framesAtAdjust_;
+  }
+  const double lowest = lowestFill_;
+  lowestFill_ = unmeasured;
+  if (lowest == unmeasured) return;
+  const double deviation = std::clamp((lowest - fillMargin_) / convergeTime, -maxRateDeviation, maxRateDeviation);
   const auto rate = static_cast<std::uint32_t>(tapRate * (1.0 + deviation) + 0.5);
   if (rate == rate_) return;
   rate_ = rate;

@@ -26,8 +26,10 @@ class PulseProcessTaps final : public ProcessTaps {
   struct Options {
     std::string server;  // empty: libpulse's own search
     double operationTimeout = 2.0;
-    // How much sound the output stream should hold beyond the device's own latency.
-    double targetBuffer = 0.03;
+    // How much sound the output stream should still hold when it holds least (just before the
+    // monitor hands over its next piece): room for late wake-ups of the tap thread and of the
+    // server's own protocol thread. The tap raises it for a while after the stream runs dry.
+    double fillMargin = 0.02;
   };
   // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
   // was left behind by an agent that ended without stopping it.
@@ -64,13 +66,16 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   std::optional<Failure> startGain(const std::string& outputUID);
   void moveIn(std::uint32_t input, std::uint32_t from);
   void pump();
+  void measureFill(std::size_t piece);
   void adaptRate();
   static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index, void* self);
 
   PulseSession session_;
   std::string bundleID_;
   std::set<std::uint32_t> clients_;
-  double targetBuffer_;
+  double baseMargin_;
+  double fillMargin_;  // grows after underflows, back to the base when calm
+  std::uint64_t calmSince_ = 0;  // frames played when the stream last ran dry or its margin last shrank
   std::string sinkName_;
   std::uint32_t module_ = PA_INVALID_INDEX;
   std::uint32_t sink_ = PA_INVALID_INDEX;
@@ -78,7 +83,10 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   pa_stream* capture_ = nullptr;
   pa_stream* playback_ = nullptr;
   std::uint32_t rate_ = 0;
-  double heldAtLeast_ = 0;
+  static constexpr double unmeasured = 1e9;
+  double lowestFill_ = unmeasured;  // seconds of sound in the output stream, lowest since the last correction
+  bool timingPending_ = false;
+  std::size_t pieceAtRequest_ = 0;
   std::uint64_t framesAtAdjust_ = 0;
   bool stopped_ = false;
   std::atomic<std::uint64_t> underflows_{0};
