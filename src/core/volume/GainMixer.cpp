@@ -8,6 +8,15 @@ namespace {
 
 constexpr std::uint32_t sampleBytes = sizeof(float);
 
+// On x86-64 the kernel below is built twice, for the baseline's 16-byte vectors and for AVX2's
+// 32-byte ones, and the loader picks the one the processor runs (GCC's function multiversioning).
+// Other compilers and processors build the portable loop alone.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__)
+#define WH_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define WH_VECTOR_CLONES
+#endif
+
 // Where one input channel's samples are: a stride walk through one buffer.
 struct Source {
   const float* samples = nullptr;
@@ -21,7 +30,7 @@ struct Source {
 // code: first an OR of the block's bit patterns into a few lanes (the zero test: only +0 and -0
 // have no bits left once the sign bit is dropped), then the multiply, so that the test sees the
 // input even when the output is the same buffer. The lanes are folded once, at the end.
-bool scale(const float* in, float* out, std::uint32_t count, float gain) {
+WH_VECTOR_CLONES bool scale(const float* in, float* out, std::uint32_t count, float gain) {
   constexpr std::uint32_t blockSamples = 64, laneCount = 8, allButSign = 0x7fff'ffffU;
   std::uint32_t lanes[laneCount] = {};
   std::uint32_t done = 0;
