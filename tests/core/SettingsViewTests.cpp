@@ -9,8 +9,17 @@ namespace {
 
 using Json = nlohmann::json;
 
+class SettingsViewTest : public testing::Test, public CommandSender {
+ protected:
+  void send(const std::string& command, const nlohmann::json&) override { sent.push_back(command); }
+  MemoryStore store;
+  NotificationCenter notifications;
+  Settings settings{store, notifications, false, this};
+  std::vector<std::string> sent;
+};
+
 // Status keys as the store holds them, and what the Headphones, Volume and General pages show.
-TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
+TEST_F(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
   struct Case {
     const char* name;
     std::vector<std::pair<const char*, StoreValue>> status;
@@ -19,6 +28,8 @@ TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
     std::optional<bool> launchAtLogin;
   };
   const std::string buds = "aa-bb-cc-dd-ee-ff";
+  // Each case writes over the keys of the one before.
+  settings.addDevice(buds, "Buds");
   const std::vector<Case> cases = {
       {"nothing published", {}, unknownText, unknownText, std::nullopt, std::nullopt, std::nullopt},
       {"all well formed",
@@ -43,10 +54,6 @@ TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
        unknownText, "42%", std::nullopt, std::nullopt, std::nullopt},
   };
   for (const auto& c : cases) {
-    MemoryStore store;
-    NotificationCenter notifications;
-    Settings settings(store, notifications, false, nullptr);
-    settings.addDevice(buds, "Buds");
     for (const auto& [key, value] : c.status) store.set(key, value);
 
     const auto view = readView(settings);
@@ -61,7 +68,7 @@ TEST(SettingsViewTest, StatusKeysReadAsShownOrUnknown) {
 
 // The microphone choice: the built-in one first, every other input that is neither Bluetooth nor
 // aggregate, and a stored microphone that is gone kept as the (disabled) choice.
-TEST(SettingsViewTest, MicrophoneChoicesFollowTheInputs) {
+TEST_F(SettingsViewTest, MicrophoneChoicesFollowTheInputs) {
   const auto in = [](AudioObjectID id, const char* uid, std::uint32_t transport) { return AudioDevice{id, uid, uid, transport, true, false}; };
   const std::vector<AudioDevice> devices{{1, "speakers", "speakers", Transport::builtIn, false, true}, in(2, "pci", Transport::builtIn),
                                          in(3, "yeti", fourCharCode("usb ")), in(4, "buds", Transport::bluetooth),
@@ -72,9 +79,6 @@ TEST(SettingsViewTest, MicrophoneChoicesFollowTheInputs) {
       {"pci", {"[Built-in Microphone]", "yeti", "mini"}},
       {"gone", {"Built-in Microphone", "yeti", "mini", "[gone (not connected)]"}}};
   for (const auto& [stored, expected] : cases) {
-    MemoryStore store;
-    NotificationCenter notifications;
-    Settings settings(store, notifications, false, nullptr);
     setPreferredInput(settings, stored);
     const auto view = readView(settings, devices);
     std::vector<std::string> titles;
@@ -87,14 +91,7 @@ TEST(SettingsViewTest, MicrophoneChoicesFollowTheInputs) {
 }
 
 // Every edit lands in the store through the facade, and the agent is told to reload.
-TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
-  struct Recorder final : CommandSender {
-    std::vector<std::string> sent;
-    void send(const std::string& command, const nlohmann::json&) override { sent.push_back(command); }
-  } commands;
-  MemoryStore store;
-  NotificationCenter notifications;
-  Settings settings(store, notifications, false, &commands);
+TEST_F(SettingsViewTest, EditsAreSavedAndSendReload) {
   settings.addDevice("aa-bb-cc-dd-ee-ff", "Buds");
 
   editDevice(settings, "aa-bb-cc-dd-ee-ff", [](DeviceSetting& device) { device.connectOnWake = true; });
@@ -114,7 +111,7 @@ TEST(SettingsViewTest, EditsAreSavedAndSendReload) {
   EXPECT_EQ(settings.appVolumes().size(), 2U);
   EXPECT_FLOAT_EQ(settings.appVolumes()["org.a"].gain, 0.25F);
   EXPECT_FALSE(view.showTrayIcon);
-  EXPECT_EQ(std::ranges::count(commands.sent, "reload"), 7);
+  EXPECT_EQ(std::ranges::count(sent, "reload"), 7);
 }
 
 }  // namespace
