@@ -28,14 +28,6 @@ using Page = settingsapp::PageBuilder::Page;
 
 constexpr int agentAnswerMs = 20000;  // generous: the agent and the rigs share two loaded cores
 
-// Clicks the button with that text, if `widget` shows one now.
-bool press(QWidget& widget, const QString& text) {
-  for (auto* button : widget.findChildren<nj::NJButton*>()) {
-    if (button->text() == text) return button->click(), true;
-  }
-  return false;
-}
-
 // What the window's row with that title shows at its end.
 QString rowText(QWidget& window, const QString& title) {
   for (auto* row : window.findChildren<nj::NJKitRow*>()) {
