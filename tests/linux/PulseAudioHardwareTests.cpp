@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
 #include <future>
 #include <thread>
 #include <functional>
@@ -103,9 +102,8 @@ TEST_P(PulseAudioHardwareTest, DefaultsSetHereReachTheServerAndThoseSetElsewhere
 TEST_P(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningStateAndTheMonitorNamesTheirApps) {
   // The monitor reads the real /proc and a desktop entry file for clients without an application id.
   test::TempDir data{"wrenhaven-xdg"};
-  std::filesystem::create_directories(data.path() / "applications");
-  std::ofstream(data.path() / "applications" / "org.example.Tool.desktop")
-      << "[Desktop Entry]\nType=Application\nExec=pulse_client\n";
+  test::writeFile(data.path() / "applications" / "org.example.Tool.desktop",
+                  "[Desktop Entry]\nType=Application\nExec=pulse_client\n");
   auto hw = connect();
   ProcFsProcessTable table;
   XdgDesktopEntries entries({data.path() / "applications"});
