@@ -274,10 +274,9 @@ TEST_F(PanelTest, DeviceStatusLineShowsTheFailureAndOnlyAFreshBattery) {
 
 TEST_F(PanelTest, DeviceMenuEntriesActOnTheRecordAndTheConnection) {
   remember();
-  auto record = settings.devices();
-  record[0].connectOnly = true;
-  record[0].hotkey = HotkeyCombo{96, 4096 | 512};
-  settings.setDevices(record);
+  ui::DeviceMenu::update(settings, buds, [](DeviceSetting& record) {
+    record.connectOnly = true, record.hotkey = HotkeyCombo{96, 4096 | 512};
+  });
   ui::DeviceMenu::Context context{services, settings, rt.clock().wallNow(), nullptr};
   EXPECT_EQ(titles(ui::DeviceMenu::fill(context, device())),
             "Not connected|Connect|-|Show in Menu Bar|Keep Music Quality|Connect Only|Connect After Wake|"
