@@ -45,16 +45,5 @@ TEST_F(CoreAudioTest, DefaultsReadNothingForNoDeviceAndOutputMovesAlertSoundsToo
   EXPECT_FALSE(DefaultDevice::set(hw, Direction::input, 6));
 }
 
-TEST_F(CoreAudioTest, AListenerHearsItsOwnPropertyUntilItIsDropped) {
-  int calls = 0;
-  auto listener =
-      std::make_unique<CA::Listener>(hw, audioSystemObject, AudioProperty::defaultOutputDevice, [&] { ++calls; });
-  hw.notify(audioSystemObject, AudioProperty::defaultInputDevice);
-  hw.notify(audioSystemObject, AudioProperty::defaultOutputDevice);
-  listener.reset();
-  hw.notify(audioSystemObject, AudioProperty::defaultOutputDevice);
-  EXPECT_EQ(calls, 1);
-}
-
 }  // namespace
 }  // namespace wh

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
 
 #include "core/log/Log.h"
 #include "doubles/VirtualRuntime.h"
@@ -50,8 +49,7 @@ TEST_F(FileLogTest, LinesAreStampedAtTheCallWrittenOnTheQueueAndTheSystemLogGets
 }
 
 TEST_F(FileLogTest, RotatesWhenALineMakesTheFileReachOneMillionAndOneBytes) {
-  std::filesystem::create_directories(folder);
-  std::ofstream(log->previous()) << "oldest\n";
+  test::writeFile(log->previous(), "oldest\n");
   const std::string prefix = std::string(stamp) + " INFO ";
   write(std::string(1'000'000 - prefix.size() - 1, 'a'));
   ASSERT_EQ(std::filesystem::file_size(log->url()), 1'000'000u);

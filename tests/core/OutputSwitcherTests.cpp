@@ -105,14 +105,9 @@ INSTANTIATE_TEST_SUITE_P(Switching, OutputSwitcherTest, testing::Values(
 
 TEST(OutputSwitcherLiveAudio, FindsTheHeadphonesByAddressAndMovesOutputAndAlertsThere) {
   MemoryAudioHardware hardware;
-  const auto add = [&](AudioObjectID id, const char* uid, const char* name, bool output) {
-    auto& device = hardware.deviceList.emplace_back();
-    device.id = id, device.uid = uid, device.name = name;
-    (output ? device.outputStreams : device.inputStreams) = 1;
-  };
-  add(10, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Built-in Audio", true);
-  add(11, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds mic", false);
-  add(12, "bluez_output.AA_BB_CC_DD_EE_FF.1", "Sleep Buds", true);
+  hardware.deviceList = {{10, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Built-in Audio", {}, {}, 1, {}},
+                         {11, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds mic", {}, 1, {}, {}},
+                         {12, "bluez_output.AA_BB_CC_DD_EE_FF.1", "Sleep Buds", {}, {}, 1, {}}};
   hardware.defaults[AudioProperty::defaultOutputDevice] = 10;
   auto audio = OutputSwitcher::Audio::live(hardware);
   EXPECT_EQ(audio.find("aa-bb-cc-dd-ee-ff"), 12u) << "the output device, not the microphone";

@@ -135,11 +135,8 @@ TEST_F(PanelTest, MusicQualityRowTextsAndActionsFollowThePinner) {
     bool guardFighting = false;
   } cases[] = {
       {S::pinned("Laptop Mic"), true, false, O::none, CallModeOption::automatic, "Using Laptop Mic for calls and dictation", "Allow Headphone Mic Now"},
-      {S::off(), false, false, O::none, CallModeOption::automatic, "Off: apps may switch your headphones to call quality", ""},
       {S::fighting(), false, false, O::none, CallModeOption::automatic, "Another app keeps switching the mic", "Try Again"},
-      {S::fighting(), true, false, O::none, CallModeOption::automatic, "Another app keeps switching the mic", "Try Again|Allow Headphone Mic Now"},
       {S::releasedManually(), true, false, O::allowHeadphoneMic, CallModeOption::automatic, "Headphone mic allowed", "Back to Music Quality"},
-      {S::releasedForCall(), true, true, O::none, CallModeOption::automatic, "In a call: headphone mic allowed", "Keep Music Quality Now"},
       {S::idle(), true, false, O::none, CallModeOption::alwaysHeadphoneMic, "Headphones are not using their mic", "Keep Music Quality Now"},
       {S::noMicrophone(), true, false, O::forcePin, CallModeOption::automatic, "This computer has no built-in microphone", "Allow Headphone Mic Again"},
       {S::pinned("Laptop Mic"), true, false, O::none, CallModeOption::automatic, "Another app keeps switching your headphones to call quality", "Try Again|Allow Headphone Mic Now", true},
@@ -199,7 +196,6 @@ TEST_F(PanelTest, MediaKeysRowTextsFollowTheSwitchPauseTapAndIdleChoice) {
       {true, false, Tap::needsAccessibility, {}, IdlePlayAction::ask, "Needs Accessibility to read the keys"},
       {true, false, Tap::running, "Spotify", IdlePlayAction::nothing, "Controls Spotify"},
       {true, false, Tap::running, {}, IdlePlayAction::ask, "Nothing playing: ▶︎ asks what to open"},
-      {true, false, Tap::running, {}, IdlePlayAction::spotify, "Nothing playing: ▶︎ will open spotify"},
       {true, false, Tap::running, {}, IdlePlayAction::music, "Nothing playing: ▶︎ will open music"},
       {true, false, Tap::running, {}, IdlePlayAction::nothing, "Nothing playing: ▶︎ does nothing"},
   };
@@ -263,18 +259,13 @@ TEST_F(PanelTest, DevicesSectionFollowsThePermissionAndOffersPairedHeadphonesNot
   EXPECT_EQ(titles(filled.addMenu), "11-22-33-44-55-66");
 }
 
-TEST_F(PanelTest, DeviceStatusLineByPhaseAndBatteryAge) {
+TEST_F(PanelTest, DeviceStatusLineShowsTheFailureAndOnlyAFreshBattery) {
   remember();
   const auto line = [this] { return ui::DeviceMenu::status(services, device(), rt.clock().wallNow()); };
-  const std::pair<Phase, const char*> phases[] = {{Phase::disconnected(), "Not connected"},
-                                                  {Phase::connecting(), "Connecting…"},
-                                                  {Phase::disconnecting(), "Disconnecting…"},
-                                                  {Phase::failed("Bluetooth is off"), "Bluetooth is off"},
-                                                  {Phase::connected(), "Connected"}};
-  for (const auto& [phase, text] : phases) {
-    connect(phase);
-    EXPECT_EQ(line(), text);
-  }
+  connect(Phase::failed("Bluetooth is off"));
+  EXPECT_EQ(line(), "Bluetooth is off");
+  connect();
+  EXPECT_EQ(line(), "Connected");
   batteryRead(599);
   EXPECT_EQ(line(), "Connected · L 80% · R 75%");
   rt.advance(1);
@@ -283,10 +274,9 @@ TEST_F(PanelTest, DeviceStatusLineByPhaseAndBatteryAge) {
 
 TEST_F(PanelTest, DeviceMenuEntriesActOnTheRecordAndTheConnection) {
   remember();
-  auto record = settings.devices();
-  record[0].connectOnly = true;
-  record[0].hotkey = HotkeyCombo{96, 4096 | 512};
-  settings.setDevices(record);
+  ui::DeviceMenu::update(settings, buds, [](DeviceSetting& record) {
+    record.connectOnly = true, record.hotkey = HotkeyCombo{96, 4096 | 512};
+  });
   ui::DeviceMenu::Context context{services, settings, rt.clock().wallNow(), nullptr};
   EXPECT_EQ(titles(ui::DeviceMenu::fill(context, device())),
             "Not connected|Connect|-|Show in Menu Bar|Keep Music Quality|Connect Only|Connect After Wake|"

@@ -40,11 +40,10 @@ class ReportProblemTest : public testing::Test, public ReportArchiver, public Re
 };
 
 TEST_F(ReportProblemTest, TheArchiveHoldsTheDiagnosticsTheNoteAndTheFiveNewestCrashReportsOfTheLastMonth) {
-  std::filesystem::create_directories(home.path() / "crashes");
   const auto now = std::filesystem::file_time_type::clock::now();
   for (int day = 1; day <= 7; ++day) {
     const auto file = home.path() / "crashes" / ("Wrenhaven-" + std::to_string(day) + ".crash");
-    std::ofstream(file) << day;
+    test::writeFile(file, std::to_string(day));
     std::filesystem::last_write_time(file, now - std::chrono::hours(24 * day));
   }
   std::ofstream(home.path() / "crashes" / "Other-0.crash") << "not ours";

@@ -62,12 +62,10 @@ TEST(VirtualRuntime, SerialQueuesRunWhenDrainedInOrderAndHandBackToMainOnlyWhile
   guarded();
   rt.advance(1);
   EXPECT_TRUE(order.empty());
-  EXPECT_EQ(rt.pendingSerialTasks(), 2u);
   queue->sync([&] { order.push_back("sync"); });
   EXPECT_EQ(order, (std::vector<std::string>{"work", "orphan", "sync"}));
   rt.drainSerialQueues();
   EXPECT_EQ(order.back(), "done 7");
-  EXPECT_EQ(rt.serialQueue("wrenhaven.test"), queue.get());
 }
 
 }  // namespace

@@ -7,12 +7,11 @@
 namespace wh {
 
 struct FakePlayers final : PlayerControl {
-  std::set<ScriptablePlayer> running;
   std::set<std::string> installed;
   std::vector<std::string> launched;
 
   PlayerIdentities identities() const override { return {}; }
-  bool isRunning(ScriptablePlayer player) const override { return running.count(player) > 0; }
+  bool isRunning(ScriptablePlayer) const override { return false; }
   bool isInstalled(const std::string& appID) const override { return installed.count(appID) > 0; }
   std::optional<std::string> perform(ScriptablePlayer, const PlayerVerb&) override { return std::nullopt; }
   std::optional<std::string> launch(const std::string& appID) override {

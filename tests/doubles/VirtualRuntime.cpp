@@ -23,9 +23,8 @@ class VirtualRuntime::Queue final : public SerialQueue {
     }
     return count;
   }
-  std::deque<Work> tasks;
-
  private:
+  std::deque<Work> tasks;
   std::string label_;
 };
 
@@ -77,13 +76,6 @@ std::vector<std::shared_ptr<VirtualRuntime::Queue>> VirtualRuntime::liveQueues()
   return live;
 }
 
-SerialQueue* VirtualRuntime::serialQueue(const std::string& label) const {
-  for (const auto& queue : liveQueues()) {
-    if (queue->label() == label) return queue.get();
-  }
-  return nullptr;
-}
-
 std::shared_ptr<WorkItem> VirtualRuntime::after(double seconds, Work work) {
   return schedule(now_ + std::max(0.0, seconds), std::move(work));
 }
@@ -124,22 +116,13 @@ void VirtualRuntime::advance(double seconds) {
   now_ = target;
 }
 
-std::size_t VirtualRuntime::drainSerialQueues() {
-  std::size_t total = 0, round = 1;
-  while (round > 0) {
+void VirtualRuntime::drainSerialQueues() {
+  for (std::size_t round = 1; round > 0;) {
     round = 0;
     for (const auto& queue : liveQueues()) round += queue->runAll();  // a task may make a new queue
     round += runReady();
-    total += round;
   }
   std::erase_if(queues_, [](const auto& weak) { return weak.expired(); });
-  return total;
-}
-
-std::size_t VirtualRuntime::pendingSerialTasks() const {
-  std::size_t count = 0;
-  for (const auto& queue : liveQueues()) count += queue->tasks.size();
-  return count;
 }
 
 std::size_t VirtualRuntime::pendingMainWork() const {

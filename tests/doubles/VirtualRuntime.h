@@ -25,16 +25,12 @@ class VirtualRuntime final : public Runtime, private MainQueue, private Clock {
   // Moves the clock forward, running due work at the moment it falls due.
   void advance(double seconds);
   // Runs every task queued on the serial queues (in queue creation order, each queue in order),
-  // then the main-queue work they posted, until both are quiet. Answers how many tasks ran.
-  std::size_t drainSerialQueues();
-  // Serial tasks waiting to run, on all queues.
-  std::size_t pendingSerialTasks() const;
+  // then the main-queue work they posted, until both are quiet.
+  void drainSerialQueues();
   // Main-queue work scheduled (due now or later) that has not been cancelled.
   std::size_t pendingMainWork() const;
   // The delay until the next scheduled main-queue work, or a negative number when there is none.
   double nextDueIn() const;
-  // The first serial queue made with `label`, or null.
-  SerialQueue* serialQueue(const std::string& label) const;
 
   double now() const override { return now_; }
   std::chrono::system_clock::time_point wallNow() const override;

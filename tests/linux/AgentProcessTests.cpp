@@ -40,14 +40,6 @@ class AgentProcessTest : public testing::Test {
   test::StandInSocket systemBus{home.path() / "system", test::StandInSocket::Kind::stream};
 };
 
-TEST_F(AgentProcessTest, DiagnosePrintsTheReportAndExitsWithoutDisplayBusOrLog) {
-  auto result = test::runCommand({WRENHAVEN_AGENT_PATH, "--diagnose"}, environment("", false), 30s);
-  ASSERT_EQ(result.status, 0);
-  EXPECT_EQ(result.output.rfind("Wrenhaven 0.1.0 (", 0), 0u) << result.output;
-  EXPECT_NE(result.output.find(") on " + platform::systemVersion() + "\n"), std::string::npos) << result.output;
-  EXPECT_FALSE(std::filesystem::exists(home.path() / "state")) << "nothing else starts, not even the log";
-}
-
 TEST_F(AgentProcessTest, HelpVersionAndMistakesEndAtOnceWithTheUsualStatus) {
   struct Case {
     std::string argument;

@@ -23,11 +23,6 @@ using Strings = std::vector<std::string>;
 constexpr const char* headphones = SystemBusRig::headphonesAddress;
 constexpr const char* buds = "11:22:33:44:55:66";
 
-SystemBusRig::Device device(const char* address, const char* name, std::uint32_t deviceClass = SystemBusRig::headphonesClass,
-                            bool paired = true) {
-  return {address, name, deviceClass, paired, std::nullopt};
-}
-
 class BluezStackTest : public test::SystemBusTest {
  protected:
   bool start(SystemBusRig::Options options = {}, std::chrono::milliseconds callTimeout = 3s) {
@@ -65,10 +60,10 @@ class BluezStackTest : public test::SystemBusTest {
 TEST_F(BluezStackTest, ReadsConnectsAndLinkReportsFollowBluezThroughTheLiveCopy) {
   if (!start()) return;
   ASSERT_TRUE(rig->addHeadphones());
-  ASSERT_TRUE(rig->addDevice(device(buds, "Buds Pro")));
-  ASSERT_TRUE(rig->addDevice(device("22:33:44:55:66:77", "Pixel", SystemBusRig::phoneClass)));
-  ASSERT_TRUE(rig->addDevice(device("33:44:55:66:77:88", "Kitchen Speaker", 0x240414, false)));
-  ASSERT_TRUE(rig->addDevice(device("44:55:66:77:88:99", "")));
+  ASSERT_TRUE(rig->addDevice({buds, "Buds Pro"}));
+  ASSERT_TRUE(rig->addDevice({"22:33:44:55:66:77", "Pixel", SystemBusRig::phoneClass}));
+  ASSERT_TRUE(rig->addDevice({"33:44:55:66:77:88", "Kitchen Speaker", 0x240414, false}));
+  ASSERT_TRUE(rig->addDevice({"44:55:66:77:88:99", ""}));
   ASSERT_TRUE(rig->connectFromOutside(buds));
   const std::vector<PairedDevice> paired{{"aa-bb-cc-dd-ee-ff", "WH-1000XM4", false},
                                          {"11-22-33-44-55-66", "Buds Pro", true},
@@ -127,11 +122,8 @@ TEST_F(BluezStackTest, BluezErrorsBecomeTheStatusesShownToTheUser) {
       {"Connect", "org.freedesktop.DBus.Error.Timeout", "Timed out", BluetoothStatus::timeout},
       {"Connect", "org.bluez.Error.DoesNotExist", "Does Not Exist", BluetoothStatus::notFound},
       {"Connect", "org.bluez.Error.Failed", "Host is down", BluetoothStatus::notFound},
-      {"Connect", "org.freedesktop.DBus.Error.UnknownObject", "No such object", BluetoothStatus::notFound},
       {"Connect", "org.bluez.Error.InProgress", "In Progress", BluetoothStatus::failed},
-      {"Connect", "org.bluez.Error.AuthenticationFailed", "Authentication Failed", BluetoothStatus::failed},
       {"Disconnect", "org.bluez.Error.Failed", "Input/output error", BluetoothStatus::failed},
-      {"Disconnect", "org.bluez.Error.NotReady", "Resource Not Ready", BluetoothStatus::bluetoothOff},
   };
   for (const auto& [method, error, message, status] : cases) {
     SCOPED_TRACE(std::string(method) + " " + error + ": " + message);

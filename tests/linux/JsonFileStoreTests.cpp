@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 #include <functional>
 #include <set>
 #include <thread>
@@ -21,13 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::readFile;
+using test::writeFile;
 
 // What a writer child answers when it could not give up the superuser's powers over files.
 constexpr int kCannotDropPowers = 126;
-
-void writeFile(const fs::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-}
 
 // The settings writer tool as a child process, writing `count` keys `prefix`0... into `file`.
 // `limit` runs in the child before the program starts (only calls that are safe after fork).
@@ -94,7 +90,6 @@ TEST_F(JsonFileStoreTest, AnUnreadableFileReadsAsEmptyAndIsKeptBesideOnTheNextWr
   const std::string unreadable[] = {"not json", R"({"pinInput": tr)", R"(["an", "array"])", {"\x00\xff{\"a\": 1}", 9}};
   for (const auto& bytes : unreadable) {
     fs::remove_all(file.parent_path());
-    fs::create_directories(file.parent_path());
     writeFile(file, bytes);
     EXPECT_FALSE(store.object("a").has_value());
     ASSERT_TRUE(store.write({{"pinInput", StoreValue::boolean(false)}}));

@@ -25,9 +25,8 @@ TEST(MediaKeysEndToEnd, KeysGoToThePlayerThatPlayedLastAHeldNextSeeksAndPlayWith
   if (!pulse.available() || !bus.available() || !display.available) GTEST_SKIP() << "no sound server, bus or Xvfb with xdotool";
   test::AgentHome home;
   home.writeSettings({{"mediaKeys.enabled", true}});
-  std::filesystem::create_directories(home.path() / "share" / "applications");
   for (const std::string id : {"spotify", "org.gnome.Rhythmbox3"}) {
-    std::ofstream(home.path() / "share" / "applications" / (id + ".desktop")) << "[Desktop Entry]\nType=Application\nExec=false\n";
+    test::writeFile(home.path() / "share" / "applications" / (id + ".desktop"), "[Desktop Entry]\nType=Application\nExec=false\n");
   }
   std::ofstream(home.path() / "config" / "mimeapps.list") << "[Default Applications]\naudio/mpeg=org.gnome.Rhythmbox3.desktop;\n";
   auto environment = home.environment(pulse.clientEnvironment());

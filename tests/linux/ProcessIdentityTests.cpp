@@ -2,8 +2,6 @@
 // adapter's live tests read the real /proc.)
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "platform/linux/audio/ProcFsProcessTable.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
 #include "support/TempDir.h"
@@ -11,21 +9,20 @@
 namespace wh::platform {
 namespace {
 
-void write(const std::filesystem::path& path, const std::string& text) {
-  std::filesystem::create_directories(path.parent_path());
-  std::ofstream(path) << text;
-}
+using test::writeFile;
 
 TEST(ProcFsProcessTable, OddAndHalfGoneEntriesFailSoft) {
   test::TempDir root("wrenhaven-proc");
-  write(root.path() / "42" / "stat", "42 (a) b (c)) S 7 42 42 0 -1 4194560");
-  write(root.path() / "43" / "stat", "43 (truncated");
+  writeFile(root.path() / "42" / "stat", "42 (a) b (c)) S 7 42 42 0 -1 4194560");
+  writeFile(root.path() / "43" / "stat", "43 (truncated");
   std::filesystem::create_directories(root.path() / "44");  // its files went away mid-walk
-  write(root.path() / "45" / "cgroup", "12:pids:/\n1:name=systemd:/user.slice/app.slice/app-gnome-org.example.Old-1.scope\n");
-  write(root.path() / "46" / "cgroup", "1:name=systemd:/old\n0::/user.slice/app.slice/app-org.example.New@2.service\n");
-  write(root.path() / "46" / "root" / ".flatpak-info", "[Application]\nname=org.example.Flat\n");
+  writeFile(root.path() / "45" / "cgroup",
+            "12:pids:/\n1:name=systemd:/user.slice/app.slice/app-gnome-org.example.Old-1.scope\n");
+  writeFile(root.path() / "46" / "cgroup",
+            "1:name=systemd:/old\n0::/user.slice/app.slice/app-org.example.New@2.service\n");
+  writeFile(root.path() / "46" / "root" / ".flatpak-info", "[Application]\nname=org.example.Flat\n");
   std::filesystem::create_symlink("/opt/tool (deleted)", root.path() / "46" / "exe");
-  write(root.path() / "self" / "stat", "not a pid");
+  writeFile(root.path() / "self" / "stat", "not a pid");
 
   ProcFsProcessTable table(root.path());
   EXPECT_EQ(table.parentPid(42), 7) << "a name with spaces and parentheses";
@@ -45,11 +42,11 @@ TEST(XdgDesktopEntries, FindsEntriesByPrecedenceAndRereadsChangedFolders) {
   const auto entry = [](const std::string& exec, const std::string& extra = {}) {
     return "[Desktop Entry]\nType=Application\nName=X\nExec=" + exec + "\n" + extra;
   };
-  write(system / "org.example.Player.desktop", entry("player %U"));
-  write(system / "kde" / "org.kde.Viewer.desktop", entry("viewer", "StartupWMClass=ViewerMain\n"));
-  write(system / "org.example.Tray.desktop", entry("tray"));
-  write(system / "readme.txt", "not an entry");
-  write(user / "org.example.Tray.desktop", entry("tray", "Hidden=true\n"));
+  writeFile(system / "org.example.Player.desktop", entry("player %U"));
+  writeFile(system / "kde" / "org.kde.Viewer.desktop", entry("viewer", "StartupWMClass=ViewerMain\n"));
+  writeFile(system / "org.example.Tray.desktop", entry("tray"));
+  writeFile(system / "readme.txt", "not an entry");
+  writeFile(user / "org.example.Tray.desktop", entry("tray", "Hidden=true\n"));
 
   XdgDesktopEntries entries({user, system, late});
   auto catalog = entries.catalog();
@@ -58,9 +55,9 @@ TEST(XdgDesktopEntries, FindsEntriesByPrecedenceAndRereadsChangedFolders) {
   EXPECT_EQ(catalog->byProgram("player")->id, "org.example.Player");
   EXPECT_EQ(catalog->byID("org.example.Tray"), nullptr) << "hidden by the user's own entry";
   EXPECT_EQ(entries.catalog(), catalog) << "nothing changed: the same catalog";
-  write(user / "org.example.Player.desktop", entry("player2"));
+  writeFile(user / "org.example.Player.desktop", entry("player2"));
   EXPECT_EQ(entries.catalog()->byID("org.example.Player")->exec, "player2") << "the user's folder wins";
-  write(late / "org.example.Late.desktop", entry("late"));
+  writeFile(late / "org.example.Late.desktop", entry("late"));
   EXPECT_NE(entries.catalog()->byID("org.example.Late"), nullptr) << "a folder that appears is read";
 }
 

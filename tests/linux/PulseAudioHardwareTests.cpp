@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
 #include <future>
 #include <thread>
 #include <functional>
@@ -15,6 +14,7 @@
 #include "platform/linux/audio/PulseAudioHardware.h"
 #include "platform/linux/audio/XdgDesktopEntries.h"
 #include "platform/linux/runtime/QtRuntime.h"
+#include "support/AgentHome.h"
 #include "support/CapturedLog.h"
 #include "support/PulseRig.h"
 
@@ -57,12 +57,15 @@ class PulseAudioHardwareTest : public testing::TestWithParam<test::SoundServer> 
 };
 
 // The agent's diagnostics show the devices as the adapter reads them: monitors left out, sinks
-// first in the server's order, every BlueZ node form as Bluetooth.
+// first in the server's order, every BlueZ node form as Bluetooth. Nothing else starts.
 TEST_P(PulseAudioHardwareTest, DiagnosticsListTheDevicesWithTransportRateAndDefaultsAndThePlayingProcesses) {
   ASSERT_EQ(rig.pactl({"set-default-source", PulseRig::headphonesInput}).status, 0);
   auto player = rig.play("application.id=org.example.Player");
   ASSERT_TRUE(test::eventually([&] { return !rig.pactlLine({"list", "short", "sink-inputs"}).empty(); }));
-  const auto result = test::runCommand({WRENHAVEN_AGENT_PATH, "--diagnose"}, rig.clientEnvironment(), 30s);
+  test::AgentHome home;
+  const auto result =
+      test::runCommand({WRENHAVEN_AGENT_PATH, "--diagnose"}, home.environment(rig.clientEnvironment()), 30s);
+  ASSERT_EQ(result.status, 0) << result.output;
   EXPECT_NE(result.output.find("\n\nAudio devices:\n"
                                "  Built-in Audio Analog Stereo  [built-in out] 48000 Hz default output\n"
                                "  WH-1000XM4  [bluetooth out] 44100 Hz\n"
@@ -75,6 +78,7 @@ TEST_P(PulseAudioHardwareTest, DiagnosticsListTheDevicesWithTransportRateAndDefa
       << result.output;
   EXPECT_NE(result.output.find("\nAudio processes:\n  pid " + std::to_string(player->pid()) + " org.example.Player OUTPUT\n"),
             std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(home.path() / "state")) << "not even the log";
 }
 
 TEST_P(PulseAudioHardwareTest, DefaultsSetHereReachTheServerAndThoseSetElsewhereReachTheListeners) {
@@ -98,9 +102,8 @@ TEST_P(PulseAudioHardwareTest, DefaultsSetHereReachTheServerAndThoseSetElsewhere
 TEST_P(PulseAudioHardwareTest, ClientsAreProcessesWithPidBundleIDAndRunningStateAndTheMonitorNamesTheirApps) {
   // The monitor reads the real /proc and a desktop entry file for clients without an application id.
   test::TempDir data{"wrenhaven-xdg"};
-  std::filesystem::create_directories(data.path() / "applications");
-  std::ofstream(data.path() / "applications" / "org.example.Tool.desktop")
-      << "[Desktop Entry]\nType=Application\nExec=pulse_client\n";
+  test::writeFile(data.path() / "applications" / "org.example.Tool.desktop",
+                  "[Desktop Entry]\nType=Application\nExec=pulse_client\n");
   auto hw = connect();
   ProcFsProcessTable table;
   XdgDesktopEntries entries({data.path() / "applications"});

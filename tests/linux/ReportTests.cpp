@@ -41,10 +41,9 @@ std::map<std::string, std::string> readZip(const std::filesystem::path& path) {
 TEST(LibarchiveZip, TheArchiveHoldsEveryFileOfTheFolderUnderTheFoldersName) {
   test::TempDir home("zip");
   const auto folder = home.path() / "report-42";
-  std::filesystem::create_directories(folder);
   const std::string note("Email: (none)\n\xff\0 any bytes", 27);
-  std::ofstream(folder / "note.txt", std::ios::binary) << note;
-  std::ofstream(folder / "empty.log");
+  test::writeFile(folder / "note.txt", note);
+  test::writeFile(folder / "empty.log", "");
   LibarchiveZip zipper;
   ASSERT_EQ(zipper.zip(folder, home.path() / "report-42.zip"), "");
   EXPECT_EQ(readZip(home.path() / "report-42.zip"),

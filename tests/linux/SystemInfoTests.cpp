@@ -13,10 +13,8 @@ TEST(InputAccess, NeedsAReadableDeviceWithMediaKeysAndAWritableUinput) {
   const auto sys = folder.path() / "sys", dev = folder.path() / "dev";
   // A sysfs input class and a /dev with the device named, with its key capability bitmap.
   const auto addDevice = [&](const std::string& event, const std::string& keyBitmap) {
-    std::filesystem::create_directories(sys / event / "device" / "capabilities");
-    std::ofstream(sys / event / "device" / "capabilities" / "key") << keyBitmap << "\n";
-    std::filesystem::create_directories(dev / "input");
-    std::ofstream(dev / "input" / event) << "";
+    test::writeFile(sys / event / "device" / "capabilities" / "key", keyBitmap + "\n");
+    test::writeFile(dev / "input" / event, "");
   };
   EXPECT_FALSE(inputAccess(sys, dev).trusted());
   addDevice("event0", "0");                                             // a power button

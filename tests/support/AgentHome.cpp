@@ -1,12 +1,9 @@
 #include "support/AgentHome.h"
 
-#include <fstream>
-
 namespace wh::test {
 
 void AgentHome::writeSettings(const nlohmann::json& document) const {
-  std::filesystem::create_directories(settingsFile().parent_path());
-  std::ofstream(settingsFile()) << document.dump();
+  writeFile(settingsFile(), document.dump());
 }
 
 nlohmann::json AgentHome::devicesValue(const nlohmann::json& devices) { return {{"$data", devices.dump()}}; }

@@ -34,7 +34,7 @@ class SystemBusRig {
     std::string name;     // empty for a device that told none
     std::uint32_t deviceClass = headphonesClass;
     bool paired = true;
-    std::optional<int> battery;  // Battery1.Percentage
+    std::optional<int> battery = std::nullopt;  // Battery1.Percentage
   };
   struct PowerDevice {
     std::string name;    // the last part of its object path

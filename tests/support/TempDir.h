@@ -16,6 +16,12 @@ inline std::string readFile(const std::filesystem::path& path) {
   return bytes.str();
 }
 
+// Writes the file whole, making the folders it needs.
+inline void writeFile(const std::filesystem::path& path, const std::string& bytes) {
+  std::filesystem::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
 // A fresh folder under the system's temporary folder, removed with everything in it on destruction.
 class TempDir {
  public:

@@ -14,18 +14,11 @@ std::vector<std::string> matches(const std::string& text, const std::regex& patt
 }
 
 TrayRig::TrayRig(const std::string& sessionBus) : bus_(sessionBus) {
-  if (findExecutable("Xvfb").empty()) {
-    whyNot_ = "Xvfb is not installed";
-    return;
+  if (!xvfb_.available) {
+    whyNot_ = "no Xvfb with xdotool";
+  } else if (!bus_.empty() && !startTray()) {
+    whyNot_ = "the tray stand-in did not start: " + tray_->output();
   }
-  xvfb_ = std::make_unique<ChildProcess>(
-      std::vector<std::string>{"Xvfb", "-displayfd", "1", "-screen", "0", "1280x800x24", "-nolisten", "tcp"});
-  if (!xvfb_->waitForOutput("\n", 10s)) {
-    whyNot_ = "Xvfb did not start";
-    return;
-  }
-  display_ = ":" + xvfb_->output().substr(0, xvfb_->output().find('\n'));
-  if (!bus_.empty() && !startTray()) whyNot_ = "the tray stand-in did not start: " + tray_->output();
 }
 
 bool TrayRig::startTray() {

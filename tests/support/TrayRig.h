@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/ChildProcess.h"
+#include "support/XvfbDisplay.h"
 
 namespace wh::test {
 
@@ -21,7 +22,7 @@ class TrayRig {
 
   bool available() const { return whyNot_.empty(); }
   const std::string& whyNot() const { return whyNot_; }
-  const std::string& display() const { return display_; }
+  const std::string& display() const { return xvfb_.name; }
   // Stops the tray and starts it again (a desktop's tray restarting).
   bool restartTray();
   // The items registered with the tray (their bus names), as the watcher lists them.
@@ -37,8 +38,9 @@ class TrayRig {
  private:
   bool startTray();
   std::string bus_;
-  std::unique_ptr<ChildProcess> xvfb_, tray_;
-  std::string display_, whyNot_;
+  XvfbDisplay xvfb_;
+  std::unique_ptr<ChildProcess> tray_;
+  std::string whyNot_;
 };
 
 }  // namespace wh::test

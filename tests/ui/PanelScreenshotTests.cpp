@@ -2,7 +2,6 @@
 // theme, over the components on the virtual clock. Each state is saved as a picture for review;
 // the checks are what the pictures show: rows, actions and the panel's shortcut.
 #include <QApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QMenu>
 #include <QPlainTextEdit>
@@ -35,13 +34,7 @@ class PanelScreenshotTest : public AgentWorld {
   }
   // Saves the widget in both themes; answers the names of the buttons it shows.
   std::string shoot(const char* name, QWidget& widget) {
-    QDir().mkpath(WRENHAVEN_SCREENSHOT_DIR);
-    for (const char* theme : {"light", "dark"}) {
-      const bool dark = theme[0] == 'd';
-      QApplication::setPalette(dark ? QPalette(QColor(0x2b, 0x2b, 0x2b)) : QPalette(QColor(0xf4, 0xf4, 0xf4)));
-      QApplication::processEvents();
-      widget.grab().save(QString(WRENHAVEN_SCREENSHOT_DIR "/%1-%2.png").arg(name, theme));
-    }
+    saveInBothThemes(widget, name);
     std::string buttons;
     for (auto* button : widget.findChildren<nj::NJButton*>()) buttons += button->text().toStdString() + "|";
     return buttons;

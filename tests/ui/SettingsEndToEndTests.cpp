@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "linux/QtLoop.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/settings/JsonFileStore.h"
@@ -28,14 +26,6 @@ using Page = settingsapp::PageBuilder::Page;
 
 constexpr int agentAnswerMs = 20000;  // generous: the agent and the rigs share two loaded cores
 
-// Clicks the button with that text, if `widget` shows one now.
-bool press(QWidget& widget, const QString& text) {
-  for (auto* button : widget.findChildren<nj::NJButton*>()) {
-    if (button->text() == text) return button->click(), true;
-  }
-  return false;
-}
-
 // What the window's row with that title shows at its end.
 QString rowText(QWidget& window, const QString& title) {
   for (auto* row : window.findChildren<nj::NJKitRow*>()) {
@@ -54,9 +44,8 @@ TEST(SettingsEndToEndTest, GuideAddsATrayItemASliderSetsTheGainAndACommandComesB
   if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
   ASSERT_TRUE(bus.addHeadphones());
   AgentHome home;
-  std::filesystem::create_directories(home.path() / ".local/share/applications");
-  std::ofstream(home.path() / ".local/share/applications/org.example.Tone.desktop")
-      << "[Desktop Entry]\nType=Application\nName=Tone\nExec=pulse_client --tone\n";
+  writeFile(home.path() / ".local/share/applications/org.example.Tone.desktop",
+            "[Desktop Entry]\nType=Application\nName=Tone\nExec=pulse_client --tone\n");
   auto tone = pulse.client({"--tone"}, "application.id=org.example.Tone");
   ASSERT_TRUE(tone);
   const double full = pulse.level(PulseRig::laptopSpeakers);

@@ -2,10 +2,8 @@
 // in the light and the dark theme. Each page and step is saved as a picture for review; the checks
 // are what the controls write and which commands reach the agent.
 #include <QApplication>
-#include <QDir>
 #include <QKeyEvent>
 #include <QTest>
-
 
 #include <gtest/gtest.h>
 
@@ -65,20 +63,6 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr,
                                    [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
                                    &keyboard, [&report] { report.show(); }, "1.0 (1)"};
-  const auto shoot = [](const QString& shot, QWidget& widget) {
-    QDir().mkpath(WRENHAVEN_SCREENSHOT_DIR);
-    for (const char* theme : {"light", "dark"}) {
-      QApplication::setPalette(theme[0] == 'd' ? QPalette(QColor(0x2b, 0x2b, 0x2b)) : QPalette(QColor(0xf4, 0xf4, 0xf4)));
-      QApplication::processEvents();
-      widget.grab().save(QString(WRENHAVEN_SCREENSHOT_DIR "/settings-%1-%2.png").arg(shot, theme));
-    }
-  };
-  const auto press = [](QWidget& widget, const QString& title) {
-    for (auto* button : widget.findChildren<nj::NJButton*>()) {
-      if (button->text() == title) return button->click(), QApplication::processEvents(), true;
-    }
-    return false;
-  };
 
   settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
   settingsapp::AudioInputs inputs(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
@@ -102,7 +86,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
     window.showPage(static_cast<settingsapp::PageBuilder::Page>(page));
     QApplication::processEvents();
     if (page == 1) { ASSERT_TRUE(QTest::qWaitFor([&] { return microphones().size() == 2; })); }
-    shoot(pages[page], window);
+    saveInBothThemes(window, QString("settings-") + pages[page]);
     if (page == 1) {
       EXPECT_EQ(microphones()[0]->accessibleDescription() + microphones()[1]->accessibleName(), "chosenYeti") << "no Bluetooth input";
       QTest::mouseClick(microphones()[1], Qt::LeftButton);
@@ -142,7 +126,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   for (int step = 0; step < 7; ++step) {
     guide.go(static_cast<settingsapp::OnboardingGuide::Step>(step));
     QApplication::processEvents();
-    shoot(QString("guide-") + steps[step], guide);
+    saveInBothThemes(guide, QString("settings-guide-") + steps[step]);
     if (step == 2) {
       EXPECT_TRUE(press(guide, "Add"));
     }
