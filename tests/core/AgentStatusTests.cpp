@@ -62,10 +62,7 @@ TEST_F(AgentStatusTest, AccessibilityIsAskedOffTheMainThreadAndAChangeComesBackT
 }
 
 TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {
-  BatteryLevels levels;
-  levels.left = 80;
-  levels.caseLevel = 40;
-  sources.live = {{std::nullopt, std::string(buds), levels}};
+  sources.live = {{std::nullopt, std::string(buds), {.left = 80, .caseLevel = 40}}};
   services.battery.refresh({{buds, "Sleep Buds"}});
   rt.drainSerialQueues();
   status.publish();

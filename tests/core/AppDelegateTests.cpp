@@ -117,9 +117,7 @@ TEST_F(AppDelegateTest, OnlyUserConnectsMoveTheOutputAndBatteriesAreReadAfterEve
   rt.advance(AppDelegate::batteryInterval);
   rt.drainSerialQueues();
   EXPECT_EQ(sources.liveReads, 0) << "nothing connected, nothing to read";
-  BatteryLevels levels;
-  levels.single = 64;
-  sources.live = {{std::nullopt, std::string(buds), levels}};
+  sources.live = {{std::nullopt, std::string(buds), {.single = 64}}};
   for (const bool user : {false, true}) {
     services.switcher.repairUsed.insert(buds);
     if (user) channel.send("toggle:AA:BB:CC:DD:EE:FF");

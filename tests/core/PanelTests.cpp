@@ -61,7 +61,7 @@ class PanelTest : public AgentWorld {
   void connect(Phase phase = Phase::connected()) { services.bluetooth.set(buds, phase); }
   DeviceSetting device() const { return settings.devices().at(0); }
   void batteryRead(double ago) {
-    sources.live = {{"Sleep Buds", buds, {80, 75, std::nullopt, std::nullopt, {}}}};
+    sources.live = {{"Sleep Buds", buds, {.left = 80, .right = 75}}};
     services.battery.refresh({{buds, "Sleep Buds"}});
     rt.drainSerialQueues();
     rt.advance(ago);

@@ -30,9 +30,8 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
     ASSERT_TRUE(agent) << failure;
   }
   std::unique_ptr<test::ChildProcess> playTone() {
-    std::filesystem::create_directories(home.path() / ".local/share/applications");
-    std::ofstream(home.path() / ".local/share/applications/org.example.Tone.desktop")
-        << "[Desktop Entry]\nType=Application\nName=Tone\nIcon=tone\nExec=pulse_client --tone\n";
+    test::writeFile(home.path() / ".local/share/applications/org.example.Tone.desktop",
+                    "[Desktop Entry]\nType=Application\nName=Tone\nIcon=tone\nExec=pulse_client --tone\n");
     return pulse.client({"--tone"}, "application.id=org.example.Tone");
   }
   // What taps put on the server: the lines of `pactl list` that name a tap sink or a tap stream.

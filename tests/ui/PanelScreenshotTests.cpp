@@ -59,7 +59,7 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   authority.change(BluetoothAuthorization::allowedAlways);
   remember();
   services.bluetooth.set(buds, BluetoothManager::Phase::connected());
-  sources.live = {{"Sleep Buds", buds, {std::nullopt, std::nullopt, std::nullopt, 15, {}}}};
+  sources.live = {{"Sleep Buds", buds, {.single = 15}}};
   menu->willOpen();
   rt.drainSerialQueues();
   services.pinner.start();

@@ -8,11 +8,11 @@
 namespace wh {
 
 struct BatteryLevels {
-  std::optional<int> left;       // left bud, percent
-  std::optional<int> right;      // right bud, percent
-  std::optional<int> caseLevel;  // charging case, percent
-  std::optional<int> single;     // the one battery of single-battery headphones
-  std::chrono::system_clock::time_point readAt;
+  std::optional<int> left = {};       // left bud, percent
+  std::optional<int> right = {};      // right bud, percent
+  std::optional<int> caseLevel = {};  // charging case, percent
+  std::optional<int> single = {};     // the one battery of single-battery headphones
+  std::chrono::system_clock::time_point readAt = {};
 
   bool hasAnyLevel() const { return left || right || caseLevel || single; }
 
