@@ -9,6 +9,8 @@
 #include <sstream>
 #include <thread>
 
+#include "core/settings/Settings.h"
+#include "platform/linux/settings/JsonFileStore.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
 #include "support/PulseRig.h"
@@ -28,6 +30,12 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
     std::string failure;
     agent = home.launch(environment, failure);
     ASSERT_TRUE(agent) << failure;
+  }
+  // Mutes the tone as the settings program would: under the store's lock, beside the agent's own
+  // status writes, which a plain rewrite of the file could lose.
+  void muteTone() {
+    platform::JsonFileStore(home.settingsFile())
+        .set(Keys::appVolumes, StoreValue::data(R"({"org.example.Tone":{"gain":0.5,"muted":true}})"));
   }
   std::unique_ptr<test::ChildProcess> playTone() {
     test::writeFile(home.path() / ".local/share/applications/org.example.Tone.desktop",
@@ -69,7 +77,7 @@ TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAK
   EXPECT_NEAR(pulse.level(buds, full - 6.02), full - 6.02, 0.5) << "rebuilt to the new default output";
   EXPECT_LT(pulse.level(speakers, -200), -60);
 
-  home.writeSettings({{"appVolumes", {{"$data", R"({"org.example.Tone":{"gain":0.5,"muted":true}})"}}}});
+  muteTone();
   ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
   EXPECT_LT(pulse.level(buds, -200), -60) << "muted";
 
@@ -103,7 +111,7 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
   ASSERT_NE(tapTraces(), "") << "the running tap shows in the listing";
 
   // The app ends while its mute tap is being built: the server holds the build until it has gone.
-  home.writeSettings({{"appVolumes", {{"$data", R"({"org.example.Tone":{"gain":0.5,"muted":true}})"}}}});
+  muteTone();
   pulse.signalDaemon(SIGSTOP);
   ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
   std::this_thread::sleep_for(300ms);
