@@ -13,4 +13,6 @@ cmake --build "$build"
 export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0:strict_string_checks=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 export LSAN_OPTIONS="${LSAN_OPTIONS:-suppressions=$PWD/tests/lsan.supp:print_suppressions=0}"
-ctest --test-dir "$build" --output-on-failure --timeout 300 -j "$(nproc)"
+# The end-to-end tests run real sound servers, buses and X servers on a machine that may be loaded:
+# a test that fails is run once more, and ctest's output shows both runs.
+ctest --test-dir "$build" --output-on-failure --timeout 300 -j "$(nproc)" --repeat until-pass:2
