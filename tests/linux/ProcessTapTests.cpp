@@ -70,7 +70,18 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   tone->terminate(SIGHUP);  // a second stream, after the tap was built
   EXPECT_TRUE(test::eventually([&] { return placement(client) == "wrenh wrenh +tap"; })) << placement(client);
   EXPECT_LT(rig.level(speakers, -200), -60);
+  std::istringstream inputs(rig.pactl({"list", "short", "sink-inputs"}).output);
+  for (std::string index, sink, owner, rest; inputs >> index >> sink >> owner && std::getline(inputs, rest);) {
+    if (owner == std::to_string(client)) rig.pactl({"move-sink-input", index, speakers});
+  }
+  EXPECT_TRUE(test::eventually([&] { return placement(client) == "wrenh wrenh +tap"; })) << "taken back";
+
+  // The tap built next takes over the sink: the streams stay, and the last tap to stop gives them back.
+  auto next = std::get<std::shared_ptr<ProcessTap>>(build(Mode::gain, speakers));
+  EXPECT_EQ(placement(client), "wrenh wrenh +tap");
   tap->stop();
+  EXPECT_GT(rig.level(speakers), -60);
+  next->stop();
   EXPECT_EQ(placement(client), "alsa_ alsa_ ");
 }
 

@@ -171,9 +171,11 @@ class PulseAudioHardware::Connection {
     scheduleRetry();
   }
 
-  // Reads the server's defaults again a moment after a write. PipeWire's session manager decides
-  // the default itself: when another program's choice overtakes ours before it decides, the
-  // default never changes, no event comes, and only a fresh read shows that ours did not win.
+  // Reads the server's defaults again a moment after a write, or after a device went away.
+  // PipeWire's session manager decides the default itself: when another program's choice overtakes
+  // ours before it decides, the default never changes, no event comes, and only a fresh read shows
+  // that ours did not win. And PipeWire's pulse server tells each client of a new default only
+  // when its own pick changes: a client that asked in between, while there was none, is never told.
   void confirmLater() {
     if (confirm_ != nullptr || context_ == nullptr) return;
     timeval when{};
@@ -268,10 +270,16 @@ class PulseAudioHardware::Connection {
     PulseMirror& mirror = self->owner_;
     switch (facility) {
       case PA_SUBSCRIPTION_EVENT_SINK:
-        if (removed) return mirror.removeDevice(true, index);
+        if (removed) {
+          self->confirmLater();
+          return mirror.removeDevice(true, index);
+        }
         return track(pa_context_get_sink_info_by_index(context, index, &Connection::onSink<false>, self));
       case PA_SUBSCRIPTION_EVENT_SOURCE:
-        if (removed) return mirror.removeDevice(false, index);
+        if (removed) {
+          self->confirmLater();
+          return mirror.removeDevice(false, index);
+        }
         return track(pa_context_get_source_info_by_index(context, index, &Connection::onSource<false>, self));
       case PA_SUBSCRIPTION_EVENT_CLIENT:
         if (removed) return mirror.removeClient(index);
@@ -311,8 +319,13 @@ class PulseAudioHardware::Connection {
     auto* self = static_cast<Connection*>(userdata);
     if (context != self->context_) return;
     if (info != nullptr) {
-      self->owner_.applyDefaults(info->default_sink_name ? info->default_sink_name : "",
-                                 info->default_source_name ? info->default_source_name : "");
+      const std::string sink = info->default_sink_name ? info->default_sink_name : "";
+      const std::string source = info->default_source_name ? info->default_source_name : "";
+      self->owner_.applyDefaults(sink, source);
+      // PipeWire's pulse server names these while its session manager has not picked a default.
+      const bool undecided = sink == "@DEFAULT_SINK@" || source == "@DEFAULT_SOURCE@";
+      self->undecidedReads_ = undecided ? self->undecidedReads_ + 1 : 0;
+      if (undecided && self->undecidedReads_ <= maxUndecidedReads) self->confirmLater();
     }
     if (List) self->listDone();
   }
@@ -378,6 +391,8 @@ class PulseAudioHardware::Connection {
   pa_time_event* retry_ = nullptr;
   pa_time_event* confirm_ = nullptr;
   static constexpr double confirmDelay = 0.25;  // seconds: PipeWire's session manager decides in milliseconds
+  static constexpr int maxUndecidedReads = 20;  // the defaults are read again for 5 s while undecided
+  int undecidedReads_ = 0;
   double delay_;
   int pendingLists_ = 0;
 };

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <mutex>
 #include <random>
 #include <vector>
 
@@ -33,6 +34,8 @@ constexpr int tapThreadPriority = 5;
 constexpr double marginStep = 0.005;
 constexpr double maxFillMargin = 0.05;
 constexpr double calmTime = 60.0;
+// How many times a stream taken away from the tap's sink is moved back.
+constexpr int maxTakeBacks = 3;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
@@ -174,15 +177,85 @@ void moveOut(Calls& calls, const std::set<std::uint32_t>& leaving,
 
 }  // namespace
 
+// One application's tap sink. The taps built for the application while an earlier one still runs
+// (for a new output, or gain after mute) share it, so its streams stay where they are.
+struct PulseProcessTaps::Sink {
+  std::string name;
+  std::uint32_t module = PA_INVALID_INDEX;
+  std::uint32_t index = PA_INVALID_INDEX;
+  int holders = 0;  // guarded by the table's lock
+  // Taps on their own threads share these.
+  std::mutex mutex;
+  std::map<std::uint32_t, std::uint32_t> origins;  // playback stream -> the sink it came from
+  std::map<std::uint32_t, int> takenBack;          // playback stream -> times moved back in
+};
+
+class PulseProcessTaps::SinkTable {
+ public:
+  // The application's sink, if one of its taps holds one; the caller holds it too.
+  std::shared_ptr<Sink> take(const std::string& bundleID) {
+    std::lock_guard lock(mutex_);
+    const auto found = sinks_.find(bundleID);
+    if (found == sinks_.end()) return nullptr;
+    ++found->second->holders;
+    return found->second;
+  }
+  void add(const std::string& bundleID, const std::shared_ptr<Sink>& sink) {
+    std::lock_guard lock(mutex_);
+    ++sink->holders;
+    sinks_[bundleID] = sink;
+  }
+  // Answers whether the caller was the sink's last holder.
+  bool release(const std::string& bundleID, const std::shared_ptr<Sink>& sink) {
+    std::lock_guard lock(mutex_);
+    if (--sink->holders > 0) return false;
+    if (const auto found = sinks_.find(bundleID); found != sinks_.end() && found->second == sink) sinks_.erase(found);
+    return true;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<std::string, std::shared_ptr<Sink>> sinks_;
+};
+
+namespace {
+
+bool present(const std::vector<SinkRecord>& sinks, const PulseProcessTaps::Sink& sink) {
+  return std::any_of(sinks.begin(), sinks.end(),
+                     [&](const SinkRecord& s) { return s.index == sink.index && s.name == sink.name; });
+}
+
+std::shared_ptr<PulseProcessTaps::Sink> loadSink(Calls& calls, PulseProcessTaps::SinkTable& table,
+                                                const std::string& bundleID) {
+  auto sink = std::make_shared<PulseProcessTaps::Sink>();
+  sink->name = sinkNameFor(bundleID);
+  const std::string arguments = "sink_name=" + sink->name + " format=float32le rate=" + std::to_string(tapRate) +
+                                " channels=" + std::to_string(tapChannels) +
+                                " sink_properties='device.description=\"Wrenhaven " + bundleID + "\"'";
+  sink->module = calls.load("module-null-sink", arguments);
+  if (sink->module == PA_INVALID_INDEX) return nullptr;
+  for (const auto& record : calls.sinks()) {
+    if (record.name == sink->name) sink->index = record.index;
+  }
+  if (sink->index == PA_INVALID_INDEX) {
+    calls.unload(sink->module);
+    return nullptr;
+  }
+  table.add(bundleID, sink);
+  return sink;
+}
+
+}  // namespace
+
 PulseProcessTaps::PulseProcessTaps(PulseMirror& mirror, Options options)
-    : mirror_(mirror), options_(std::move(options)) {}
+    : mirror_(mirror), options_(std::move(options)), sinks_(std::make_shared<SinkTable>()) {}
 
 ProcessTaps::Result PulseProcessTaps::build(const ProcessTap::Request& request) {
   std::set<std::uint32_t> clients;
   for (const AudioObjectID process : request.processes) {
     if (const auto index = mirror_.clientServerIndex(process)) clients.insert(*index);
   }
-  auto tap = std::make_shared<Tap>(request, std::move(clients), options_);
+  auto tap = std::make_shared<Tap>(request, std::move(clients), options_, sinks_);
   if (const auto failure = tap->start(request)) return *failure;
   return tap;
 }
@@ -204,8 +277,10 @@ void PulseProcessTaps::removeLeftovers() {
   for (const auto module : modules) calls.unload(module);
 }
 
-PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clients, const Options& options)
+PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clients, const Options& options,
+                           std::shared_ptr<SinkTable> sinks)
     : ProcessTap(request),
+      sinks_(std::move(sinks)),
       session_(options.server, "Wrenhaven tap", "wrenhaven.tap", options.operationTimeout),
       bundleID_(request.bundleID),
       clients_(std::move(clients)),
@@ -221,16 +296,15 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
   {
     PulseSession::Lock lock(session_);
     Calls calls{session_};
-    sinkName_ = sinkNameFor(bundleID_);
-    const std::string arguments = "sink_name=" + sinkName_ + " format=float32le rate=" + std::to_string(tapRate) +
-                                  " channels=" + std::to_string(tapChannels) +
-                                  " sink_properties='device.description=\"Wrenhaven " + bundleID_ + "\"'";
-    module_ = calls.load("module-null-sink", arguments);
-    for (const auto& sink : module_ == PA_INVALID_INDEX ? std::vector<SinkRecord>{} : calls.sinks()) {
-      if (sink.name == sinkName_) sink_ = sink.index;
+    sink_ = sinks_->take(bundleID_);
+    if (sink_ != nullptr && !present(calls.sinks(), *sink_)) {
+      sinks_->release(bundleID_, sink_);  // the server it was made on is gone
+      sink_.reset();
     }
-    if (sink_ == PA_INVALID_INDEX) failure = Failure{Step::tap, session_.error()};
+    if (sink_ == nullptr) sink_ = loadSink(calls, *sinks_, bundleID_);
+    if (sink_ == nullptr) failure = Failure{Step::tap, session_.error()};
     if (!failure) {
+      sinkName_ = sink_->name;
       // Streams that appear later are caught by the subscription; those there now, by the list.
       pa_context_set_subscribe_callback(session_.context(), &Tap::onEvent, this);
       calls.succeeds([&](auto done, Calls::Answer* answer) {
@@ -239,9 +313,12 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
       // Waited for, so that a tap this one replaces finds none of them when it stops. A stream
       // that has gone meanwhile needs no move.
       for (const auto& input : calls.inputs()) {
-        if (clients_.count(input.client) == 0 || input.sink == sink_) continue;
-        origins_[input.index] = input.sink;
-        calls.move(input.index, sink_);
+        if (clients_.count(input.client) == 0 || input.sink == sink_->index) continue;
+        {
+          std::lock_guard guard(sink_->mutex);
+          sink_->origins.emplace(input.index, input.sink);
+        }
+        calls.move(input.index, sink_->index);
       }
     }
     if (!failure && request.mode == Mode::gain) {
@@ -252,18 +329,27 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
   return failure;
 }
 
+// A stream of the tap's clients that is not on the tap's sink: a new one, or one that something
+// else took away (on PipeWire the session manager can relink a stream whose earlier target went
+// away just as it was moved). A stream taken away too often is left where it is, so the tap
+// never fights another program that keeps moving it.
 void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
-  if (from == sink_ || origins_.count(input) > 0) return;
-  origins_[input] = from;
+  if (from == sink_->index) return;
+  {
+    std::lock_guard guard(sink_->mutex);
+    if (sink_->origins.count(input) > 0 && ++sink_->takenBack[input] > maxTakeBacks) return;
+    sink_->origins.emplace(input, from);
+  }
   // Not waited for: this runs inside the subscription's callback.
-  if (pa_operation* operation = pa_context_move_sink_input_by_index(session_.context(), input, sink_, nullptr, nullptr)) {
+  if (pa_operation* operation =
+          pa_context_move_sink_input_by_index(session_.context(), input, sink_->index, nullptr, nullptr)) {
     pa_operation_unref(operation);
   }
 }
 
 void PulseProcessTaps::Tap::onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
                                     void* self) {
-  if ((type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) != PA_SUBSCRIPTION_EVENT_NEW) return;
+  if ((type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE) return;
   pa_operation* operation = pa_context_get_sink_input_info(
       context, index,
       [](pa_context*, const pa_sink_input_info* info, int, void* data) {
@@ -427,13 +513,16 @@ void PulseProcessTaps::Tap::stop() {
     pa_stream_unref(*stream);
     *stream = nullptr;
   }
-  if (!session_.connected()) return;
-  pa_context_set_subscribe_callback(session_.context(), nullptr, nullptr);
-  if (module_ == PA_INVALID_INDEX) return;
+  if (session_.connected()) pa_context_set_subscribe_callback(session_.context(), nullptr, nullptr);
+  if (sink_ == nullptr) return;
+  const auto sink = std::move(sink_);
+  sink_.reset();
+  // The application's last tap gives the streams back and unloads the sink.
+  if (!sinks_->release(bundleID_, sink) || !session_.connected()) return;
   Calls calls{session_};
-  if (sink_ != PA_INVALID_INDEX) moveOut(calls, {sink_}, origins_);
-  calls.unload(module_);
-  module_ = PA_INVALID_INDEX;
+  std::lock_guard guard(sink->mutex);
+  moveOut(calls, {sink->index}, sink->origins);
+  calls.unload(sink->module);
 }
 
 }  // namespace wh::platform

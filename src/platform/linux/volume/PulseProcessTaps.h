@@ -1,12 +1,14 @@
 #pragma once
 // Process taps on the PulseAudio protocol (PulseAudio, or PipeWire's pulse server). A tap is a
 // private null sink named after the application, to which every playback stream of the
-// application's clients is moved, also the streams that appear later: nothing plays that sink, so
-// the application is silent (mute). A gain tap also records the sink's monitor and plays it, through
-// the gain mixer, to the output device, on its connection's real-time thread "wrenhaven.tap"; the
-// playback rate follows the fill of the output stream, so the two clocks' drift neither starves
-// nor piles up the stream. Stopping moves the streams back where they were (or to the default
-// output when that is gone) and unloads the sink. Failures carry the server's error numbers.
+// application's clients is moved, also the streams that appear later or that something else moves
+// away: nothing plays that sink, so the application is silent (mute). A gain tap also records the
+// sink's monitor and plays it, through the gain mixer, to the output device, on its connection's
+// real-time thread "wrenhaven.tap"; the playback rate follows the fill of the output stream, so
+// the two clocks' drift neither starves nor piles up the stream. A tap built while another of the
+// application's runs takes over its sink, so a rebuild moves no stream. The last tap to stop moves
+// the streams back where they were (or to the default output when that is gone) and unloads the
+// sink. Failures carry the server's error numbers.
 
 #include <atomic>
 #include <cstdint>
@@ -42,15 +44,19 @@ class PulseProcessTaps final : public ProcessTaps {
   void removeLeftovers() override;
 
   class Tap;
+  struct Sink;
+  class SinkTable;
 
  private:
   PulseMirror& mirror_;
   Options options_;
+  std::shared_ptr<SinkTable> sinks_;
 };
 
 class PulseProcessTaps::Tap final : public ProcessTap {
  public:
-  Tap(const Request& request, std::set<std::uint32_t> clients, const Options& options);
+  Tap(const Request& request, std::set<std::uint32_t> clients, const Options& options,
+      std::shared_ptr<SinkTable> sinks);
   ~Tap() override;
 
   // Answers the failure, after undoing what was made; nothing on success.
@@ -70,16 +76,15 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   void adaptRate();
   static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index, void* self);
 
+  std::shared_ptr<SinkTable> sinks_;
   PulseSession session_;
   std::string bundleID_;
   std::set<std::uint32_t> clients_;
   double baseMargin_;
   double fillMargin_;  // grows after underflows, back to the base when calm
   std::uint64_t calmSince_ = 0;  // frames played when the stream last ran dry or its margin last shrank
+  std::shared_ptr<Sink> sink_;  // held from a successful start until stop
   std::string sinkName_;
-  std::uint32_t module_ = PA_INVALID_INDEX;
-  std::uint32_t sink_ = PA_INVALID_INDEX;
-  std::map<std::uint32_t, std::uint32_t> origins_;  // playback stream -> the sink it came from
   pa_stream* capture_ = nullptr;
   pa_stream* playback_ = nullptr;
   std::uint32_t rate_ = 0;
