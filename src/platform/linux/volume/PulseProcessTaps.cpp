@@ -349,7 +349,16 @@ void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
 
 void PulseProcessTaps::Tap::onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
                                     void* self) {
-  if ((type & PA_SUBSCRIPTION_EVENT_TYPE_MASK) == PA_SUBSCRIPTION_EVENT_REMOVE) return;
+  auto* tap = static_cast<Tap*>(self);
+  const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
+  if (kind == PA_SUBSCRIPTION_EVENT_REMOVE || tap->stopped_) return;
+  // Only the streams the tap took in are asked about when they change: every question is work
+  // for the server's protocol thread, which on PipeWire also moves the sound, and the tap's own
+  // output stream changes twice a second.
+  if (kind == PA_SUBSCRIPTION_EVENT_CHANGE) {
+    std::lock_guard guard(tap->sink_->mutex);
+    if (tap->sink_->origins.count(index) == 0) return;
+  }
   pa_operation* operation = pa_context_get_sink_input_info(
       context, index,
       [](pa_context*, const pa_sink_input_info* info, int, void* data) {
