@@ -3,7 +3,8 @@
 // of its "wrenhaven.tap" thread, and the output stream's underflows over a long run, after which
 // the added latency is measured again (a delay that grew would show there).
 //
-//   tap_rig [seconds] [fill margin in seconds]     (defaults 600 and the adapter's own)
+//   tap_rig [seconds] [fill margin in seconds] [pulseaudio|pipewire]
+//   (defaults: 600, the adapter's own margin, both servers)
 
 #include <dirent.h>
 #include <unistd.h>
@@ -96,16 +97,17 @@ void measure(test::SoundServer server, int seconds, double fillMargin) {
     return;
   }
   auto tap = std::dynamic_pointer_cast<platform::PulseProcessTaps::Tap>(std::get<std::shared_ptr<ProcessTap>>(built));
-  const double tapped = onsetDelay(rig, *tone);
+  const double tapped = onsetDelay(rig, *tone), reported = tap->latency();
   const double cpuBefore = threadCpu("wrenhaven.tap"), underflowsBefore = double(tap->underflows());
   std::this_thread::sleep_for(std::chrono::seconds(seconds));
   const double cpu = threadCpu("wrenhaven.tap") - cpuBefore;
   const double underflows = double(tap->underflows()) - underflowsBefore;
-  const double tappedLater = onsetDelay(rig, *tone);
+  const double tappedLater = onsetDelay(rig, *tone), reportedLater = tap->latency();
   tap->stop();
   std::cout << serverName << ": onset " << direct * 1000 << " ms direct, " << tapped * 1000 << " ms tapped (added "
             << (tapped - direct) * 1000 << " ms), " << (tappedLater - direct) * 1000 << " ms added after " << seconds
-            << " s; tap thread CPU " << 100 * cpu / seconds << " % of one core; " << underflows
+            << " s; the server reports " << reported * 1000 << " ms from tap sink to output, " << reportedLater * 1000
+            << " ms at the end; tap thread CPU " << 100 * cpu / seconds << " % of one core; " << underflows
             << " underflows in " << seconds << " s (" << tap->frames() << " frames)\n";
 }
 
@@ -115,6 +117,7 @@ int main(int argc, char** argv) {
   QCoreApplication application(argc, argv);
   const int seconds = argc > 1 ? std::atoi(argv[1]) : 600;
   const double fillMargin = argc > 2 ? std::atof(argv[2]) : 0;
-  measure(test::SoundServer::pulseAudio, seconds, fillMargin);
-  measure(test::SoundServer::pipeWire, seconds, fillMargin);
+  const std::string only = argc > 3 ? argv[3] : "";  // "pulseaudio" or "pipewire": that server alone
+  if (only != "pipewire") measure(test::SoundServer::pulseAudio, seconds, fillMargin);
+  if (only != "pulseaudio") measure(test::SoundServer::pipeWire, seconds, fillMargin);
 }

@@ -63,6 +63,8 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   auto tap = std::get<std::shared_ptr<ProcessTap>>(build(Mode::gain, speakers));
   EXPECT_NEAR(rig.level(speakers, full - 6.02), full - 6.02, 0.5);
   EXPECT_TRUE(tap->box().sawSignal());
+  const double latency = std::dynamic_pointer_cast<PulseProcessTaps::Tap>(tap)->latency();
+  EXPECT_TRUE(latency >= 0 && latency < 0.25) << latency << " s from the tap sink to the speakers";
   tap->stop();
   EXPECT_EQ(placement(client), "alsa_ ");
 

@@ -34,8 +34,14 @@ constexpr int tapThreadPriority = 5;
 constexpr double marginStep = 0.005;
 constexpr double maxFillMargin = 0.05;
 constexpr double calmTime = 60.0;
-// How many times a stream taken away from the tap's sink is moved back.
-constexpr int maxTakeBacks = 3;
+// Sound beyond this in the output stream is dropped rather than played late. The monitor can hand
+// over a burst (PulseAudio's null sink renders up to 2 s ahead until a stream asks for less), and
+// the rate correction alone would take minutes to work off such a backlog.
+constexpr double maxFill = 0.1;
+// How many times a stream taken away from the tap's sink is moved back. A move shows up as one or
+// two changes, and on PipeWire an answer may still name the old sink until the session manager has
+// relinked the stream, so one taking away can cost a few moves.
+constexpr int maxTakeBacks = 10;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
@@ -349,15 +355,15 @@ void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
 
 void PulseProcessTaps::Tap::onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
                                     void* self) {
-  auto* tap = static_cast<Tap*>(self);
+  const auto* owner = static_cast<Tap*>(self);
   const auto kind = type & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
-  if (kind == PA_SUBSCRIPTION_EVENT_REMOVE || tap->stopped_) return;
+  if (kind == PA_SUBSCRIPTION_EVENT_REMOVE || owner->stopped_) return;
   // Only the streams the tap took in are asked about when they change: every question is work
   // for the server's protocol thread, which on PipeWire also moves the sound, and the tap's own
   // output stream changes twice a second.
   if (kind == PA_SUBSCRIPTION_EVENT_CHANGE) {
-    std::lock_guard guard(tap->sink_->mutex);
-    if (tap->sink_->origins.count(index) == 0) return;
+    std::lock_guard guard(owner->sink_->mutex);
+    if (owner->sink_->origins.count(index) == 0) return;
   }
   pa_operation* operation = pa_context_get_sink_input_info(
       context, index,
@@ -438,9 +444,11 @@ void PulseProcessTaps::Tap::pump() {
   }
   const void* data = nullptr;
   std::size_t bytes = 0, written = 0;
+  bool flooded = false;
   while (pa_stream_peek(capture_, &data, &bytes) == 0 && bytes > 0) {
+    flooded = flooded || heldSeconds() > maxFill;
     std::size_t done = 0;
-    while (done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
+    while (!flooded && done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
       void* out = nullptr;
       std::size_t piece = bytes - done;
       if (pa_stream_begin_write(playback_, &out, &piece) < 0 || out == nullptr) break;
@@ -456,8 +464,16 @@ void PulseProcessTaps::Tap::pump() {
     pa_stream_drop(capture_);
     frames_.fetch_add(bytes / frameBytes, std::memory_order_relaxed);
   }
-  if (written > 0) measureFill(written);
+  if (written > 0 || flooded) measureFill(written);
   if (frames_.load(std::memory_order_relaxed) - framesAtAdjust_ >= adjustInterval * tapRate) adaptRate();
+}
+
+// Seconds of sound in the output stream: what was written, less where the server read at the last
+// timing update.
+double PulseProcessTaps::Tap::heldSeconds() const {
+  const pa_timing_info* timing = pa_stream_get_timing_info(playback_);
+  if (timing == nullptr || timing->write_index_corrupt != 0 || timing->read_index_corrupt != 0) return 0;
+  return static_cast<double>(timing->write_index - timing->read_index) / frameBytes / tapRate;
 }
 
 // Asks the server where it reads the output stream, after each piece played out. The stream holds
@@ -506,6 +522,22 @@ void PulseProcessTaps::Tap::adaptRate() {
   if (pa_operation* operation = pa_stream_update_sample_rate(playback_, rate, nullptr, nullptr)) {
     pa_operation_unref(operation);
   }
+}
+
+double PulseProcessTaps::Tap::latency() {
+  PulseSession::Lock lock(session_);
+  double total = 0;
+  for (pa_stream* stream : {capture_, playback_}) {
+    const auto updated = [&] {
+      return session_.await(pa_stream_update_timing_info(
+          stream, [](pa_stream*, int, void* session) { static_cast<PulseSession*>(session)->signal(); }, &session_));
+    };
+    pa_usec_t usec = 0;
+    int negative = 0;
+    if (stream == nullptr || !updated() || pa_stream_get_latency(stream, &usec, &negative) != 0) return -1;
+    total += (negative != 0 ? -1.0 : 1.0) * static_cast<double>(usec) / 1e6;
+  }
+  return total;
 }
 
 void PulseProcessTaps::Tap::stop() {

@@ -67,12 +67,16 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   // How often the output stream ran dry, and how many frames went through.
   std::uint64_t underflows() const { return underflows_.load(); }
   std::uint64_t frames() const { return frames_.load(); }
+  // Seconds a sample spends between the tap sink and the output device, as the server reports
+  // it: the monitor's capture stream and the output stream together (unknown: a negative value).
+  double latency();
 
  private:
   std::optional<Failure> startGain(const std::string& outputUID);
   void moveIn(std::uint32_t input, std::uint32_t from);
   void pump();
   void measureFill(std::size_t piece);
+  double heldSeconds() const;
   void adaptRate();
   static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index, void* self);
 
