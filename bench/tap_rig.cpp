@@ -1,7 +1,10 @@
 // Measures a gain tap on the test rigs with real sound: the latency it adds (when a corked tone
 // starts, how long until it reaches the output's monitor, without and with the tap), the CPU time
 // of its "wrenhaven.tap" thread, and the output stream's underflows over a long run, after which
-// the added latency is measured again (a delay that grew would show there).
+// the added latency is measured again (a delay that grew would show there). Each underflow of the
+// tap is set against those of the tone itself, a plain client with as little buffer (20 ms): when
+// both run dry at once, the server was held up, not the tap; and the share of time the hypervisor
+// took from this virtual machine is read from /proc/stat.
 //
 //   tap_rig [seconds] [fill margin in seconds] [pulseaudio|pipewire]
 //   (defaults: 600, the adapter's own margin, both servers)
@@ -70,6 +73,23 @@ double threadCpu(const std::string& name) {
   return total;
 }
 
+double monotonicSeconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// Ticks stolen by the hypervisor, and all ticks, of every processor so far.
+std::pair<long long, long long> stolenTicks() {
+  std::istringstream line(test::readFile("/proc/stat"));
+  std::string cpu;
+  long long value = 0, steal = 0, total = 0;
+  line >> cpu;
+  for (int field = 0; field < 8 && line >> value; ++field) {
+    total += value;
+    if (field == 7) steal = value;
+  }
+  return {steal, total};
+}
+
 void measure(test::SoundServer server, int seconds, double fillMargin) {
   const char* serverName = server == test::SoundServer::pulseAudio ? "PulseAudio" : "PipeWire";
   PulseRig rig(server);
@@ -98,17 +118,38 @@ void measure(test::SoundServer server, int seconds, double fillMargin) {
   }
   auto tap = std::dynamic_pointer_cast<platform::PulseProcessTaps::Tap>(std::get<std::shared_ptr<ProcessTap>>(built));
   const double tapped = onsetDelay(rig, *tone), reported = tap->latency();
-  const double cpuBefore = threadCpu("wrenhaven.tap"), underflowsBefore = double(tap->underflows());
-  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  const double cpuBefore = threadCpu("wrenhaven.tap");
+  const auto stealBefore = stolenTicks();
+  const double start = monotonicSeconds();
+  std::vector<double> tapDry;  // when each underflow of the tap was seen (polled every 2 ms)
+  for (auto seen = tap->underflows(); monotonicSeconds() < start + seconds; std::this_thread::sleep_for(2ms)) {
+    for (; seen < tap->underflows(); ++seen) tapDry.push_back(monotonicSeconds());
+  }
   const double cpu = threadCpu("wrenhaven.tap") - cpuBefore;
-  const double underflows = double(tap->underflows()) - underflowsBefore;
+  const auto stealAfter = stolenTicks();
+  const double stolen = double(stealAfter.first - stealBefore.first) / double(stealAfter.second - stealBefore.second);
+  std::vector<double> toneDry;
+  std::istringstream toneSaid(tone->output());
+  for (std::string word; toneSaid >> word;) {
+    double at = 0;
+    if (word == "underflow" && toneSaid >> at && at >= start && at <= start + seconds) toneDry.push_back(at);
+  }
+  std::cerr << serverName << ": seconds into the run when the tap ran dry:";
+  for (double at : tapDry) std::cerr << " " << at - start;
+  std::cerr << "; the tone:";
+  for (double at : toneDry) std::cerr << " " << at - start;
+  std::cerr << "\n";
+  const auto shared = std::count_if(tapDry.begin(), tapDry.end(), [&](double at) {
+    return std::any_of(toneDry.begin(), toneDry.end(), [&](double t) { return std::abs(t - at) < 0.1; });
+  });
   const double tappedLater = onsetDelay(rig, *tone), reportedLater = tap->latency();
   tap->stop();
   std::cout << serverName << ": onset " << direct * 1000 << " ms direct, " << tapped * 1000 << " ms tapped (added "
             << (tapped - direct) * 1000 << " ms), " << (tappedLater - direct) * 1000 << " ms added after " << seconds
             << " s; the server reports " << reported * 1000 << " ms from tap sink to output, " << reportedLater * 1000
-            << " ms at the end; tap thread CPU " << 100 * cpu / seconds << " % of one core; " << underflows
-            << " underflows in " << seconds << " s (" << tap->frames() << " frames)\n";
+            << " ms at the end; tap thread CPU " << 100 * cpu / seconds << " % of one core; " << tapDry.size()
+            << " underflows in " << seconds << " s, " << shared << " of them while the tone itself ran dry (" << toneDry.size()
+            << " times in all); the hypervisor took " << 100 * stolen << " % of the processors' time\n";
 }
 
 }  // namespace

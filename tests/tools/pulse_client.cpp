@@ -2,13 +2,15 @@
 // and uncorked on SIGUSR2 (which pacat cannot do), or with --peak one capture stream recording the
 // way level meters do (peak detection). Connects where PULSE_SERVER points (PULSE_PROP sets its
 // properties), prints "ready" once the stream is set up, exits 0 on SIGTERM and 1 on failure.
-// With --tone it plays a 1 kHz sine at half of full scale instead, and SIGHUP opens one more such stream.
+// With --tone it plays a 1 kHz sine at half of full scale instead, and SIGHUP opens one more such stream;
+// each time a tone stream runs dry it prints "underflow" and the monotonic clock's seconds.
 #include <pulse/pulseaudio.h>
 
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 namespace {
@@ -55,7 +57,15 @@ void openStream(pa_context* context, Client& client) {
                                              : pa_sample_spec{PA_SAMPLE_S16LE, 44100, 2};
   client.stream = pa_stream_new(context, client.peak ? "capture" : "playback", &format, nullptr);
   pa_stream_set_state_callback(client.stream, &onStreamState, &client);
-  if (client.tone) pa_stream_set_write_callback(client.stream, &writeTone, &client.phases[client.streams++ % 8]);
+  if (client.tone) {
+    pa_stream_set_write_callback(client.stream, &writeTone, &client.phases[client.streams++ % 8]);
+    pa_stream_set_underflow_callback(client.stream, [](pa_stream*, void*) {
+      timespec now{};
+      clock_gettime(CLOCK_MONOTONIC, &now);
+      std::printf("underflow %.3f\n", double(now.tv_sec) + double(now.tv_nsec) / 1e9);
+      std::fflush(stdout);
+    }, nullptr);
+  }
   if (!client.peak) {
     if (!client.tone) pa_stream_set_write_callback(client.stream, [](pa_stream* stream, size_t bytes, void*) {
       const std::vector<char> silence(bytes, 0);

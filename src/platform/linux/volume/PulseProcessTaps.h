@@ -30,8 +30,11 @@ class PulseProcessTaps final : public ProcessTaps {
     double operationTimeout = 2.0;
     // How much sound the output stream should still hold when it holds least (just before the
     // monitor hands over its next piece): room for late wake-ups of the tap thread and of the
-    // server's own protocol thread. The tap raises it for a while after the stream runs dry.
-    double fillMargin = 0.02;
+    // server's own protocol thread, and for a server held up as a whole (a virtual machine's
+    // processors taken away for 20 to 30 ms), after which the output catches up at once while
+    // the monitor's pieces still have the round trip through the tap to make. The tap raises it
+    // for a while after the stream runs dry.
+    double fillMargin = 0.03;
   };
   // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
   // was left behind by an agent that ended without stopping it.
