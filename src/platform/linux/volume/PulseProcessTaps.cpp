@@ -297,11 +297,21 @@ PulseProcessTaps::Tap::~Tap() { stop(); }
 
 std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& request) {
   using Step = Failure::Step;
+  // A gain tap with nowhere to play fails before any stream is moved: moving an application's
+  // streams out and straight back can leave PipeWire's session manager relinking them to the old
+  // output while the next tap moves them in, and the two then take turns.
+  if (request.mode == Mode::gain && !request.outputUID) return Failure{Step::aggregate, badDeviceStatus};
   if (const int error = session_.connect(); error != 0) return Failure{Step::tap, error};
   std::optional<Failure> failure;
   {
     PulseSession::Lock lock(session_);
     Calls calls{session_};
+    if (request.mode == Mode::gain) {
+      const auto sinks = calls.sinks();
+      if (std::none_of(sinks.begin(), sinks.end(), [&](const SinkRecord& sink) { return sink.name == *request.outputUID; })) {
+        return Failure{Step::aggregate, PA_ERR_NOENTITY};
+      }
+    }
     sink_ = sinks_->take(bundleID_);
     if (sink_ != nullptr && !present(calls.sinks(), *sink_)) {
       sinks_->release(bundleID_, sink_);  // the server it was made on is gone
@@ -327,9 +337,7 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
         calls.move(input.index, sink_->index);
       }
     }
-    if (!failure && request.mode == Mode::gain) {
-      failure = request.outputUID ? startGain(*request.outputUID) : Failure{Step::aggregate, badDeviceStatus};
-    }
+    if (!failure && request.mode == Mode::gain) failure = startGain(*request.outputUID);
   }
   if (failure) stop();
   return failure;
@@ -377,11 +385,6 @@ void PulseProcessTaps::Tap::onEvent(pa_context* context, pa_subscription_event_t
 
 std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startGain(const std::string& outputUID) {
   using Step = Failure::Step;
-  Calls calls{session_};
-  const auto sinks = calls.sinks();
-  if (std::none_of(sinks.begin(), sinks.end(), [&](const SinkRecord& sink) { return sink.name == outputUID; })) {
-    return Failure{Step::aggregate, PA_ERR_NOENTITY};
-  }
   const auto ready = [](pa_stream* stream) { return pa_stream_get_state(stream) == PA_STREAM_READY; };
   const auto settled = [&](pa_stream* stream) {
     return session_.awaitUntil([&] { return !PA_STREAM_IS_GOOD(pa_stream_get_state(stream)) || ready(stream); }) &&
