@@ -38,6 +38,11 @@ constexpr double calmTime = 60.0;
 // over a burst (PulseAudio's null sink renders up to 2 s ahead until a stream asks for less), and
 // the rate correction alone would take minutes to work off such a backlog.
 constexpr double maxFill = 0.1;
+// A low point this far above the margin is worked off at once, by skipping that much of the
+// monitor's sound, rather than by the rate over many seconds: just after a tap starts, an output
+// device that had nothing to play may take a moment to start reading, and the stream then holds
+// up to `maxFill`.
+constexpr double maxExcess = 0.02;
 // How many times a stream taken away from the tap's sink is moved back. A move shows up as one or
 // two changes, and on PipeWire an answer may still name the old sink until the session manager has
 // relinked the stream, so one taking away can cost a few moves.
@@ -450,7 +455,8 @@ void PulseProcessTaps::Tap::pump() {
   bool flooded = false;
   while (pa_stream_peek(capture_, &data, &bytes) == 0 && bytes > 0) {
     flooded = flooded || heldSeconds() > maxFill;
-    std::size_t done = 0;
+    std::size_t done = std::min(skipBytes_, bytes) / frameBytes * frameBytes;
+    skipBytes_ -= done;
     while (!flooded && done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
       void* out = nullptr;
       std::size_t piece = bytes - done;
@@ -518,6 +524,10 @@ void PulseProcessTaps::Tap::adaptRate() {
   const double lowest = lowestFill_;
   lowestFill_ = unmeasured;
   if (lowest == unmeasured) return;
+  if (lowest - fillMargin_ > maxExcess) {
+    skipBytes_ = bytesFor(lowest - fillMargin_);
+    return;
+  }
   const double deviation = std::clamp((lowest - fillMargin_) / convergeTime, -maxRateDeviation, maxRateDeviation);
   const auto rate = static_cast<std::uint32_t>(tapRate * (1.0 + deviation) + 0.5);
   if (rate == rate_) return;

@@ -99,6 +99,7 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   double lowestFill_ = unmeasured;  // seconds of sound in the output stream, lowest since the last correction
   bool timingPending_ = false;
   std::size_t pieceAtRequest_ = 0;
+  std::size_t skipBytes_ = 0;  // of the monitor's sound, still to be skipped to work off an excess
   std::uint64_t framesAtAdjust_ = 0;
   bool stopped_ = false;
   std::atomic<std::uint64_t> underflows_{0};
