@@ -2,6 +2,8 @@
 # Installs what is missing, builds everything with AddressSanitizer and
 # UndefinedBehaviorSanitizer, and runs every test (unit, adapter and end-to-end tests against
 # private instances of the real services, and a short run of each benchmark).
+# Every test runs once: a test that fails fails the run. Under CI=true a test whose rig cannot
+# start fails too; elsewhere it is skipped, and ctest's summary lists the skipped tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,6 +15,4 @@ cmake --build "$build"
 export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0:strict_string_checks=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 export LSAN_OPTIONS="${LSAN_OPTIONS:-suppressions=$PWD/tests/lsan.supp:print_suppressions=0}"
-# The end-to-end tests run real sound servers, buses and X servers on a machine that may be loaded:
-# a test that fails is run once more, and ctest's output shows both runs.
-ctest --test-dir "$build" --output-on-failure --timeout 300 -j "$(nproc)" --repeat until-pass:2
+ctest --test-dir "$build" --output-on-failure --timeout 300 -j "$(nproc)"

@@ -31,6 +31,16 @@ bool DesktopInstaller::isAppImage() const {
   return image != nullptr && *image != '\0';
 }
 
+bool DesktopInstaller::inBuildTree() const {
+  std::error_code error;
+  for (std::filesystem::path folder = QCoreApplication::applicationDirPath().toStdString(); !folder.empty();
+       folder = folder.parent_path()) {
+    if (std::filesystem::exists(folder / "CMakeCache.txt", error)) return true;
+    if (folder == folder.root_path()) break;
+  }
+  return false;
+}
+
 std::string DesktopInstaller::applicationsFolder() const { return (platform::homeFolder() / "Applications").string(); }
 
 bool DesktopInstaller::exists(const std::string& path) const {
@@ -58,17 +68,25 @@ std::string DesktopInstaller::launchLater(const std::string& path) {
   return process.startDetached() ? "" : process.errorString().toStdString();
 }
 
-ProgramInstaller::Choice DesktopInstaller::ask(const std::string& title, const std::string& text,
-                                               const std::string& accept, const std::string& decline) {
-  if (!canAsk()) return Choice::notNow;
-  QMessageBox box(QMessageBox::Question, QString::fromStdString(title), QString::fromStdString(text));
-  QPushButton* move = box.addButton(QString::fromStdString(accept), QMessageBox::AcceptRole);
-  box.addButton(QString::fromStdString(decline), QMessageBox::RejectRole);
-  box.setDefaultButton(move);
-  box.raise();
-  box.activateWindow();
-  box.exec();
-  return box.clickedButton() == move ? Choice::move : Choice::notNow;
+void DesktopInstaller::ask(const std::string& title, const std::string& text, const std::string& accept,
+                           const std::string& decline, std::function<void(Choice)> answered) {
+  if (!canAsk()) {
+    answered(Choice::notNow);
+    return;
+  }
+  // Not modal: the agent's services run while the question waits.
+  auto* box = new QMessageBox(QMessageBox::Question, QString::fromStdString(title), QString::fromStdString(text));
+  box->setAttribute(Qt::WA_DeleteOnClose);
+  box->setWindowModality(Qt::NonModal);
+  QPushButton* move = box->addButton(QString::fromStdString(accept), QMessageBox::AcceptRole);
+  box->addButton(QString::fromStdString(decline), QMessageBox::RejectRole);
+  box->setDefaultButton(move);
+  QObject::connect(box, &QMessageBox::finished, box, [box, move, answered = std::move(answered)](int) {
+    answered(box->clickedButton() == move ? Choice::move : Choice::notNow);
+  });
+  box->show();
+  box->raise();
+  box->activateWindow();
 }
 
 void DesktopInstaller::alert(const std::string& title, const std::string& text) {

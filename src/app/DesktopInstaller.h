@@ -1,5 +1,5 @@
 #pragma once
-// Installing a copy that runs from a temporary or removable place into ~/Applications: the program
+// Installing a copy that runs from a removable disk, or an AppImage, into ~/Applications: the program
 // is the AppImage file when it runs as one, else the folder that holds the programs.
 
 #include <string>
@@ -15,13 +15,14 @@ class DesktopInstaller final : public ProgramInstaller {
 
   std::string programPath() const override;
   bool isAppImage() const override;
+  bool inBuildTree() const override;
   std::string applicationsFolder() const override;
   bool exists(const std::string& path) const override;
   std::string moveToTrash(const std::string& path) override;
   std::string copy(const std::string& from, const std::string& to) override;
   std::string launchLater(const std::string& path) override;
-  Choice ask(const std::string& title, const std::string& text, const std::string& accept,
-             const std::string& decline) override;
+  void ask(const std::string& title, const std::string& text, const std::string& accept,
+           const std::string& decline, std::function<void(Choice)> answered) override;
   void alert(const std::string& title, const std::string& text) override;
   void quit() override;
 };

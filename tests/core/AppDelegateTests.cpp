@@ -186,38 +186,52 @@ TEST_F(AppDelegateTest, TheSettingsProgramOpensInItsGuideUntilOnboardingIsDoneAn
   EXPECT_EQ(settingsProgram.ended, 2);
 }
 
-TEST_F(AppDelegateTest, AProgramRunningFromATemporaryPlaceIsOfferedAMoveThatRestartsItFromTheApplicationsFolder) {
+TEST_F(AppDelegateTest, AMoveIsOfferedOnlyWhereItHelpsAndTheQuestionWaitsBesideTheServices) {
+  using Choice = ProgramInstaller::Choice;
   struct Case {
     std::string path;
-    bool appImage;
-    ProgramInstaller::Choice choice;
+    bool appImage, buildTree;
+    Choice choice;
     std::string existing, failing;
-    std::vector<std::string> done;  // what was asked of the desktop; "quit" means start-up stopped
+    std::vector<std::string> done;  // what was asked of the desktop; "quit": this instance ends
   };
   const std::string apps = "/home/ada/Applications";
-  using Choice = ProgramInstaller::Choice;
   for (const auto& c : std::vector<Case>{
-           {"/usr/bin", false, Choice::move, "", "", {}},
-           {apps + "/Wrenhaven.AppImage", true, Choice::move, "", "", {}},
-           {"/home/ada/Downloads/Wrenhaven.AppImage", true, Choice::notNow, "", "", {"ask"}},
-           {"/media/ada/stick/wrenhaven", false, Choice::move, apps + "/Wrenhaven", "",
+           {"/usr/bin", false, false, Choice::move, "", "", {}},
+           {"/tmp/w", false, false, Choice::move, "", "", {}},  // a plain folder: nothing to gain
+           {"/tmp/ci checkout/build/src/app", false, true, Choice::move, "", "", {}},
+           {"/media/ada/stick/build/src/app", false, true, Choice::move, "", "", {}},
+           {apps + "/Wrenhaven.AppImage", true, false, Choice::move, "", "", {}},
+           {"/home/ada/Downloads/Wrenhaven.AppImage", true, false, Choice::notNow, "", "", {"ask"}},
+           {"/tmp/Wrenhaven.AppImage", true, false, Choice::move, "", "",
+            {"ask", "copy /tmp/Wrenhaven.AppImage " + apps + "/Wrenhaven.AppImage",
+             "launch " + apps + "/Wrenhaven.AppImage", "quit"}},
+           {"/media/ada/stick/wrenhaven", false, false, Choice::move, apps + "/Wrenhaven", "",
             {"ask", "trash " + apps + "/Wrenhaven", "copy /media/ada/stick/wrenhaven " + apps + "/Wrenhaven",
              "launch " + apps + "/Wrenhaven", "quit"}},
-           {"/tmp/w", false, Choice::move, "", "copy",
-            {"ask", "copy /tmp/w " + apps + "/Wrenhaven", "alert Could not move the app"}},
-           {"/run/media/w", false, Choice::move, apps + "/Wrenhaven", "trash",
+           {"/media/w", false, false, Choice::move, "", "copy",
+            {"ask", "copy /media/w " + apps + "/Wrenhaven", "alert Could not move the app"}},
+           {"/run/media/w", false, false, Choice::move, apps + "/Wrenhaven", "trash",
             {"ask", "trash " + apps + "/Wrenhaven", "alert Could not move the app"}}}) {
     test::FakeInstaller fake;
-    fake.path = c.path, fake.appImage = c.appImage, fake.choice = c.choice, fake.existing = c.existing;
+    fake.path = c.path, fake.appImage = c.appImage, fake.buildTree = c.buildTree, fake.existing = c.existing;
     fake.failing = c.failing;
-    EXPECT_EQ(MoveToApplications(fake).offerIfNeeded(), !c.done.empty() && c.done.back() == "quit") << c.path;
+    MoveToApplications(fake).offerIfNeeded();  // gone before the answer: the answer does nothing
+    fake.answer(c.choice);
+    EXPECT_TRUE(fake.done.empty() || fake.done == std::vector<std::string>{"ask"}) << c.path;
+    fake.done.clear();
+    MoveToApplications offer(fake);
+    offer.offerIfNeeded();
+    fake.answer(c.choice);
     EXPECT_EQ(fake.done, c.done) << c.path;
   }
-  installer.path = "/tmp/wrenhaven";
+  installer.path = "/media/ada/stick/wrenhaven";
   launch();
+  EXPECT_EQ(installer.done, std::vector<std::string>{"ask"});
+  EXPECT_GT(hardware.listenerCount(), 0u) << "the services started while the question waits";
+  EXPECT_TRUE(channel.handler);
+  installer.answer(ProgramInstaller::Choice::move);
   EXPECT_EQ(installer.done.back(), "quit");
-  EXPECT_EQ(hardware.listenerCount(), 0u) << "nothing else starts";
-  EXPECT_FALSE(channel.handler);
 }
 
 TEST_F(AppDelegateTest, RecordedHotkeysAreRegisteredOnlyWhenChangedAndTogglesTheHeadphonesOnceAllowed) {

@@ -62,7 +62,7 @@ class BluetoothManagerTest : public testing::TestWithParam<Scenario> {
         for (std::istringstream list(value); std::getline(list, arg, ',');) stack.connectResults.push_back(statuses.at(arg));
       } else if (event.starts_with("read=")) {
         stack.readError = value == "ok" ? std::nullopt : std::optional(errors.at(value));
-      } else if (event.starts_with("close=")) {
+      } else if (event == "close=failed") {
         stack.closeResult = BluetoothStatus::failed;
       } else if (event.starts_with("set=")) {
         const auto phase = value.substr(2);
@@ -73,6 +73,9 @@ class BluetoothManagerTest : public testing::TestWithParam<Scenario> {
         if (event == "readable") stack.onReadable();
         if (event == "stranger") stack.add(named.at("z"), "Someone Else's");
       } else {
+        ASSERT_TRUE(event == "toggle" || event == "up" || event == "down" || event == "linked" ||
+                    event == "unlinked" || event == "quiet" || event == "sleepy")
+            << "unknown script word: " << event;
         events >> arg;
         if (event == "toggle") manager.toggle(address(arg));
         if (event == "up" || event == "down") (event == "up" ? stack.connectFromOutside(address(arg)) : stack.disconnectFromOutside(address(arg)));

@@ -30,8 +30,10 @@ TEST(Hotkeys, IdsGoOnAfterRemoveAllTakenAndImpossibleKeysAreLoggedAndOnlyOwnIdsR
       log->lines.clear();
     }
     service.press({0, ctrl | alt});
+    service.pressed(Hotkeys::signature + 1, 1);  // another program's key that happens to carry id 1
+    service.pressed(Hotkeys::signature, 99);     // an id never handed out
     hotkeys.removeAll();
-    service.press({27, super | alt});
+    service.pressed(Hotkeys::signature, 5);      // a late report of the key removed with id 5
     hotkeys.registerKey({27, super | alt}, [] {});
     ASSERT_EQ(service.grabs.size(), 1u);
     EXPECT_EQ(service.grabs.begin()->second.second, 5u) << "ids 1 to 4 went before, also to keys that failed";

@@ -10,7 +10,7 @@ using State = MediaKeyTap::State;
 
 using MediaKeysTest = test::AgentWorld;
 
-TEST_F(MediaKeysTest, TheTapFollowsItsSettingsAndAccessChecksAgainEverySecondWhileAccessIsMissing) {
+TEST_F(MediaKeysTest, TheTapFollowsItsSettingsChecksAccessEverySecondWhileMissingAndItsHealthEveryHalfMinute) {
   MediaKeyTap& tap = services.mediaKeys;
   int changes = 0;
   tap.onChange = [&] { ++changes; };
@@ -20,15 +20,31 @@ TEST_F(MediaKeysTest, TheTapFollowsItsSettingsAndAccessChecksAgainEverySecondWhi
   settings.changed("");
   EXPECT_EQ(tap.state(), State::needsAccessibility);
   keySource.granted = true;
-  rt.advance(MediaKeyTap::healthWhileMissing);
+  rt.advance(0.9);
+  EXPECT_EQ(tap.state(), State::needsAccessibility) << "access is looked at again once a second";
+  rt.advance(0.1);
   EXPECT_EQ(tap.state(), State::running);
-  EXPECT_EQ(rt.nextDueIn(), MediaKeyTap::healthWhileRunning);
+
+  // Running: a tap that the system turned off without a word is turned on again by the half-minute tick.
+  keySource.enabled = false;
+  rt.advance(29.9);
+  EXPECT_FALSE(keySource.enabled);
+  rt.advance(0.1);
+  EXPECT_TRUE(keySource.enabled);
+  EXPECT_EQ(log->lines.back(), "media key tap was disabled; re-enabling");
   keySource.handler.disabled(MediaKeySource::Disabled::byTimeout);
   EXPECT_EQ(log->lines.back(), "media key tap disabled by the system (4294967294); re-enabling");
+
+  keySource.granted = false;  // access taken away: noticed at the next half-minute tick
+  rt.advance(29.9);
+  EXPECT_EQ(tap.state(), State::running);
+  rt.advance(0.1);
+  EXPECT_EQ(tap.state(), State::needsAccessibility);
   store.set(Keys::mediaKeysPaused, StoreValue::boolean(true));
   settings.changed("");
   EXPECT_EQ(tap.state(), State::off);
-  EXPECT_EQ(changes, 3);
+  EXPECT_EQ(rt.nextDueIn(), -1) << "paused: no health timer";
+  EXPECT_EQ(changes, 4);
 }
 
 TEST_F(MediaKeysTest, IdlePlayStartsAPlayerOrAsksForEachSettingAndASecondPressTakesTheSuggestion) {

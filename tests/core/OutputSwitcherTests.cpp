@@ -29,20 +29,31 @@ class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
   void play(const std::string& script) {
     std::istringstream events(script);
     for (std::string event; events >> event;) {
-      if (event[0] == '+') rt.advance(std::stod(event.substr(1)));
-      if (event == "begin") switcher.begin("AA:BB:CC:DD:EE:FF");
-      if (event == "cancel") switcher.cancel(buds);
-      if (event == "present") present = true;
-      if (event == "current" || event == "away" || event == "none") defaultOutput = event == "current" ? 7u : 1u;
-      if (event == "none") defaultOutput.reset();
-      if (event == "fails" || event == "works") setWorks = event == "works";
-      if (event == "reconnected") pending(true);
-      if (event.starts_with("repair=")) {
+      if (event[0] == '+') {
+        rt.advance(std::stod(event.substr(1)));
+      } else if (event == "begin") {
+        switcher.begin("AA:BB:CC:DD:EE:FF");
+      } else if (event == "cancel") {
+        switcher.cancel(buds);
+      } else if (event == "present") {
+        present = true;
+      } else if (event == "current" || event == "away") {
+        defaultOutput = event == "current" ? 7u : 1u;
+      } else if (event == "none") {
+        defaultOutput.reset();
+      } else if (event == "fails" || event == "works") {
+        setWorks = event == "works";
+      } else if (event == "reconnected") {
+        ASSERT_TRUE(pending) << "no repair is waiting for its reconnect";
+        pending(true);
+      } else if (event == "repair=hold" || event == "repair=fail") {
         switcher.reconnect = [this, fail = event == "repair=fail"](const std::string&, std::function<void(bool)> done) {
           ++repairs;
           pending = std::move(done);
           if (fail) pending(false);
         };
+      } else {
+        FAIL() << "unknown script word: " << event;
       }
     }
   }

@@ -50,6 +50,8 @@ class ProfileGuardTest : public testing::TestWithParam<Scenario>, protected test
       } else if (event == "refuse") {
         hw.refuseProfiles = !hw.refuseProfiles;
       } else {
+        ASSERT_TRUE(event == "hsp" || event == "rec" || event == "sbcGone" || event == "noMusic")
+            << "unknown script word: " << event;
         if (event == "hsp") card.activeProfile = "headset-head-unit";
         if (event == "rec") hw.deviceList[1].runningSomewhere = true;
         if (event == "sbcGone") card.profiles[1].available = false;

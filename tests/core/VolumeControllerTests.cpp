@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <string_view>
 
 #include "AudioWorld.h"
 #include "core/volume/AppVolumeController.h"
@@ -51,6 +52,10 @@ class VolumeControllerTest : public testing::TestWithParam<Scenario>, protected 
         hw.defaults[AudioProperty::defaultOutputDevice] = 2;
         hw.notify(audioSystemObject, AudioProperty::defaultOutputDevice);
       } else {
+        // A process of app a or b (a second one with "2") starts playing (+), pauses (-) or quits (x).
+        ASSERT_TRUE((app == "a" || app == "b") && (e.size() == 2 || (e.size() == 3 && e[1] == '2')) &&
+                    std::string_view("+-x").find(e.back()) != std::string_view::npos)
+            << "unknown script word: " << e;
         std::erase_if(hw.processList, [&](const auto& p) { return p.id == object; });
         if (e.back() != 'x') hw.processList.push_back({object, int(object), {}, false, e.back() == '+'});
         monitor.refresh();

@@ -22,16 +22,20 @@ struct FakePlayers final : PlayerControl {
 
 struct FakeKeySource final : MediaKeySource {
   bool granted = false;
+  bool enabled = true;  // the capture's own switch, which the system may turn off
   Handler handler;
 
   bool accessGranted() const override { return granted; }
   std::unique_ptr<KeyCapture> start(Handler events) override {
     handler = std::move(events);
+    enabled = true;
     struct Capture final : KeyCapture {
-      bool isEnabled() const override { return true; }
-      void enable() override {}
+      explicit Capture(bool& on) : on_(on) {}
+      bool isEnabled() const override { return on_; }
+      void enable() override { on_ = true; }
+      bool& on_;
     };
-    return std::make_unique<Capture>();
+    return std::make_unique<Capture>(enabled);
   }
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 // The start-up chores' platform side, as a test sets it up, recording what was asked of it.
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,17 +19,24 @@ class FakeInstaller : public ProgramInstaller {
   std::string moveToTrash(const std::string& target) override { return act("trash " + target); }
   std::string copy(const std::string& from, const std::string& to) override { return act("copy " + from + " " + to); }
   std::string launchLater(const std::string& target) override { return act("launch " + target); }
-  Choice ask(const std::string&, const std::string&, const std::string&, const std::string&) override {
+  bool inBuildTree() const override { return buildTree; }
+  void ask(const std::string&, const std::string&, const std::string&, const std::string&,
+           std::function<void(Choice)> answered) override {
     done.push_back("ask");
-    return choice;
+    pending = std::move(answered);
+  }
+  // The person answers the open question.
+  void answer(Choice choice) {
+    if (auto answered = std::exchange(pending, nullptr)) answered(choice);
   }
   void alert(const std::string& title, const std::string&) override { done.push_back("alert " + title); }
   void quit() override { done.push_back("quit"); }
 
   std::string path = "/usr/bin";
   bool appImage = false;
+  bool buildTree = false;
   std::string existing;
-  Choice choice = Choice::move;
+  std::function<void(Choice)> pending;
   std::string failing;  // the first word of the step that fails
   std::vector<std::string> done;
 

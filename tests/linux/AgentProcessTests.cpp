@@ -4,11 +4,11 @@
 
 #include <signal.h>
 
-#include <thread>
 
 #include "platform/linux/app/SystemInfo.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
+#include "support/RigRequired.h"
 #include "support/StandInSocket.h"
 #include "support/XvfbDisplay.h"
 
@@ -63,7 +63,7 @@ TEST_F(AgentProcessTest, HelpVersionAndMistakesEndAtOnceWithTheUsualStatus) {
 
 TEST_F(AgentProcessTest, RunsHeadlessAndASecondInstanceReopensTheFirstAndQuitsBeforeBuildingAnything) {
   test::DBusDaemon bus;
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   home.writeSettings({{"hideMenuIcon", true}});
   std::string failure;
   auto first = home.launch(environment(bus.address(), false), failure);
@@ -88,7 +88,7 @@ TEST_F(AgentProcessTest, RunsHeadlessAndASecondInstanceReopensTheFirstAndQuitsBe
 TEST_F(AgentProcessTest, ASecondSettingsProgramHandsOverToTheFirstAndEnds) {
   test::XvfbDisplay display;
   test::DBusDaemon bus;
-  if (!display.available || !bus.available()) GTEST_SKIP() << "no Xvfb and xdotool, or " << bus.whyNot();
+  REQUIRE_RIG(display.available && bus.available(), "no Xvfb and xdotool, or " + bus.whyNot());
   auto env = environment(bus.address(), false);
   env["DISPLAY"] = display.name;
   // Qt's X11 platform (libxkbcommon-x11) trips the sanitizer's strict string checks: off, as in ui_tests.
@@ -102,12 +102,13 @@ TEST_F(AgentProcessTest, ASecondSettingsProgramHandsOverToTheFirstAndEnds) {
 
 TEST_F(AgentProcessTest, UnderATestRunnerTheAgentStartsNothing) {
   test::DBusDaemon bus;
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   auto env = environment(bus.address(), true);
   env["XCTestConfigurationFilePath"] = "/dev/null";
   ChildProcess agent({WRENHAVEN_AGENT_PATH}, env);
-  // Give it time to get through launching; it must neither log, nor connect, nor take the bus name.
-  std::this_thread::sleep_for(1500ms);
+  // Once it idles in its event loop it has got through launching: by then it must neither have
+  // logged, nor connected, nor taken the bus name.
+  ASSERT_TRUE(test::eventually([&] { return agent.waitingForEvents(); }, 30s)) << "the agent never went idle";
   EXPECT_TRUE(agent.running());
   expectNoConnections();
   EXPECT_FALSE(bus.hasOwner("com.quintelbarrows.wrenhaven"));

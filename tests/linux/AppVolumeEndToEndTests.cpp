@@ -7,13 +7,13 @@
 #include <csignal>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include "core/settings/Settings.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
 #include "support/PulseRig.h"
+#include "support/RigRequired.h"
 
 namespace wh {
 namespace {
@@ -59,8 +59,8 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
 };
 
 TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAKilledAgent) {
-  if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(pulse.available(), pulse.whyNot());
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   auto tone = playTone();
   ASSERT_TRUE(tone);
   const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
@@ -89,8 +89,8 @@ TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAK
 }
 
 TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneMidBuildLeavesNothing) {
-  if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(pulse.available(), pulse.whyNot());
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
   ASSERT_EQ(pulse.pactl({"set-default-sink", buds}).status, 0);
   auto tone = playTone();
@@ -114,7 +114,8 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
   muteTone();
   pulse.signalDaemon(SIGSTOP);
   ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
-  std::this_thread::sleep_for(300ms);
+  ASSERT_TRUE(test::eventually([&] { return home.log().find("building mute tap for org.example.Tone") != std::string::npos; }))
+      << home.log();
   tone->terminate(SIGKILL);
   pulse.signalDaemon(SIGCONT);
   EXPECT_TRUE(test::eventually([&] { return tapTraces().empty(); }, 30s)) << tapTraces() << home.log();

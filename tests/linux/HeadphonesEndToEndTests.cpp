@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -13,6 +12,7 @@
 #include "support/AudioBridge.h"
 #include "support/ChildProcess.h"
 #include "support/PulseRig.h"
+#include "support/RigRequired.h"
 #include "support/SystemBusRig.h"
 
 namespace wh {
@@ -38,8 +38,8 @@ class HeadphonesEndToEndTest : public testing::Test {
   // Starts the rigs, remembers the headphones in the settings file and starts the agent; with
   // `bluetoothdRunning` false, bluetoothd is not on the bus when the agent starts.
   void start(double bridgeDelay, bool bluetoothdRunning = true) {
-    if (!bus.available()) GTEST_SKIP() << bus.whyNot();
-    if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
+    REQUIRE_RIG(bus.available(), bus.whyNot());
+    REQUIRE_RIG(pulse.available(), pulse.whyNot());
     ASSERT_TRUE(bus.addHeadphones());
     if (!bluetoothdRunning) bus.stopBluez();
     bridge = std::make_unique<test::AudioBridge>(bus, pulse, bridgeDelay);
@@ -142,7 +142,7 @@ TEST_F(HeadphonesEndToEndTest, SleepDisconnectsBeforeTheInhibitorIsReleasedAndWa
 
 TEST_F(HeadphonesEndToEndTest, BluetoothStartsWhenBluetoothdAppearsAndConnectFailuresEndInTheirText) {
   start(0.2, false);
-  std::this_thread::sleep_for(500ms);
+  ASSERT_TRUE(test::eventually([&] { return logged(" started on "); }, 15s)) << "launching has finished: " << log();
   EXPECT_TRUE(status("agent.bluetooth").empty()) << "the manager waits for access";
   ASSERT_TRUE(bus.startBluez());
   ASSERT_TRUE(test::eventually([&] { return phase() == "disconnected"; }, 15s)) << log();

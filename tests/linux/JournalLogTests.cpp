@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/linux/log/JournalLog.h"
+#include "support/RigRequired.h"
 #include "support/StandInSocket.h"
 
 namespace wh::platform {
@@ -43,7 +44,7 @@ TEST(JournalLog, SendsJournalFieldsOrWithoutAJournalASyslogLine) {
                 std::string::npos) << lines[1];
     }
   }
-  if (!skipped.empty()) GTEST_SKIP() << skipped;
+  REQUIRE_RIG(skipped.empty(), skipped);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
 #include "support/PulseRig.h"
+#include "support/RigRequired.h"
 
 namespace wh {
 namespace {
@@ -25,8 +26,8 @@ double secondsSince(std::chrono::steady_clock::time_point start) {
 class MusicQualityEndToEndTest : public testing::TestWithParam<test::SoundServer> {
  protected:
   void SetUp() override {
-    if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
-    if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+    REQUIRE_RIG(pulse.available(), pulse.whyNot());
+    REQUIRE_RIG(bus.available(), bus.whyNot());
     home.writeSettings(nlohmann::json::object());
     auto environment = home.environment(pulse.clientEnvironment());
     environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
@@ -42,6 +43,16 @@ class MusicQualityEndToEndTest : public testing::TestWithParam<test::SoundServer
   std::string pinStatus() const { return status("agent.pinStatus").is_string() ? status("agent.pinStatus") : ""; }
   std::string defaultSource() const { return pulse.pactlLine({"get-default-source"}); }
   void select(const std::string& source) const { pulse.pactl({"set-default-source", pulse.nodeName(source)}); }
+  std::string outputQuality() const { return status("agent.outputQuality").is_string() ? status("agent.outputQuality") : ""; }
+  // Waits until the agent has handled what the server reported before now: the server reports
+  // in order, so once the agent's output quality has followed the default output to the headphones
+  // and back, every earlier change of the default input has been seen and acted on.
+  void handledSoFar() const {
+    pulse.pactl({"set-default-sink", PulseRig::headphonesOutput});
+    ASSERT_TRUE(test::eventually([&] { return !outputQuality().empty(); }, 10s)) << log();
+    pulse.pactl({"set-default-sink", PulseRig::laptopSpeakers});
+    ASSERT_TRUE(test::eventually([&] { return outputQuality().empty(); }, 10s)) << log();
+  }
 
   test::AgentHome home;
   PulseRig pulse{GetParam()};
@@ -77,7 +88,7 @@ TEST_P(MusicQualityEndToEndTest, AProgramThatKeepsSwitchingBackMakesThePinnerSto
   }
   ASSERT_EQ(pinStatus(), "fighting") << log();
   EXPECT_EQ(switches, 6) << "five corrections are made; the sixth within ten seconds is not";
-  std::this_thread::sleep_for(1s);
+  handledSoFar();
   EXPECT_EQ(defaultSource(), PulseRig::headphonesInput) << "the agent no longer corrects";
 }
 
@@ -85,7 +96,7 @@ TEST_P(MusicQualityEndToEndTest, AMeetingAppRecordingReleasesThePinAndItReturnsT
   auto call = pulse.record("application.id=us.zoom.xos application.name=Zoom");
   ASSERT_TRUE(test::eventually([&] { return pinStatus() == "releasedForCall"; }, 10s)) << pinStatus() << log();
   select(PulseRig::headphonesInput);
-  std::this_thread::sleep_for(1s);
+  handledSoFar();
   EXPECT_EQ(defaultSource(), PulseRig::headphonesInput) << "released during the call";
 
   const auto ended = std::chrono::steady_clock::now();

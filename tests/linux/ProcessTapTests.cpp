@@ -10,6 +10,7 @@
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/volume/PulseProcessTaps.h"
 #include "support/PulseRig.h"
+#include "support/RigRequired.h"
 
 namespace wh::platform {
 namespace {
@@ -38,7 +39,7 @@ class ProcessTapTest : public testing::TestWithParam<test::SoundServer> {
 };
 
 TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNothing) {
-  if (!rig.available()) GTEST_SKIP() << rig.whyNot();
+  REQUIRE_RIG(rig.available(), rig.whyNot());
   PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
   ASSERT_TRUE(hardware.waitUntilReady(10));
   PulseProcessTaps taps(hardware, {.server = rig.server()});

@@ -17,6 +17,7 @@
 #include "support/AgentHome.h"
 #include "support/CapturedLog.h"
 #include "support/PulseRig.h"
+#include "support/RigRequired.h"
 
 namespace wh::platform {
 namespace {
@@ -31,7 +32,7 @@ class PulseAudioHardwareTest : public testing::TestWithParam<test::SoundServer> 
   QtRuntime runtime;
 
   void SetUp() override {
-    if (!rig.available()) GTEST_SKIP() << rig.whyNot();
+    REQUIRE_RIG(rig.available(), rig.whyNot());
   }
   std::unique_ptr<PulseAudioHardware> connect() {
     auto hardware = std::make_unique<PulseAudioHardware>(runtime.main(), PulseAudioHardware::Options{.server = rig.server()});
@@ -179,7 +180,7 @@ class PipeWireSandboxTest : public PulseAudioHardwareTest {};
 TEST_P(PipeWireSandboxTest, ASandboxedClientIsKnownByWhatTheServerSaysNotByWhatItSaysItself) {
   auto hw = connect();
   auto meeting = rig.sandboxedRecorder("us.zoom.Zoom", "application.process.id=4242 application.id=org.example.Fake");
-  if (!meeting) GTEST_SKIP() << "cannot make a sandbox here (unshare, mount and chroot)";
+  REQUIRE_RIG(meeting, "cannot make a sandbox here (unshare, mount and chroot)");
   const AudioObjectID object = processOf(*hw, [&](auto id) { return hw->processBundleID(id) == "us.zoom.Zoom"; });
   ASSERT_NE(object, audioObjectUnknown) << "attributed to its Flatpak application";
   EXPECT_EQ(hw->processPID(object), std::nullopt) << "its own pid counts inside the sandbox, not 4242";

@@ -9,6 +9,7 @@
 #include "QtLoop.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "support/DBusDaemon.h"
+#include "support/RigRequired.h"
 
 namespace wh::platform {
 namespace {
@@ -18,7 +19,7 @@ using Commands = std::vector<std::pair<std::string, nlohmann::json>>;
 TEST(SessionBusChannel, CommandsAndStatusSignalsTravelBetweenThePrograms) {
   test::qtApplication();
   test::DBusDaemon bus;
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   const auto address = QString::fromStdString(bus.address());
   SessionBusChannel agent(QDBusConnection::connectToBus(address, "channel-test-agent"));
   const auto other = QDBusConnection::connectToBus(address, "channel-test-settings");

@@ -12,6 +12,7 @@
 #include "platform/linux/runtime/QtRuntime.h"
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
+#include "support/RigRequired.h"
 #include "support/TempDir.h"
 
 namespace wh::platform {
@@ -53,7 +54,7 @@ TEST(XdgAutostart, TheEntryIsTheInstalledOneOrOneThatStartsThisProgramAndSwitche
 TEST(SettingsProcess, ARunningCopyIsEndedThroughItsBusNameBeforeANewOneStartsInTheModeAskedFor) {
   test::qtApplication();
   test::DBusDaemon bus;
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   test::TempDir folder("settings-program");
   const auto log = folder.path() / "starts";
   ::setenv("STAND_IN_LOG", log.c_str(), 1);

@@ -14,6 +14,7 @@
 
 #include "QtLoop.h"
 #include "platform/linux/runtime/QtRuntime.h"
+#include "support/RigRequired.h"
 #include "support/SystemBusRig.h"
 
 namespace wh::test {
@@ -42,7 +43,7 @@ class SystemBusTest : public testing::Test {
     if (!name_.isEmpty()) QDBusConnection::disconnectFromBus(name_);
     rig = std::make_unique<SystemBusRig>(options);
     if (!rig->available()) {
-      [&] { GTEST_SKIP() << rig->whyNot(); }();
+      [&] { REQUIRE_RIG(false, rig->whyNot()); }();
       return false;
     }
     runtime = std::make_unique<platform::QtRuntime>();

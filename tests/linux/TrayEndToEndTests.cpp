@@ -7,6 +7,7 @@
 #include <regex>
 
 #include "support/AgentHome.h"
+#include "support/RigRequired.h"
 #include "support/SystemBusRig.h"
 #include "support/TrayRig.h"
 
@@ -25,9 +26,9 @@ class TrayEndToEndTest : public testing::Test {
 };
 
 TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBackAfterTheTrayRestarts) {
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   tray = std::make_unique<test::TrayRig>(bus.sessionBusAddress());
-  if (!tray->available()) GTEST_SKIP() << tray->whyNot();
+  REQUIRE_RIG(tray->available(), tray->whyNot());
   ASSERT_TRUE(bus.addHeadphones());
   const nlohmann::json devices = nlohmann::json::array(
       {{{"address", "aa-bb-cc-dd-ee-ff"}, {"name", "WH-1000XM4"}},

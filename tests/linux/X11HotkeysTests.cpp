@@ -4,6 +4,7 @@
 #include "QtLoop.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
 #include "support/CapturedLog.h"
+#include "support/RigRequired.h"
 #include "support/XvfbDisplay.h"
 
 namespace wh::platform {
@@ -11,7 +12,7 @@ namespace {
 
 TEST(X11Hotkeys, GrabsWorkWithLockKeysAKeyHeldElsewhereIsReportedAndNamesComeFromTheLayout) {
   test::XvfbDisplay display;
-  if (!display.available) GTEST_SKIP() << "no Xvfb with xdotool";
+  REQUIRE_RIG(display.available, "no Xvfb with xdotool");
   test::qtApplication();
   test::CapturedLog log;
   X11Hotkeys other(display.name.c_str()), service(display.name.c_str());

@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -86,6 +88,22 @@ bool ChildProcess::running() {
     return false;
   }
   return true;
+}
+
+bool ChildProcess::waitingForEvents() const {
+  // The first field of /proc/<pid>/syscall is the number of the call the main thread is blocked in
+  // ("running" while it runs).
+  std::ifstream file("/proc/" + std::to_string(pid_) + "/syscall");
+  long call = -1;
+  if (!(file >> call)) return false;
+  for (const long waiting : {
+#ifdef SYS_poll
+           static_cast<long>(SYS_poll),
+#endif
+           static_cast<long>(SYS_ppoll), static_cast<long>(SYS_epoll_pwait)}) {
+    if (call == waiting) return true;
+  }
+  return false;
 }
 
 std::optional<int> ChildProcess::waitFor(std::chrono::milliseconds timeout) {

@@ -28,6 +28,9 @@ class ChildProcess {
   // by a signal reports 128 + the signal number.
   std::optional<int> waitFor(std::chrono::milliseconds timeout);
   bool running();
+  // Whether the process's main thread is blocked waiting for events (poll, ppoll or epoll), as an
+  // event loop with nothing to do is.
+  bool waitingForEvents() const;
   // Standard output so far (reads what is available without blocking).
   const std::string& output();
   // Reads standard output until it contains `text` or the time runs out.

@@ -9,6 +9,7 @@
 
 #include "core/AgentWorld.h"
 #include "core/ui/DeviceMenu.h"
+#include "support/RigRequired.h"
 #include "support/WidgetsApplication.h"
 #include "ui/kit/NJAboutWindow.h"
 #include "ui/kit/NJControls.h"
@@ -23,7 +24,7 @@ namespace {
 class PanelScreenshotTest : public AgentWorld {
  protected:
   void SetUp() override {
-    if (!widgetsDisplay().available()) GTEST_SKIP() << widgetsDisplay().whyNot();
+    REQUIRE_RIG(widgetsDisplay().available(), widgetsDisplay().whyNot());
     hardware.deviceList = {{2, "alsa_input.pci", "Laptop Mic", Transport::builtIn, 1, 0, 48000},
                            {3, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds", Transport::bluetooth, 1, 0, 16000},
                            {4, "bluez_output.AA_BB_CC_DD_EE_FF.1", "Sleep Buds", Transport::bluetooth, 0, 1, 48000}};

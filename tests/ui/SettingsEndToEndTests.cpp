@@ -14,6 +14,7 @@
 #include "settings/StatusSignal.h"
 #include "support/AgentHome.h"
 #include "support/PulseRig.h"
+#include "support/RigRequired.h"
 #include "support/SystemBusRig.h"
 #include "support/WidgetsApplication.h"
 #include "ui/kit/NJControls.h"
@@ -35,13 +36,13 @@ QString rowText(QWidget& window, const QString& title) {
 }
 
 TEST(SettingsEndToEndTest, GuideAddsATrayItemASliderSetsTheGainAndACommandComesBackAsStatus) {
-  if (!widgetsDisplay().available()) GTEST_SKIP() << widgetsDisplay().whyNot();
+  REQUIRE_RIG(widgetsDisplay().available(), widgetsDisplay().whyNot());
   SystemBusRig bus{{.bluez = true, .logind = false, .upower = false, .sessionBus = true, .denyBluez = false}};
-  if (!bus.available()) GTEST_SKIP() << bus.whyNot();
+  REQUIRE_RIG(bus.available(), bus.whyNot());
   TrayRig tray(bus.sessionBusAddress());
-  if (!tray.available()) GTEST_SKIP() << tray.whyNot();
+  REQUIRE_RIG(tray.available(), tray.whyNot());
   PulseRig pulse;
-  if (!pulse.available()) GTEST_SKIP() << pulse.whyNot();
+  REQUIRE_RIG(pulse.available(), pulse.whyNot());
   ASSERT_TRUE(bus.addHeadphones());
   AgentHome home;
   writeFile(home.path() / ".local/share/applications/org.example.Tone.desktop",

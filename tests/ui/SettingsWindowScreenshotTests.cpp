@@ -17,6 +17,7 @@
 #include "settings/SettingsFileWatch.h"
 #include "settings/SettingsWindow.h"
 #include "support/PulseRig.h"
+#include "support/RigRequired.h"
 #include "support/TempDir.h"
 #include "support/WidgetsApplication.h"
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
@@ -27,7 +28,7 @@ namespace wh::test {
 namespace {
 
 TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
-  if (!widgetsDisplay().available()) GTEST_SKIP() << widgetsDisplay().whyNot();
+  REQUIRE_RIG(widgetsDisplay().available(), widgetsDisplay().whyNot());
   nj::NJFonts::registerFonts();
 
   TempDir home("settings-window");
@@ -51,7 +52,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   auto computer = PulseRig::laptopWithHeadphones();
   computer.push_back({false, "alsa_input.usb-yeti", "Yeti", 48000, 1, {{"device.bus", "usb"}}});
   PulseRig sound(computer);
-  if (!sound.available()) GTEST_SKIP() << sound.whyNot();
+  REQUIRE_RIG(sound.available(), sound.whyNot());
   platform::QtRuntime runtime;
   platform::PulseAudioHardware::Options server;
   server.server = sound.server();

@@ -36,7 +36,7 @@ void AppDelegate::refresh() {
 
 void AppDelegate::applicationDidFinishLaunching() {
   // The test runner and another instance were ruled out before anything was built (LaunchGate).
-  if (chores_.move.offerIfNeeded()) return;  // starting again from the new place
+  chores_.move.offerIfNeeded();  // the question waits beside the services
   if (userInterface_ != nullptr) {
     userInterface_->registerFonts();
     statusMenu_ = userInterface_->makeStatusMenu();

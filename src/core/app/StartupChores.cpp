@@ -1,5 +1,6 @@
 #include "core/app/StartupChores.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -9,32 +10,36 @@ namespace wh {
 
 namespace {
 
-// Removable disks and temporary folders: a copy there is gone after a reboot or an unplug.
-constexpr std::array<std::string_view, 4> temporaryPlaces{"/media/", "/run/media/", "/tmp/", "/var/tmp/"};
+// Removable disks: a copy there is gone when the disk is unplugged.
+constexpr std::array<std::string_view, 2> removablePlaces{"/media/", "/run/media/"};
 
 bool startsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
 
 }  // namespace
 
-bool MoveToApplications::runsFromTemporaryPlace(const std::string& path, bool isAppImage,
-                                                const std::string& applicationsFolder) {
-  for (auto place : temporaryPlaces) {
-    if (startsWith(path, place)) return true;
-  }
-  return isAppImage && !startsWith(path, applicationsFolder + "/");
+bool MoveToApplications::worthMoving(const std::string& path, bool isAppImage, bool inBuildTree,
+                                     const std::string& applicationsFolder) {
+  if (isAppImage) return !startsWith(path, applicationsFolder + "/");
+  if (inBuildTree) return false;
+  return std::ranges::any_of(removablePlaces, [&](std::string_view place) { return startsWith(path, place); });
 }
 
-bool MoveToApplications::offerIfNeeded() {
-  const std::string program = installer_.programPath();
-  const std::string folder = installer_.applicationsFolder();
-  if (!runsFromTemporaryPlace(program, installer_.isAppImage(), folder)) return false;
-  const auto choice = installer_.ask(
-      "Move Wrenhaven to Applications?",
-      "It needs to live in your Applications folder to keep its permissions and start at login.",
-      "Move to Applications", "Not Now");
-  if (choice == ProgramInstaller::Choice::notNow) return false;
+void MoveToApplications::offerIfNeeded() {
+  if (!worthMoving(installer_.programPath(), installer_.isAppImage(), installer_.inBuildTree(),
+                   installer_.applicationsFolder())) {
+    return;
+  }
+  installer_.ask("Move Wrenhaven to Applications?",
+                 "It needs to live in your Applications folder to keep its permissions and start at login.",
+                 "Move to Applications", "Not Now", lifetime_.guard([this](ProgramInstaller::Choice choice) {
+                   if (choice == ProgramInstaller::Choice::move) move();
+                 }));
+}
 
-  const std::string target = folder + (installer_.isAppImage() ? "/Wrenhaven.AppImage" : "/Wrenhaven");
+void MoveToApplications::move() {
+  const std::string program = installer_.programPath();
+  const std::string target =
+      installer_.applicationsFolder() + (installer_.isAppImage() ? "/Wrenhaven.AppImage" : "/Wrenhaven");
   std::string error;
   if (installer_.exists(target)) error = installer_.moveToTrash(target);
   if (error.empty()) error = installer_.copy(program, target);
@@ -43,10 +48,9 @@ bool MoveToApplications::offerIfNeeded() {
     Log::error("could not move the app: " + error);
     installer_.alert("Could not move the app",
                      "Drag Wrenhaven into your Applications folder yourself, then open it from there.");
-    return false;
+    return;
   }
   installer_.quit();
-  return true;
 }
 
 void SettingsLauncher::open(bool onboarding) {

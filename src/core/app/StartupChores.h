@@ -1,6 +1,7 @@
 #pragma once
 // Small services run around start-up: the offer to install a copy of the program that runs from a
-// temporary or removable place, opening the settings program, and starting at login.
+// removable disk or as an AppImage outside the applications folder, opening the settings program,
+// and starting at login.
 
 #include <functional>
 #include <string>
@@ -18,6 +19,8 @@ class ProgramInstaller {
   // The program as the user handles it: the AppImage file, or the folder that holds the programs.
   virtual std::string programPath() const = 0;
   virtual bool isAppImage() const = 0;
+  // True for a program that runs where it was built (a folder of a build tree).
+  virtual bool inBuildTree() const = 0;
   // The folder installed copies go to.
   virtual std::string applicationsFolder() const = 0;
   virtual bool exists(const std::string& path) const = 0;
@@ -25,9 +28,10 @@ class ProgramInstaller {
   virtual std::string copy(const std::string& from, const std::string& to) = 0;
   // Starts the program at `path` as a new process one second from now.
   virtual std::string launchLater(const std::string& path) = 0;
-  // Brings the program to the front and asks; `accept` is the default button.
-  virtual Choice ask(const std::string& title, const std::string& text, const std::string& accept,
-                     const std::string& decline) = 0;
+  // Shows the question and returns at once; `answered` runs on the main queue when the person
+  // answers (`accept` is the default button). Where nobody can answer, it answers notNow.
+  virtual void ask(const std::string& title, const std::string& text, const std::string& accept,
+                   const std::string& decline, std::function<void(Choice)> answered) = 0;
   virtual void alert(const std::string& title, const std::string& text) = 0;
   // Ends this instance from the main queue.
   virtual void quit() = 0;
@@ -37,14 +41,19 @@ class MoveToApplications {
  public:
   explicit MoveToApplications(ProgramInstaller& installer) : installer_(installer) {}
 
-  // Whether a program at `path` runs from somewhere it should not live: a removable disk, a
-  // temporary folder, or an AppImage that is not in the applications folder yet.
-  static bool runsFromTemporaryPlace(const std::string& path, bool isAppImage, const std::string& applicationsFolder);
-  // True when the program is about to start again from its new place (start-up stops here).
-  bool offerIfNeeded();
+  // Whether installing a copy helps: an AppImage that is not in the applications folder yet, or a
+  // program on a removable disk (gone when the disk is). A program in its build tree never is.
+  static bool worthMoving(const std::string& path, bool isAppImage, bool inBuildTree,
+                          const std::string& applicationsFolder);
+  // Asks where worth it and returns at once: start-up goes on beside the question. On "move" the
+  // copy is installed, started a second later, and this instance quits.
+  void offerIfNeeded();
 
  private:
+  void move();
+
   ProgramInstaller& installer_;
+  Lifetime lifetime_;
 };
 
 // The separate settings program.

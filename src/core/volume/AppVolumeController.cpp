@@ -150,6 +150,7 @@ void AppVolumeController::apply(const std::string& bundleID) {
 void AppVolumeController::build(const std::string& bundleID, Wanted wanted, float gain) {
   const std::uint64_t generation = ++generations_[bundleID];
   building_[bundleID] = wanted;
+  Log::info(std::string("building ") + modeText(wanted.mode) + " tap for " + bundleID);
   ProcessTap::Request request{bundleID, wanted.processes, wanted.mode, wanted.outputUID, gain};
   runThenMain<ProcessTaps::Result>(
       *tapQueue_, runtime_.main(), lifetime_, [&factory = factory_, request] { return factory.build(request); },
