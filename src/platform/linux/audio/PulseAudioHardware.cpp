@@ -119,7 +119,7 @@ class PulseAudioHardware::Connection {
   // is refused.
   void send(const std::function<pa_operation*(pa_context*, pa_context_success_cb_t, void*)>& start,
             const std::function<void()>& shown, WriteDone done) {
-    auto write = std::make_unique<Write>(Write{this, std::move(done)});
+    auto write = std::make_unique<Write>(Write{this, std::move(done), nullptr, {}, false});
     pa_threaded_mainloop_lock(loop_);
     if (context_ != nullptr && pa_context_get_state(context_) == PA_CONTEXT_READY) {
       write->carrier = start(context_, &Connection::onAnswer, write.get());
