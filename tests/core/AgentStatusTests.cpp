@@ -160,6 +160,7 @@ TEST_F(AgentStatusTest, PinnerCommandsSetTheOverrideEndAFightAndEvaluateWithoutA
   EXPECT_EQ(channel.statusPosts, 0) << "the pinner reports its own change";
   channel.send("backToMusicQuality");
   EXPECT_EQ(*input, 3u) << "back on the built-in microphone";
+  rt.runReady();  // the server's answer
   status.publish();
   EXPECT_EQ(stored(StatusKeys::pinStatus), "pinned:Built-in Microphone");
   EXPECT_EQ(stored(StatusKeys::inCall), false);

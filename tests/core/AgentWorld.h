@@ -37,7 +37,12 @@ class AgentWorld : public testing::Test {
               return outputPresent && address == buds ? std::optional<OutputSwitcher::DeviceID>(7) : std::nullopt;
             },
             [this] { return defaultOutput; },
-            [this](OutputSwitcher::DeviceID id) { return bool(defaultOutput = id); },
+            [this](OutputSwitcher::DeviceID id, WriteDone done) {
+              defaultOutput = id;
+              rt.main().post([done] {
+                if (done) done(WriteAnswer::accept());
+              });
+            },
             [](OutputSwitcher::DeviceID) { return std::string("Sleep Buds"); }};
   }
 
@@ -53,7 +58,7 @@ class AgentWorld : public testing::Test {
   FakeAgentChannel channel;
   bool outputPresent = true;
   std::optional<OutputSwitcher::DeviceID> defaultOutput = 1;
-  MemoryAudioHardware hardware;
+  MemoryAudioHardware hardware{rt.main()};
   MemoryProcessTable processTable;
   MemoryDesktopEntries desktopEntries;
   AppGrouping grouping{processTable, desktopEntries};

@@ -16,7 +16,7 @@ namespace wh::test {
 
 struct AudioWorld {
   VirtualRuntime rt;
-  MemoryAudioHardware hw;
+  MemoryAudioHardware hw{rt.main()};
   MemoryProcessTable table;
   MemoryDesktopEntries desktop;
   AppGrouping grouping{table, desktop};

@@ -30,19 +30,29 @@ TEST_F(CoreAudioTest, DevicesAreReadWithTheirFallbacksAndFoundByExactUidBuiltInI
   EXPECT_FALSE(AudioDevice::forHeadphones(hw, ""));
 }
 
-TEST_F(CoreAudioTest, DefaultsReadNothingForNoDeviceAndOutputMovesAlertSoundsToo) {
+TEST_F(CoreAudioTest, DefaultsReadNothingForNoDeviceAndOutputMovesAlertSoundsTooAnsweringForTheFirstWriteLater) {
   using P = AudioProperty;
   hw.defaults[P::defaultOutputDevice] = audioObjectUnknown;
   hw.defaults[P::defaultInputDevice] = 9;
   EXPECT_FALSE(DefaultDevice::id(hw, Direction::output));
   EXPECT_EQ(DefaultDevice::id(hw, Direction::input), 9u);
   hw.refuseWrites[P::defaultSystemOutputDevice] = true;
-  EXPECT_TRUE(DefaultDevice::set(hw, Direction::output, 4)) << "the alert output's refusal does not count";
-  EXPECT_TRUE(DefaultDevice::set(hw, Direction::input, 5));
-  EXPECT_EQ(hw.writes, (std::vector<std::pair<P, AudioObjectID>>{
-                           {P::defaultOutputDevice, 4}, {P::defaultSystemOutputDevice, 4}, {P::defaultInputDevice, 5}}));
+  std::vector<WriteAnswer> answers;
+  const auto keep = [&](const WriteAnswer& answer) { answers.push_back(answer); };
+  DefaultDevice::set(hw, Direction::output, 4, keep);
+  DefaultDevice::set(hw, Direction::input, 5, keep);
   hw.refuseWrites[P::defaultInputDevice] = true;
-  EXPECT_FALSE(DefaultDevice::set(hw, Direction::input, 6));
+  DefaultDevice::set(hw, Direction::input, 6, keep);
+  EXPECT_TRUE(answers.empty()) << "answered on the main queue, not during the write";
+  rt.runReady();
+  EXPECT_EQ(hw.writes, (std::vector<std::pair<P, AudioObjectID>>{{P::defaultOutputDevice, 4},
+                                                                 {P::defaultSystemOutputDevice, 4},
+                                                                 {P::defaultInputDevice, 5},
+                                                                 {P::defaultInputDevice, 6}}));
+  EXPECT_EQ(answers, (std::vector<WriteAnswer>{WriteAnswer::accept(), WriteAnswer::accept(),
+                                               WriteAnswer::refuse("Access denied")}))
+      << "the alert output's refusal does not count";
+  EXPECT_EQ(DefaultDevice::id(hw, Direction::output), 4u);
 }
 
 }  // namespace

@@ -17,7 +17,8 @@ struct Scenario {
 };
 void PrintTo(const Scenario& s, std::ostream* out) { *out << s.script; }
 
-// A sound system with a built-in output (1) and, once they appear, the headphones' output (7).
+// A sound system with a built-in output (1) and, once they appear, the headphones' output (7). It
+// answers a write of the default 0.1 s later.
 class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
  protected:
   static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
@@ -69,10 +70,12 @@ class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
                                  return present && address == buds ? std::optional(7u) : std::nullopt;
                                },
                                [this] { return defaultOutput; },
-                               [this](OutputSwitcher::DeviceID id) {
+                               [this](OutputSwitcher::DeviceID id, WriteDone done) {
                                  sets += (sets.empty() ? "" : ",") + std::to_string(id);
                                  if (setWorks) defaultOutput = id;
-                                 return setWorks;
+                                 rt.main().after(0.1, [done, works = setWorks] {
+                                   if (done) done(works ? WriteAnswer::accept() : WriteAnswer::refuse("Access denied"));
+                                 });
                                },
                                [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); }}};
 };
@@ -93,7 +96,8 @@ const std::string setLine = "output set to Sleep Buds";
 INSTANTIATE_TEST_SUITE_P(Switching, OutputSwitcherTest, testing::Values(
     // Polls for the device and applies it when it appears before eight seconds.
     Scenario{"begin +7.5", "sets: repairs:0 repairing:0 lines:0"},
-    Scenario{"begin +7.5 present +0.25", "sets:7 repairs:0 repairing:0 lines:1", setLine},
+    Scenario{"begin +7.5 present +0.25", "sets:7 repairs:0 repairing:0 lines:0"},
+    Scenario{"begin +7.5 present +0.35", "sets:7 repairs:0 repairing:0 lines:1", setLine},
     // Still missing at eight seconds: one repair, a fresh wait after it, then giving up for good.
     Scenario{"repair=hold begin +7.99", "sets: repairs:0 repairing:0 lines:0"},
     Scenario{"repair=hold begin +8", "sets: repairs:1 repairing:1 lines:1", repairLine},
@@ -106,16 +110,18 @@ INSTANTIATE_TEST_SUITE_P(Switching, OutputSwitcherTest, testing::Values(
     Scenario{"repair=hold begin +4 begin +8", "sets: repairs:1 repairing:1 lines:1", repairLine},
     Scenario{"present begin cancel away +5", "sets:7 repairs:0 repairing:0 lines:1", setLine},
     Scenario{"repair=hold begin cancel +10", "sets: repairs:0 repairing:0 lines:0"},
-    // Already current: nothing, but the rechecks still run; a failed set is retried by them.
+    // Already current: nothing, but the rechecks still run; a refused set is not logged, and the
+    // rechecks set it again.
     Scenario{"present current begin +2", "sets: repairs:0 repairing:0 lines:0"},
     Scenario{"present current begin +2 away +1", "sets:7 repairs:0 repairing:0 lines:1",
              "output moved away from Sleep Buds; setting it again"},
-    Scenario{"present fails begin", "sets:7 repairs:0 repairing:0 lines:0"},
+    Scenario{"present fails begin +0.5", "sets:7 repairs:0 repairing:0 lines:0"},
     Scenario{"present fails begin works +1 none +2", "sets:7,7,7 repairs:0 repairing:0 lines:2",
              "output moved away from Sleep Buds; setting it again"}));
 
 TEST(OutputSwitcherLiveAudio, FindsTheHeadphonesByAddressAndMovesOutputAndAlertsThere) {
-  MemoryAudioHardware hardware;
+  VirtualRuntime rt;
+  MemoryAudioHardware hardware(rt.main());
   hardware.deviceList = {{10, "alsa_output.pci-0000_00_1f.3.analog-stereo", "Built-in Audio", {}, {}, 1, {}},
                          {11, "bluez_input.AA_BB_CC_DD_EE_FF.0", "Sleep Buds mic", {}, 1, {}, {}},
                          {12, "bluez_output.AA_BB_CC_DD_EE_FF.1", "Sleep Buds", {}, {}, 1, {}}};
@@ -124,7 +130,10 @@ TEST(OutputSwitcherLiveAudio, FindsTheHeadphonesByAddressAndMovesOutputAndAlerts
   EXPECT_EQ(audio.find("aa-bb-cc-dd-ee-ff"), 12u) << "the output device, not the microphone";
   EXPECT_FALSE(audio.find("11-22-33-44-55-66"));
   EXPECT_EQ(audio.current(), 10u);
-  EXPECT_TRUE(audio.set(12));
+  std::optional<WriteAnswer> answer;
+  audio.set(12, [&](const WriteAnswer& a) { answer = a; });
+  rt.runReady();
+  EXPECT_EQ(answer, WriteAnswer::accept());
   EXPECT_EQ(hardware.defaults[AudioProperty::defaultOutputDevice], 12u);
   EXPECT_EQ(hardware.defaults[AudioProperty::defaultSystemOutputDevice], 12u);
   EXPECT_EQ(audio.name(12), "Sleep Buds");

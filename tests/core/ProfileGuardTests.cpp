@@ -1,4 +1,5 @@
-// The profile guard beside a running input pinner, on the virtual clock (pace and fight: the pinner's).
+// The profile guard beside a running input pinner, on the virtual clock (pace and fight: the
+// pinner's). The server answers profile writes on the main queue: at once, or 0.5 s later ("slow").
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -11,6 +12,7 @@ namespace {
 
 const std::string moved = "moved WH-1000XM4 back to its music profile";
 const std::string fight = "another app keeps switching the headphones to their headset profile; profile guard paused";
+const std::string refused = "could not move WH-1000XM4 back to its music profile: Access denied";
 
 struct Scenario {
   std::string script, profile, status, lastLog = {};  // the card's profile and the guard's status at the end
@@ -30,8 +32,9 @@ class ProfileGuardTest : public testing::TestWithParam<Scenario>, protected test
   }
 
   // "+S": seconds pass; "call", "hangup" ("unseen": not read by the monitor yet); "override"; "refuse"
-  // (again: accept) profile writes; else the card, in SBC, changes: "hsp" to headset, "rec" its mic
-  // is recorded, "sbcGone", "noMusic": SBC or every music profile goes.
+  // (again: accept) profile writes; "slow" answers; else the card, in SBC, changes: "hsp" to headset,
+  // "rec" its mic is recorded, "sbcGone", "noMusic": SBC or every music profile goes. What is due
+  // when the script ends runs.
   void play(const std::string& script) {
     pinner.start();
     guard.start();
@@ -49,6 +52,8 @@ class ProfileGuardTest : public testing::TestWithParam<Scenario>, protected test
         pinner.evaluate();
       } else if (event == "refuse") {
         hw.refuseProfiles = !hw.refuseProfiles;
+      } else if (event == "slow") {
+        hw.answerDelay = 0.5;
       } else {
         ASSERT_TRUE(event == "hsp" || event == "rec" || event == "sbcGone" || event == "noMusic")
             << "unknown script word: " << event;
@@ -59,6 +64,7 @@ class ProfileGuardTest : public testing::TestWithParam<Scenario>, protected test
         hw.notify(audioSystemObject, AudioProperty::cards);
       }
     }
+    rt.runReady();
   }
 
   ProfileGuard guard{rt, settings, hw, monitor, pinner};
@@ -79,8 +85,14 @@ INSTANTIATE_TEST_SUITE_P(Guarding, ProfileGuardTest, testing::Values(
     Scenario{"sbcGone hsp", "a2dp-sink-aac", "holding", moved},
     Scenario{"rec hsp", "headset-head-unit", "holding"},
     Scenario{"noMusic hsp", "headset-head-unit", "idle"},
-    Scenario{"refuse hsp", "headset-head-unit", "holding", "could not move WH-1000XM4 back to its music profile"},
-    Scenario{"refuse hsp +1 refuse hsp", "a2dp-sink-sbc", "holding", moved},
+    // The server's answer decides: a card that reads as moved before it is not taken for moved, a
+    // refusal is logged and tried again at the pace, and a server that keeps refusing is fought.
+    Scenario{"refuse hsp", "headset-head-unit", "holding", refused},
+    Scenario{"refuse hsp +0.5 refuse +0.2", "a2dp-sink-sbc", "holding", moved},
+    Scenario{"refuse hsp +2", "headset-head-unit", "fighting", fight},
+    Scenario{"slow call hsp hangup +3.49", "a2dp-sink-sbc", "released"},
+    Scenario{"slow call hsp hangup +3.5", "a2dp-sink-sbc", "holding", moved},
+    Scenario{"slow refuse call hsp hangup +3.6", "a2dp-sink-sbc", "released", refused},
     // Released for calls (also one the monitor has not read yet) and by the override; 3 s after.
     Scenario{"call hsp", "headset-head-unit", "released"},
     Scenario{"unseen hsp", "headset-head-unit", "released"},

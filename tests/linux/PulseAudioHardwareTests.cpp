@@ -39,6 +39,18 @@ class PulseAudioHardwareTest : public testing::TestWithParam<test::SoundServer> 
     EXPECT_TRUE(hardware->waitUntilReady(10)) << hardware->lastError();
     return hardware;
   }
+  // Keeps the answer to one write, with the default output that reads showed when it came.
+  struct Answer {
+    std::optional<WriteAnswer> answer;
+    std::optional<AudioObjectID> outputThen;
+    WriteDone keeper(AudioHardware& hardware) {
+      return [this, &hardware](const WriteAnswer& given) {
+        answer = given;
+        outputThen = DefaultDevice::id(hardware, Direction::output);
+      };
+    }
+    bool came() const { return answer.has_value(); }
+  };
   static AudioObjectID idOf(AudioHardware& hardware, const std::string& uid) {
     const auto device = AudioDevice::byUID(hardware, uid);
     return device ? device->id : audioObjectUnknown;
@@ -88,15 +100,40 @@ TEST_P(PulseAudioHardwareTest, DefaultsSetHereReachTheServerAndThoseSetElsewhere
   CA::Listener output(*hw, audioSystemObject, AudioProperty::defaultOutputDevice, [&] { ++outputCalls; });
   CA::Listener input(*hw, audioSystemObject, AudioProperty::defaultInputDevice, [&] { ++inputCalls; });
   const AudioObjectID headphones = idOf(*hw, PulseRig::headphonesOutput);
-  EXPECT_TRUE(DefaultDevice::set(*hw, Direction::output, headphones));
+  Answer accepted;
+  DefaultDevice::set(*hw, Direction::output, headphones, accepted.keeper(*hw));
   EXPECT_EQ(DefaultDevice::id(*hw, Direction::output), headphones) << "reads follow the write at once";
+  EXPECT_FALSE(accepted.came()) << "answered on the main queue";
+  ASSERT_TRUE(test::spinUntil([&] { return accepted.came(); }));
+  EXPECT_EQ(accepted.answer, WriteAnswer::accept());
   EXPECT_TRUE(test::eventually([&] { return rig.pactlLine({"get-default-sink"}) == PulseRig::headphonesOutput; }));
   EXPECT_TRUE(test::spinUntil([&] { return outputCalls == 1; }));
   ASSERT_EQ(rig.pactl({"set-default-sink", PulseRig::laptopSpeakers}).status, 0);
   EXPECT_TRUE(test::spinUntil([&] { return outputCalls == 2; }));
   test::spinFor(200);
   EXPECT_EQ(inputCalls, 0) << "output touches nothing else";
-  EXPECT_FALSE(DefaultDevice::set(*hw, Direction::output, idOf(*hw, PulseRig::headphonesInput))) << "not an output";
+  Answer notAnOutput;
+  DefaultDevice::set(*hw, Direction::output, idOf(*hw, PulseRig::headphonesInput), notAnOutput.keeper(*hw));
+  ASSERT_TRUE(test::spinUntil([&] { return notAnOutput.came(); }));
+  EXPECT_EQ(notAnOutput.answer, WriteAnswer::refuse("no such output device"));
+  EXPECT_EQ(rig.pactlLine({"get-default-sink"}), PulseRig::laptopSpeakers);
+}
+
+// A sink the adapter still knows but the server no longer has (gone while the write was on its
+// way): the server refuses, and the refusal comes after the adapter has read back what it kept.
+TEST_P(PulseAudioHardwareTest, TheServersRefusalOfADefaultIsLoggedAndAnsweredAfterReadsShowWhatItKept) {
+  test::CapturedLog log;
+  auto hw = connect();
+  const AudioObjectID speakers = idOf(*hw, PulseRig::laptopSpeakers);
+  ASSERT_EQ(DefaultDevice::id(*hw, Direction::output), speakers);
+  const std::string gone = rig.nodeName("bluez_output.11_22_33_44_55_66.1");
+  hw->applyDevice({997, true, gone, "Gone Buds", 48000, false, true, false, {{"device.api", "bluez5"}}, std::nullopt});
+  Answer refused;
+  hw->setDefaultDevice(AudioProperty::defaultOutputDevice, idOf(*hw, gone), refused.keeper(*hw));
+  ASSERT_TRUE(test::spinUntil([&] { return refused.came(); }));
+  EXPECT_FALSE(refused.answer->accepted);
+  EXPECT_TRUE(log->has("the sound server refused a change: " + refused.answer->reason)) << refused.answer->reason;
+  EXPECT_EQ(refused.outputThen, speakers) << "read back before the answer";
   EXPECT_EQ(rig.pactlLine({"get-default-sink"}), PulseRig::laptopSpeakers);
 }
 
@@ -164,9 +201,11 @@ TEST_P(PulseAudioHardwareTest, AVanishedCardRefusesItsProfileAndARecordingRunsOn
   card.index = 999;  // back under another index
   hw->applyCard(card);
   ASSERT_EQ(hw->cards().at(0), (AudioCard{id, card.name, "WH-1000XM4", Transport::bluetooth, "a2dp-sink", {}}));
-  EXPECT_TRUE(hw->setCardProfile(id, "headset-head-unit")) << "sent, not waited for";
-  EXPECT_TRUE(test::eventually([&] { return log->has("the sound server refused a change: No such entity"); }))
-      << "the server has no such card";
+  Answer refused;
+  hw->setCardProfile(id, "headset-head-unit", refused.keeper(*hw));
+  ASSERT_TRUE(test::spinUntil([&] { return refused.came(); }));
+  EXPECT_EQ(refused.answer, WriteAnswer::refuse("No such entity")) << "the server has no such card";
+  EXPECT_TRUE(log->has("the sound server refused a change: No such entity"));
   const AudioObjectID headset = idOf(*hw, PulseRig::headphonesInput);
   test::ChildProcess recorder({"parecord", "-d", PulseRig::headphonesInput, "/dev/null"}, rig.clientEnvironment());
   EXPECT_TRUE(test::eventually([&] { return hw->deviceIsRunningSomewhere(headset) == true; }));
@@ -194,13 +233,20 @@ TEST_P(PulseAudioHardwareTest, AServerThatFreezesDiesOrComesLateNeverHoldsAWrite
   const auto before = AudioDevice::all(*hw);
   const AudioObjectID headphones = idOf(*hw, PulseRig::headphonesOutput);
   rig.signalDaemon(SIGSTOP);
-  auto write = std::async(std::launch::async, [&] { return DefaultDevice::set(*hw, Direction::output, headphones); });
+  Answer lost;
+  auto write = std::async(std::launch::async, [&] { DefaultDevice::set(*hw, Direction::output, headphones, lost.keeper(*hw)); });
   ASSERT_EQ(write.wait_for(20s), std::future_status::ready) << "a frozen server holds no writer";
-  EXPECT_TRUE(write.get());
   EXPECT_EQ(DefaultDevice::id(*hw, Direction::output), headphones) << "reads follow the write at once";
+  test::spinFor(200);
+  EXPECT_FALSE(lost.came()) << "the server has not answered";
   rig.stop();
   ASSERT_TRUE(test::spinUntil([&] { return hw->devices().empty() && !hw->ready(); }));
-  EXPECT_FALSE(DefaultDevice::set(*hw, Direction::output, headphones)) << "no server, no write";
+  ASSERT_TRUE(test::spinUntil([&] { return lost.came(); }));
+  EXPECT_EQ(lost.answer, WriteAnswer::refuse("the connection to the sound server ended"));
+  Answer unsent;
+  DefaultDevice::set(*hw, Direction::output, headphones, unsent.keeper(*hw));
+  ASSERT_TRUE(test::spinUntil([&] { return unsent.came(); }));
+  EXPECT_FALSE(unsent.answer->accepted) << "no server, no write";
   PulseAudioHardware late(runtime.main(), {.server = rig.server()});
   EXPECT_FALSE(late.waitUntilReady(10));
   EXPECT_EQ(late.lastError(), "Connection refused");

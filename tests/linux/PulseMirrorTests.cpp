@@ -13,8 +13,8 @@ namespace {
 class Mirror final : public PulseMirror {
  public:
   using PulseMirror::PulseMirror;
-  bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
-  bool setCardProfile(AudioObjectID, const std::string&) override { return false; }
+  void setDefaultDevice(AudioProperty, AudioObjectID, WriteDone) override {}
+  void setCardProfile(AudioObjectID, const std::string&, WriteDone) override {}
 };
 
 PulseDeviceInfo device(std::uint32_t index, bool sink, const std::string& name, PulseProperties properties = {},

@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace wh {
@@ -76,6 +77,20 @@ struct AudioCard {
 
 enum class Direction { input, output };
 
+// The sound server's answer to a write.
+struct WriteAnswer {
+  bool accepted = false;
+  std::string reason;  // why it was refused ("No such entity", ...); empty when accepted
+
+  static WriteAnswer accept() { return {true, {}}; }
+  static WriteAnswer refuse(std::string reason) { return {false, std::move(reason)}; }
+  bool operator==(const WriteAnswer&) const = default;
+};
+
+// Receives the answer to one write. Owners guard it with their Lifetime: an answer that comes
+// after its owner has gone does nothing.
+using WriteDone = std::function<void(const WriteAnswer&)>;
+
 class AudioHardware {
  public:
   using ListenerToken = std::uint64_t;
@@ -96,15 +111,20 @@ class AudioHardware {
 
   // The sound cards, in the server's order, each read whole. Safe from any thread.
   virtual std::vector<AudioCard> cards() = 0;
-  // Switches a card to one of its profiles. True when the server accepted it; waits for the
-  // server's answer, with a time limit.
-  virtual bool setCardProfile(AudioObjectID card, const std::string& profile) = 0;
+
+  // Writes (a card's profile, a default device) are sent at once and never wait for the sound
+  // server. Reads may show a write before it is answered. Every write is answered exactly once,
+  // through `done` (which may be empty), on the main thread and never before the write returns:
+  // accepted, or refused with the reason. A write that cannot be sent (an object the port does not
+  // know, no connection) and one whose connection is lost before the answer are refused. Before the
+  // server's own refusal is delivered, reads show again what it kept, and the listeners of what
+  // changed back have been called.
+  virtual void setCardProfile(AudioObjectID card, const std::string& profile, WriteDone done) = 0;
 
   // `which` is defaultInputDevice, defaultOutputDevice or defaultSystemOutputDevice. A read may
-  // answer audioObjectUnknown. A write answers true when the sound server accepted it; it waits
-  // for the server's answer, with a time limit.
+  // answer audioObjectUnknown.
   virtual std::optional<AudioObjectID> defaultDevice(AudioProperty which) = 0;
-  virtual bool setDefaultDevice(AudioProperty which, AudioObjectID device) = 0;
+  virtual void setDefaultDevice(AudioProperty which, AudioObjectID device, WriteDone done) = 0;
 
   // Audio process objects, in the sound server's order, and their properties.
   virtual std::vector<AudioObjectID> processObjects() = 0;

@@ -81,13 +81,10 @@ std::optional<AudioObjectID> id(AudioHardware& hardware, Direction direction) {
   return device;
 }
 
-bool set(AudioHardware& hardware, Direction direction, AudioObjectID device) {
-  const bool accepted = hardware.setDefaultDevice(defaultProperty(direction), device);
-  if (direction == Direction::output) {
-    // Alert sounds follow; whether that worked does not change the answer.
-    (void)hardware.setDefaultDevice(AudioProperty::defaultSystemOutputDevice, device);
-  }
-  return accepted;
+void set(AudioHardware& hardware, Direction direction, AudioObjectID device, WriteDone done) {
+  hardware.setDefaultDevice(defaultProperty(direction), device, std::move(done));
+  // Alert sounds follow; whether that works does not change the answer.
+  if (direction == Direction::output) hardware.setDefaultDevice(AudioProperty::defaultSystemOutputDevice, device, {});
 }
 
 }  // namespace DefaultDevice

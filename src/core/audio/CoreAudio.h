@@ -53,8 +53,9 @@ namespace DefaultDevice {
 // The default device of that direction; nothing when the read fails or there is none.
 std::optional<AudioObjectID> id(AudioHardware& hardware, Direction direction);
 // Makes the device the default; for output the alert sound output follows (whether that second
-// write works does not matter). True when the first write was accepted.
-bool set(AudioHardware& hardware, Direction direction, AudioObjectID device);
+// write works does not matter). `done` gets the answer to the first write, later, on the main
+// thread (see AudioHardware::setDefaultDevice).
+void set(AudioHardware& hardware, Direction direction, AudioObjectID device, WriteDone done);
 }  // namespace DefaultDevice
 
 namespace CA {

@@ -13,7 +13,7 @@ OutputSwitcher::Audio OutputSwitcher::Audio::live(AudioHardware& hardware) {
         return std::nullopt;
       },
       [&hardware] { return DefaultDevice::id(hardware, Direction::output); },
-      [&hardware](DeviceID id) { return DefaultDevice::set(hardware, Direction::output, id); },
+      [&hardware](DeviceID id, WriteDone done) { DefaultDevice::set(hardware, Direction::output, id, std::move(done)); },
       [&hardware](DeviceID id) {
         if (auto device = AudioDevice::read(hardware, id)) return device->name;
         return std::to_string(id);
@@ -71,7 +71,10 @@ void OutputSwitcher::wait(const std::string& address, int generation, double sta
 
 void OutputSwitcher::apply(DeviceID id) {
   if (audio_.current() == id) return;
-  if (audio_.set(id)) Log::info("output set to " + audio_.name(id));
+  // A refusal is not reported: the re-checks set it again.
+  audio_.set(id, lifetime_.guard([this, id](const WriteAnswer& answer) {
+    if (answer.accepted) Log::info("output set to " + audio_.name(id));
+  }));
 }
 
 void OutputSwitcher::recheck(const std::string& address, int generation) {
@@ -81,7 +84,7 @@ void OutputSwitcher::recheck(const std::string& address, int generation) {
   const auto now = audio_.current();
   if (now && *now == *id) return;
   Log::info("output moved away from " + audio_.name(*id) + "; setting it again");
-  audio_.set(*id);
+  audio_.set(*id, {});
 }
 
 }  // namespace wh

@@ -25,8 +25,9 @@ class OutputSwitcher {
     std::function<std::optional<DeviceID>(const std::string& address)> find;
     // The default output device.
     std::function<std::optional<DeviceID>()> current;
-    // Makes the device the default output (and the alert output); true on success.
-    std::function<bool(DeviceID)> set;
+    // Makes the device the default output (and the alert output); the answer comes later, on the
+    // main thread (see AudioHardware::setDefaultDevice).
+    std::function<void(DeviceID, WriteDone)> set;
     // The device's name for the log.
     std::function<std::string(DeviceID)> name;
 

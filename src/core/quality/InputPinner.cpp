@@ -154,6 +154,9 @@ void InputPinner::decide() {
     setStatus(override_ == Override::allowHeadphoneMic ? Status::releasedManually() : Status::releasedForCall());
     return;
   }
+  // Until the server has answered a write, the input may read as written when it is not: nothing
+  // is decided from it. The answer evaluates again.
+  if (unanswered_ > 0) return;
   if (input.needsCorrecting) {
     correct(*microphone, input);
   } else {
@@ -171,10 +174,17 @@ void InputPinner::correct(const AudioDevice& microphone, const InputCheck& input
     case CorrectionPacer::Verdict::go:
       break;
   }
-  // A refused write leaves the status as it was; the next device change evaluates again.
-  if (!DefaultDevice::set(hardware_, Direction::input, microphone.id)) return;
-  Log::info("pinned input to " + microphone.name + " (was " + (input.current ? input.current->name : "?") + ")");
-  setStatus(Status::pinned(microphone.name));
+  // An accepted write pins (the evaluation after the answer finds the microphone in place); a
+  // refused one leaves the status as it was and stays on the fight record, so a server that keeps
+  // refusing ends in a fight like a program that keeps switching back.
+  ++unanswered_;
+  const std::string line =
+      "pinned input to " + microphone.name + " (was " + (input.current ? input.current->name : "?") + ")";
+  DefaultDevice::set(hardware_, Direction::input, microphone.id, lifetime_.guard([this, line](const WriteAnswer& answer) {
+    --unanswered_;
+    if (answer.accepted) Log::info(line);
+    evaluate();
+  }));
 }
 
 void InputPinner::settle(const AudioDevice& microphone, const InputCheck& input) {

@@ -7,7 +7,8 @@
 // Every trigger ends in evaluate(): the default input or the device list changing (listeners on
 // the audio system), a call starting or ending (an observer on the audio process monitor), a
 // settings change (settingsChanged, called by the wiring), the deferred retry and the re-pin
-// after a call. Everything runs on the main thread.
+// after a call, and the server's answer to each write of the default input. Everything runs on
+// the main thread.
 
 #include <cstddef>
 #include <functional>
@@ -125,6 +126,7 @@ class InputPinner {
   std::vector<std::unique_ptr<CA::Listener>> listeners_;
   std::optional<AudioProcessMonitor::ObserverKey> processObserver_;
   HeldWork repinWork_;
+  int unanswered_ = 0;  // default-input writes the server has not answered yet
   Lifetime lifetime_;
 };
 

@@ -113,6 +113,9 @@ void ProfileGuard::evaluate() {
     released_ = false;
     pacer_.reset();
   }
+  // Until the server has answered a profile write, the card may read as written when it is not:
+  // nothing is decided from it. The answer evaluates again.
+  if (unanswered_ > 0) return;
   bool holding = false;
   for (const auto& guarded : guardedCards()) {
     const AudioCard& card = guarded.card;
@@ -123,30 +126,37 @@ void ProfileGuard::evaluate() {
       continue;
     }
     if (!musicProfileFor(card)) continue;  // nothing to go back to
-    if (!moveBack(guarded)) return;
-    holding = true;
+    // One card at a time; the status stays as it is until the answer.
+    moveBack(guarded);
+    return;
   }
   setState(holding ? Status::holding : Status::idle);
 }
 
-bool ProfileGuard::moveBack(const Guarded& guarded) {
+void ProfileGuard::moveBack(const Guarded& guarded) {
   switch (pacer_.request(lifetime_.guard([this] { evaluate(); }))) {
     case CorrectionPacer::Verdict::deferred:
-      return false;
+      return;
     case CorrectionPacer::Verdict::fighting:
       setState(Status::fighting);
-      return false;
+      return;
     case CorrectionPacer::Verdict::go:
       break;
   }
-  // A refused write (the server's, or a card gone meanwhile) leaves the status as it was; the
-  // next change of the cards tries again.
-  if (!hardware_.setCardProfile(guarded.card.id, *musicProfileFor(guarded.card))) {
-    Log::error("could not move " + guarded.name + " back to its music profile");
-    return false;
-  }
-  Log::info("moved " + guarded.name + " back to its music profile");
-  return true;
+  // A refusal (the server's, or a card gone meanwhile) is logged and stays on the fight record:
+  // the evaluation after it finds the card where the server kept it and tries again at the
+  // pinner's pace, so a server that keeps refusing ends in a fight.
+  ++unanswered_;
+  hardware_.setCardProfile(guarded.card.id, *musicProfileFor(guarded.card),
+                           lifetime_.guard([this, name = guarded.name](const WriteAnswer& answer) {
+                             --unanswered_;
+                             if (answer.accepted) {
+                               Log::info("moved " + name + " back to its music profile");
+                             } else {
+                               Log::error("could not move " + name + " back to its music profile: " + answer.reason);
+                             }
+                             evaluate();
+                           }));
 }
 
 void ProfileGuard::setState(Status status) {

@@ -76,8 +76,8 @@ class ProfileGuard {
   std::vector<Guarded> guardedCards() const;
   bool recordedFrom(const std::string& address) const;
   std::optional<std::string> musicProfileFor(const AudioCard& card) const;
-  // Moves the card back; false when it has to wait or give up (the status says which).
-  bool moveBack(const Guarded& guarded);
+  // Asks the server to move the card back, unless it has to wait or give up (the status says which).
+  void moveBack(const Guarded& guarded);
   void setState(Status status);
   void stopObserving();
 
@@ -91,6 +91,7 @@ class ProfileGuard {
   bool released_ = false;
   std::map<std::string, std::string> musicProfiles_;  // card name -> the music profile it last had
   CorrectionPacer pacer_;
+  int unanswered_ = 0;  // profile writes the server has not answered yet
   std::vector<std::unique_ptr<CA::Listener>> listeners_;
   std::optional<AudioProcessMonitor::ObserverKey> processObserver_;
   Lifetime lifetime_;

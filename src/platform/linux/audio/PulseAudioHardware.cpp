@@ -87,8 +87,8 @@ PulseStreamInfo streamInfo(const Info& info) {
 // lock held; so do connect() and lost().
 class PulseAudioHardware::Connection {
  public:
-  Connection(PulseAudioHardware& owner, Options options)
-      : owner_(owner), options_(std::move(options)), delay_(options_.reconnectDelay) {
+  Connection(PulseAudioHardware& owner, MainQueue& main, Options options)
+      : owner_(owner), main_(main), options_(std::move(options)), delay_(options_.reconnectDelay) {
     loop_ = pa_threaded_mainloop_new();
     api_ = pa_threaded_mainloop_get_api(loop_);
     pa_threaded_mainloop_set_name(loop_, "wrenhaven.pulse");
@@ -112,28 +112,88 @@ class PulseAudioHardware::Connection {
   }
 
   // Sends one write that the server answers with success or failure, without waiting for the
-  // answer: the mirror already shows the write, and the answer only decides what is read back. A
-  // refusal reads the defaults and cards again at once, so the mirror shows what the server kept;
-  // an acceptance is confirmed a moment later (see confirmLater). False when nothing could be sent.
-  bool send(const std::function<pa_operation*(pa_context*, pa_context_success_cb_t, void*)>& start) {
+  // answer. Once it is sent, `shown` makes the mirror show it; `done` gets the answer on the main
+  // queue. An acceptance is confirmed a moment later (see confirmLater). A refusal is logged and
+  // the cards and defaults are read again before it is answered, so that the mirror shows what the
+  // server kept by then. A write that cannot be sent, or whose connection ends before its answer,
+  // is refused.
+  void send(const std::function<pa_operation*(pa_context*, pa_context_success_cb_t, void*)>& start,
+            const std::function<void()>& shown, WriteDone done) {
+    auto write = std::make_unique<Write>(Write{this, std::move(done), nullptr, {}, false});
     pa_threaded_mainloop_lock(loop_);
-    pa_operation* operation = nullptr;
     if (context_ != nullptr && pa_context_get_state(context_) == PA_CONTEXT_READY) {
-      operation = start(context_, &Connection::onAnswer, this);
+      write->carrier = start(context_, &Connection::onAnswer, write.get());
     }
-    track(operation);
+    if (write->carrier != nullptr) {
+      pa_operation_set_state_callback(write->carrier, &Connection::onSettled, write.get());
+      track(write->carrier);
+      shown();
+      write.release();  // onSettled has it now
+    }
     pa_threaded_mainloop_unlock(loop_);
-    return operation != nullptr;
+    if (write) refuse(std::move(write->done), "not connected to the sound server");
   }
 
+  // Hands a refusal to `done` on the main queue.
+  void refuse(WriteDone done, std::string reason) { deliver(std::move(done), WriteAnswer::refuse(std::move(reason))); }
+
  private:
+  // One write on its way: whose answer it is, and the operation that will settle it (the write
+  // itself, then the read-back after a refusal).
+  struct Write {
+    Connection* self;
+    WriteDone done;
+    pa_operation* carrier = nullptr;
+    std::string reason;  // the server's, once it has refused
+    bool answered = false;
+  };
+
+  void deliver(WriteDone done, WriteAnswer reply) {
+    if (done) main_.post([done = std::move(done), reply = std::move(reply)] { done(reply); });
+  }
+  static void answerWrite(Write& write, WriteAnswer reply) {
+    write.answered = true;
+    write.self->deliver(std::move(write.done), std::move(reply));
+  }
+
   static void onAnswer(pa_context* context, int success, void* userdata) {
-    auto* self = static_cast<Connection*>(userdata);
-    if (context != self->context_) return;
-    if (success != 0) return self->confirmLater();
-    Log::error(std::string("the sound server refused a change: ") + pa_strerror(pa_context_errno(context)));
-    track(pa_context_get_server_info(context, &Connection::onServer<false>, self));
+    auto& write = *static_cast<Write*>(userdata);
+    Connection* self = write.self;
+    if (success != 0) {
+      answerWrite(write, WriteAnswer::accept());
+      return self->confirmLater();
+    }
+    const int error = pa_context_errno(context);
+    write.reason = pa_strerror(error);
+    Log::error("the sound server refused a change: " + write.reason);
     track(pa_context_get_card_info_list(context, &Connection::onCard<false>, self));
+    // No answer in libpulse's time limit: the server is stuck, and a read-back would wait as long.
+    if (error == PA_ERR_TIMEOUT) {
+      track(pa_context_get_server_info(context, &Connection::onServer<false>, self));
+      return answerWrite(write, WriteAnswer::refuse(write.reason));
+    }
+    // Answered once the defaults have come back: the server answers in order.
+    pa_operation* readBack = pa_context_get_server_info(context, &Connection::onReadBack, &write);
+    if (readBack == nullptr) return answerWrite(write, WriteAnswer::refuse(write.reason));
+    write.carrier = readBack;
+    pa_operation_set_state_callback(readBack, &Connection::onSettled, &write);
+    track(readBack);
+  }
+
+  static void onReadBack(pa_context* context, const pa_server_info* info, void* userdata) {
+    auto& write = *static_cast<Write*>(userdata);
+    if (info != nullptr && context == write.self->context_) write.self->applyServer(*info);
+    answerWrite(write, WriteAnswer::refuse(write.reason));
+  }
+
+  // An operation that carries a write has ended: answered, or cancelled with its connection.
+  static void onSettled(pa_operation* operation, void* userdata) {
+    auto* write = static_cast<Write*>(userdata);
+    if (pa_operation_get_state(operation) == PA_OPERATION_RUNNING || operation != write->carrier) return;
+    if (!write->answered) {
+      answerWrite(*write, WriteAnswer::refuse(write->reason.empty() ? "the connection to the sound server ended" : write->reason));
+    }
+    delete write;
   }
 
   void connect() {
@@ -318,16 +378,18 @@ class PulseAudioHardware::Connection {
   static void onServer(pa_context* context, const pa_server_info* info, void* userdata) {
     auto* self = static_cast<Connection*>(userdata);
     if (context != self->context_) return;
-    if (info != nullptr) {
-      const std::string sink = info->default_sink_name ? info->default_sink_name : "";
-      const std::string source = info->default_source_name ? info->default_source_name : "";
-      self->owner_.applyDefaults(sink, source);
-      // PipeWire's pulse server names these while its session manager has not picked a default.
-      const bool undecided = sink == "@DEFAULT_SINK@" || source == "@DEFAULT_SOURCE@";
-      self->undecidedReads_ = undecided ? self->undecidedReads_ + 1 : 0;
-      if (undecided && self->undecidedReads_ <= maxUndecidedReads) self->confirmLater();
-    }
+    if (info != nullptr) self->applyServer(*info);
     if (List) self->listDone();
+  }
+
+  void applyServer(const pa_server_info& info) {
+    const std::string sink = info.default_sink_name ? info.default_sink_name : "";
+    const std::string source = info.default_source_name ? info.default_source_name : "";
+    owner_.applyDefaults(sink, source);
+    // PipeWire's pulse server names these while its session manager has not picked a default.
+    const bool undecided = sink == "@DEFAULT_SINK@" || source == "@DEFAULT_SOURCE@";
+    undecidedReads_ = undecided ? undecidedReads_ + 1 : 0;
+    if (undecided && undecidedReads_ <= maxUndecidedReads) confirmLater();
   }
 
   template <bool List>
@@ -383,6 +445,7 @@ class PulseAudioHardware::Connection {
   }
 
   PulseAudioHardware& owner_;
+  MainQueue& main_;
   Options options_;
   pa_threaded_mainloop* loop_ = nullptr;
   pa_mainloop_api* api_ = nullptr;
@@ -398,7 +461,7 @@ class PulseAudioHardware::Connection {
 };
 
 PulseAudioHardware::PulseAudioHardware(MainQueue& main, Options options)
-    : PulseMirror(main), connection_(std::make_unique<Connection>(*this, std::move(options))) {}
+    : PulseMirror(main), connection_(std::make_unique<Connection>(*this, main, std::move(options))) {}
 
 // The connection goes first: no callback may reach the mirror once it starts to go away.
 PulseAudioHardware::~PulseAudioHardware() { connection_.reset(); }
@@ -429,32 +492,29 @@ std::string PulseAudioHardware::lastError() const {
   return lastError_;
 }
 
-bool PulseAudioHardware::setDefaultDevice(AudioProperty which, AudioObjectID device) {
+// Reads follow a write at once; the server's answer confirms or mends it a moment later.
+void PulseAudioHardware::setDefaultDevice(AudioProperty which, AudioObjectID device, WriteDone done) {
   const bool sink = which != AudioProperty::defaultInputDevice;
-  if (which != AudioProperty::defaultInputDevice && which != AudioProperty::defaultOutputDevice &&
-      which != AudioProperty::defaultSystemOutputDevice) {
-    return false;
-  }
-  const auto name = deviceServerName(device, sink);
-  if (!name) return false;
-  const bool accepted = connection_->send([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
-    return sink ? pa_context_set_default_sink(context, name->c_str(), done, userdata)
-                : pa_context_set_default_source(context, name->c_str(), done, userdata);
-  });
-  // Reads follow the write at once; the server's answer confirms or mends it a moment later.
-  if (accepted) noteDefault(sink, *name);
-  return accepted;
+  const bool settable = which == AudioProperty::defaultInputDevice || which == AudioProperty::defaultOutputDevice ||
+                        which == AudioProperty::defaultSystemOutputDevice;
+  const auto name = settable ? deviceServerName(device, sink) : std::nullopt;
+  if (!name) return connection_->refuse(std::move(done), sink ? "no such output device" : "no such input device");
+  connection_->send(
+      [&](pa_context* context, pa_context_success_cb_t answer, void* userdata) {
+        return sink ? pa_context_set_default_sink(context, name->c_str(), answer, userdata)
+                    : pa_context_set_default_source(context, name->c_str(), answer, userdata);
+      },
+      [&] { noteDefault(sink, *name); }, std::move(done));
 }
 
-bool PulseAudioHardware::setCardProfile(AudioObjectID card, const std::string& profile) {
+void PulseAudioHardware::setCardProfile(AudioObjectID card, const std::string& profile, WriteDone done) {
   const auto name = cardServerName(card);
-  if (!name) return false;
-  const bool accepted = connection_->send([&](pa_context* context, pa_context_success_cb_t done, void* userdata) {
-    return pa_context_set_card_profile_by_name(context, name->c_str(), profile.c_str(), done, userdata);
-  });
-  // As for defaults: reads follow the write at once, and the server's answer confirms or mends it.
-  if (accepted) noteCardProfile(card, profile);
-  return accepted;
+  if (!name) return connection_->refuse(std::move(done), "no such card");
+  connection_->send(
+      [&](pa_context* context, pa_context_success_cb_t answer, void* userdata) {
+        return pa_context_set_card_profile_by_name(context, name->c_str(), profile.c_str(), answer, userdata);
+      },
+      [&] { noteCardProfile(card, profile); }, std::move(done));
 }
 
 }  // namespace wh::platform

@@ -1,9 +1,11 @@
 #pragma once
 // The audio port on the PulseAudio protocol (PulseAudio itself, or PipeWire's pulse server),
 // through libpulse's threaded main loop. The mirror (PulseMirror) follows the server's
-// subscription events, so reads are synchronous, current and cheap; writes (a default, a card's
-// profile) are sent without waiting, so no caller blocks on the server. When the server goes away the mirror empties and the
-// adapter keeps trying to connect again; listeners stay registered and report what comes back.
+// subscription events, so reads are synchronous, current and cheap. Writes (a default, a card's
+// profile) are sent without waiting, so no caller blocks on the server; the mirror shows them at
+// once, and their answers come on the main queue (a refusal after the mirror has read back what
+// the server kept). When the server goes away the mirror empties, writes on their way are refused,
+// and the adapter keeps trying to connect again; listeners stay registered and report what comes back.
 
 #include <condition_variable>
 #include <memory>
@@ -39,8 +41,8 @@ class PulseAudioHardware final : public PulseMirror {
   // Why the last connection failed or ended ("Connection refused", ...); empty before any failure.
   std::string lastError() const;
 
-  bool setDefaultDevice(AudioProperty which, AudioObjectID device) override;
-  bool setCardProfile(AudioObjectID card, const std::string& profile) override;
+  void setDefaultDevice(AudioProperty which, AudioObjectID device, WriteDone done) override;
+  void setCardProfile(AudioObjectID card, const std::string& profile, WriteDone done) override;
 
  private:
   class Connection;
