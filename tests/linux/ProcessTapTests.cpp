@@ -77,7 +77,7 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   for (std::string index, sink, owner, rest; inputs >> index >> sink >> owner && std::getline(inputs, rest);) {
     if (owner == std::to_string(client)) rig.pactl({"move-sink-input", index, speakers});
   }
-  EXPECT_TRUE(test::eventually([&] { return placement(client) == "wrenh wrenh +tap"; })) << "taken back";
+  EXPECT_TRUE(test::eventually([&] { return placement(client) == "wrenh wrenh +tap"; })) << "taken back: " << placement(client);
 
   // The tap built next takes over the sink: the streams stay, and the last tap to stop gives them back.
   auto next = std::get<std::shared_ptr<ProcessTap>>(build(Mode::gain, speakers));

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "core/log/Log.h"
@@ -43,10 +44,12 @@ constexpr double maxFill = 0.1;
 // device that had nothing to play may take a moment to start reading, and the stream then holds
 // up to `maxFill`.
 constexpr double maxExcess = 0.02;
-// How many times a stream taken away from the tap's sink is moved back. A move shows up as one or
-// two changes, and on PipeWire an answer may still name the old sink until the session manager has
-// relinked the stream, so one taking away can cost a few moves.
+// How many times a stream taken away from the tap's sink is moved back. A move shows up as several
+// changes, and on PipeWire an answer may still name the old sink, or no sink, until the session
+// manager has relinked the stream: only a stream seen on the sink and then elsewhere counts.
 constexpr int maxTakeBacks = 10;
+// Moves sent for one stream, counted or not: a stream that never reaches the sink is let go too.
+constexpr int maxMovesSent = 6 * maxTakeBacks;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
@@ -198,7 +201,12 @@ struct PulseProcessTaps::Sink {
   // Taps on their own threads share these.
   std::mutex mutex;
   std::map<std::uint32_t, std::uint32_t> origins;  // playback stream -> the sink it came from
-  std::map<std::uint32_t, int> takenBack;          // playback stream -> times moved back in
+  struct Moves {
+    int takenBack = 0;    // times it was taken away after it had reached the sink
+    int sent = 0;         // moves sent, counted or not
+    bool settled = false; // last reported on the sink
+  };
+  std::map<std::uint32_t, Moves> moves;  // playback stream -> how it was moved in
 };
 
 class PulseProcessTaps::SinkTable {
@@ -350,13 +358,24 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
 
 // A stream of the tap's clients that is not on the tap's sink: a new one, or one that something
 // else took away (on PipeWire the session manager can relink a stream whose earlier target went
-// away just as it was moved). A stream taken away too often is left where it is, so the tap
-// never fights another program that keeps moving it.
+// away just as it was moved). Only a stream that had reached the sink and was then taken away
+// counts as taken: a stream on its way (not linked yet, or reported by an answer older than the
+// move) is sent again without counting. A stream taken away too often is left where it is, so
+// the tap never fights another program that keeps moving it.
 void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
-  if (from == sink_->index) return;
   {
     std::lock_guard guard(sink_->mutex);
-    if (sink_->origins.count(input) > 0 && ++sink_->takenBack[input] > maxTakeBacks) return;
+    auto& moves = sink_->moves[input];
+    if (from == sink_->index) {
+      moves.settled = true;
+      return;
+    }
+    if (moves.takenBack > maxTakeBacks || moves.sent > maxMovesSent) return;  // given up before
+    const bool taken = sink_->origins.count(input) > 0 && std::exchange(moves.settled, false);
+    if ((taken && ++moves.takenBack > maxTakeBacks) || ++moves.sent > maxMovesSent) {
+      Log::info("a stream of " + bundleID_ + " keeps being moved away from its tap; left where it is");
+      return;
+    }
     sink_->origins.emplace(input, from);
   }
   // Not waited for: this runs inside the subscription's callback.
