@@ -24,26 +24,7 @@ constexpr std::uint32_t frameBytes = tapChannels * sizeof(float);
 // The monitor is read in pieces of this length; the output stream asks for no more than this.
 constexpr double captureFragment = 0.005;
 constexpr double playbackTarget = 0.02;
-// The playback rate is corrected twice a second, by at most this fraction, so that an excess of
-// sound in the output stream is gone within about `convergeTime` seconds.
-constexpr double adjustInterval = 0.5;
-constexpr double convergeTime = 5.0;
-constexpr double maxRateDeviation = 0.005;
 constexpr int tapThreadPriority = 5;
-// Each time the output stream runs dry all the same (a busy machine wakes the server or the tap
-// late), its margin grows by a step, up to the limit; after a calm spell it shrinks back by a step.
-constexpr double marginStep = 0.005;
-constexpr double maxFillMargin = 0.05;
-constexpr double calmTime = 60.0;
-// Sound beyond this in the output stream is dropped rather than played late. The monitor can hand
-// over a burst (PulseAudio's null sink renders up to 2 s ahead until a stream asks for less), and
-// the rate correction alone would take minutes to work off such a backlog.
-constexpr double maxFill = 0.1;
-// A low point this far above the margin is worked off at once, by skipping that much of the
-// monitor's sound, rather than by the rate over many seconds: just after a tap starts, an output
-// device that had nothing to play may take a moment to start reading, and the stream then holds
-// up to `maxFill`.
-constexpr double maxExcess = 0.02;
 // How many times a stream taken away from the tap's sink is moved back. A move shows up as several
 // changes, and on PipeWire an answer may still name the old sink, or no sink, until the session
 // manager has relinked the stream: only a stream seen on the sink and then elsewhere counts.
@@ -303,8 +284,7 @@ PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clien
       session_(options.server, "Wrenhaven tap", "wrenhaven.tap", options.operationTimeout),
       bundleID_(request.bundleID),
       clients_(std::move(clients)),
-      baseMargin_(options.fillMargin),
-      fillMargin_(options.fillMargin) {}
+      control_(tapRate, options.fillMargin) {}
 
 PulseProcessTaps::Tap::~Tap() { stop(); }
 
@@ -415,7 +395,6 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startGain(const std::s
            ready(stream);
   };
   const auto signal = [](pa_stream*, void* session) { static_cast<PulseSession*>(session)->signal(); };
-  rate_ = tapRate;
 
   playback_ = pa_stream_new(session_.context(), ("Wrenhaven " + bundleID_).c_str(), &tapFormat, nullptr);
   if (playback_ == nullptr) return Failure{Step::io, session_.error()};
@@ -425,8 +404,7 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startGain(const std::s
       [](pa_stream*, void* data) {
         auto* tap = static_cast<Tap*>(data);
         ++tap->underflows_;
-        tap->fillMargin_ = std::max(tap->fillMargin_, std::min(tap->fillMargin_ + marginStep, maxFillMargin));
-        tap->calmSince_ = tap->frames_.load(std::memory_order_relaxed);
+        tap->control_.ranDry();
       },
       this);
   const pa_buffer_attr playbackAttributes{static_cast<std::uint32_t>(-1), bytesFor(playbackTarget),
@@ -463,7 +441,7 @@ void PulseProcessTaps::Tap::pump() {
     // The output stream starts with its margin of silence rather than waiting for the rate to
     // build it up.
     void* out = nullptr;
-    std::size_t margin = bytesFor(fillMargin_);
+    std::size_t margin = control_.startFrames() * frameBytes;
     if (pa_stream_begin_write(playback_, &out, &margin) == 0 && out != nullptr) {
       std::memset(out, 0, margin);
       pa_stream_write(playback_, out, margin, nullptr, 0, PA_SEEK_RELATIVE);
@@ -471,12 +449,11 @@ void PulseProcessTaps::Tap::pump() {
   }
   const void* data = nullptr;
   std::size_t bytes = 0, written = 0;
-  bool flooded = false;
+  bool handed = false;
   while (pa_stream_peek(capture_, &data, &bytes) == 0 && bytes > 0) {
-    flooded = flooded || heldSeconds() > maxFill;
-    std::size_t done = std::min(skipBytes_, bytes) / frameBytes * frameBytes;
-    skipBytes_ -= done;
-    while (!flooded && done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
+    handed = true;
+    std::size_t done = control_.drop(bytes / frameBytes, heldFrames()) * frameBytes;
+    while (done + frameBytes <= bytes && pa_stream_get_state(playback_) == PA_STREAM_READY) {
       void* out = nullptr;
       std::size_t piece = bytes - done;
       if (pa_stream_begin_write(playback_, &out, &piece) < 0 || out == nullptr) break;
@@ -492,22 +469,26 @@ void PulseProcessTaps::Tap::pump() {
     pa_stream_drop(capture_);
     frames_.fetch_add(bytes / frameBytes, std::memory_order_relaxed);
   }
-  if (written > 0 || flooded) measureFill(written);
-  if (frames_.load(std::memory_order_relaxed) - framesAtAdjust_ >= adjustInterval * tapRate) adaptRate();
+  if (handed) measureFill(written);
+  if (const auto rate = control_.adjust()) {
+    if (pa_operation* operation = pa_stream_update_sample_rate(playback_, *rate, nullptr, nullptr)) {
+      pa_operation_unref(operation);
+    }
+  }
 }
 
-// Seconds of sound in the output stream: what was written, less where the server read at the last
-// timing update.
-double PulseProcessTaps::Tap::heldSeconds() const {
+// Frames in the output stream: what was written (libpulse counts each write at once), less where
+// the server read at the last timing update.
+std::int64_t PulseProcessTaps::Tap::heldFrames() const {
   const pa_timing_info* timing = pa_stream_get_timing_info(playback_);
   if (timing == nullptr || timing->write_index_corrupt != 0 || timing->read_index_corrupt != 0) return 0;
-  return static_cast<double>(timing->write_index - timing->read_index) / frameBytes / tapRate;
+  return (timing->write_index - timing->read_index) / frameBytes;
 }
 
 // Asks the server where it reads the output stream, after each piece played out. The stream holds
 // least just before a piece arrives (only the server takes sound out in between), so its answer
 // less that piece is the low point of this round; the lowest of these between two corrections is
-// what the rate follows. (The interpolated latency is no use here: PipeWire's pulse server lets
+// what the rate control follows. (The interpolated latency is no use here: PipeWire's pulse server lets
 // it run ahead by up to a second between two timing updates.)
 void PulseProcessTaps::Tap::measureFill(std::size_t piece) {
   if (timingPending_) return;
@@ -521,39 +502,13 @@ void PulseProcessTaps::Tap::measureFill(std::size_t piece) {
         if (success == 0 || timing == nullptr || timing->write_index_corrupt != 0 || timing->read_index_corrupt != 0) {
           return;
         }
-        const auto held = static_cast<double>(timing->write_index - timing->read_index);
-        const double fill = (held - static_cast<double>(tap->pieceAtRequest_)) / frameBytes / tapRate;
-        tap->lowestFill_ = std::min(tap->lowestFill_, fill);
+        const std::int64_t held = timing->write_index - timing->read_index;
+        tap->control_.lowPoint((held - static_cast<std::int64_t>(tap->pieceAtRequest_)) / frameBytes);
       },
       this);
   if (operation == nullptr) return;
   timingPending_ = true;
   pa_operation_unref(operation);
-}
-
-// The output device and the tap sink keep different clocks, and each takes or hands over sound
-// in pieces of its own period: run the output stream a little faster while its lowest fill stays
-// above the margin, a little slower while it dips below.
-void PulseProcessTaps::Tap::adaptRate() {
-  framesAtAdjust_ = frames_.load(std::memory_order_relaxed);
-  if (fillMargin_ > baseMargin_ && framesAtAdjust_ - calmSince_ >= calmTime * tapRate) {
-    fillMargin_ = std::max(baseMargin_, fillMargin_ - marginStep);
-    calmSince_ = framesAtAdjust_;
-  }
-  const double lowest = lowestFill_;
-  lowestFill_ = unmeasured;
-  if (lowest == unmeasured) return;
-  if (lowest - fillMargin_ > maxExcess) {
-    skipBytes_ = bytesFor(lowest - fillMargin_);
-    return;
-  }
-  const double deviation = std::clamp((lowest - fillMargin_) / convergeTime, -maxRateDeviation, maxRateDeviation);
-  const auto rate = static_cast<std::uint32_t>(tapRate * (1.0 + deviation) + 0.5);
-  if (rate == rate_) return;
-  rate_ = rate;
-  if (pa_operation* operation = pa_stream_update_sample_rate(playback_, rate, nullptr, nullptr)) {
-    pa_operation_unref(operation);
-  }
 }
 
 double PulseProcessTaps::Tap::latency() {

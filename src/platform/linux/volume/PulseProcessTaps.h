@@ -5,10 +5,11 @@
 // away: nothing plays that sink, so the application is silent (mute). A gain tap also records the
 // sink's monitor and plays it, through the gain mixer, to the output device, on its connection's
 // real-time thread "wrenhaven.tap"; the playback rate follows the fill of the output stream, so
-// the two clocks' drift neither starves nor piles up the stream. A tap built while another of the
-// application's runs takes over its sink, so a rebuild moves no stream. The last tap to stop moves
-// the streams back where they were (or to the default output when that is gone) and unloads the
-// sink. Failures carry the server's error numbers.
+// the two clocks' drift neither starves nor piles up the stream (the tap measures the stream and
+// applies what its TapRateControl decides). A tap built while another of the application's runs
+// takes over its sink, so a rebuild moves no stream. The last tap to stop moves the streams back
+// where they were (or to the default output when that is gone) and unloads the sink. Failures
+// carry the server's error numbers.
 
 #include <atomic>
 #include <cstdint>
@@ -18,6 +19,7 @@
 #include <string>
 
 #include "core/volume/ProcessTap.h"
+#include "core/volume/TapRateControl.h"
 #include "platform/linux/audio/PulseMirror.h"
 #include "platform/linux/volume/PulseSession.h"
 
@@ -34,7 +36,7 @@ class PulseProcessTaps final : public ProcessTaps {
     // processors taken away for 20 to 30 ms), after which the output catches up at once while
     // the monitor's pieces still have the round trip through the tap to make. The tap raises it
     // for a while after the stream runs dry.
-    double fillMargin = 0.03;
+    double fillMargin = TapRateControl::defaultMargin;
   };
   // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
   // was left behind by an agent that ended without stopping it.
@@ -79,28 +81,20 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   void moveIn(std::uint32_t input, std::uint32_t from);
   void pump();
   void measureFill(std::size_t piece);
-  double heldSeconds() const;
-  void adaptRate();
+  std::int64_t heldFrames() const;
   static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index, void* self);
 
   std::shared_ptr<SinkTable> sinks_;
   PulseSession session_;
   std::string bundleID_;
   std::set<std::uint32_t> clients_;
-  double baseMargin_;
-  double fillMargin_;  // grows after underflows, back to the base when calm
-  std::uint64_t calmSince_ = 0;  // frames played when the stream last ran dry or its margin last shrank
+  TapRateControl control_;  // on the tap's thread
   std::shared_ptr<Sink> sink_;  // held from a successful start until stop
   std::string sinkName_;
   pa_stream* capture_ = nullptr;
   pa_stream* playback_ = nullptr;
-  std::uint32_t rate_ = 0;
-  static constexpr double unmeasured = 1e9;
-  double lowestFill_ = unmeasured;  // seconds of sound in the output stream, lowest since the last correction
   bool timingPending_ = false;
   std::size_t pieceAtRequest_ = 0;
-  std::size_t skipBytes_ = 0;  // of the monitor's sound, still to be skipped to work off an excess
-  std::uint64_t framesAtAdjust_ = 0;
   bool stopped_ = false;
   std::atomic<std::uint64_t> underflows_{0};
   std::atomic<std::uint64_t> frames_{0};
