@@ -20,8 +20,8 @@ using namespace wh;
 class Mirror final : public platform::PulseMirror {
  public:
   using PulseMirror::PulseMirror;
-  bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
-  bool setCardProfile(AudioObjectID, const std::string&) override { return false; }
+  void setDefaultDevice(AudioProperty, AudioObjectID, WriteDone) override {}
+  void setCardProfile(AudioObjectID, const std::string&, WriteDone) override {}
 };
 
 // A process table and desktop entries of a desktop session: every tenth process an app.
