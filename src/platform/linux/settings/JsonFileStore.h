@@ -25,16 +25,27 @@
 // logged; nothing is thrown.
 
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "core/settings/StoreValue.h"
 
 namespace wh::platform {
+
+// A settings file's values by store key.
+using SettingsValues = std::map<std::string, StoreValue, std::less<>>;
+// The values in a settings file's bytes (an empty file holds none); nothing when the bytes are not
+// a JSON object.
+std::optional<SettingsValues> decodeSettingsFile(std::string_view bytes);
+// The bytes of a settings file that holds these values; nothing when a text is not valid UTF-8.
+std::optional<std::string> encodeSettingsFile(const SettingsValues& values);
 
 class JsonFileStore final : public SettingsStore {
  public:
