@@ -141,9 +141,16 @@ void syncFolder(const std::filesystem::path& folder) {
 }  // namespace
 
 std::optional<SettingsValues> decodeSettingsFile(std::string_view bytes) {
+  // Copying and writing a value follow its nesting level by level on the stack, so a file nested
+  // deeper than any settings value reads as unreadable instead of ending the program.
+  bool tooDeep = false;
+  const auto depthLimit = [&tooDeep](int depth, json::parse_event_t, json&) {
+    if (depth >= maxSettingsDepth) tooDeep = true;  // `depth`: the objects and arrays around it
+    return !tooDeep;
+  };
   // An empty file holds nothing worth keeping: it reads as an empty document.
-  const json document = bytes.empty() ? json::object() : json::parse(bytes, nullptr, false);
-  if (!document.is_object()) return std::nullopt;  // a parse error reads as a discarded value
+  const json document = bytes.empty() ? json::object() : json::parse(bytes, depthLimit, false);
+  if (tooDeep || !document.is_object()) return std::nullopt;  // a parse error reads as a discarded value
   SettingsValues values;
   for (const auto& [key, value] : document.items()) {
     if (auto converted = fromFileValue(value)) values.emplace(key, std::move(*converted));
