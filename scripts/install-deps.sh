@@ -13,6 +13,8 @@ packages=(
   libxcb1-dev libxcb-keysyms1-dev libxcb-xkb-dev xdotool python3-dbus
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
+  # fuzzing (scripts/fuzz.sh): clang++, and libFuzzer with the sanitizer runtimes
+  clang clang-14 libclang-rt-14-dev
   # the icons in the hicolor theme, drawn from the brand mark at build time
   qt6-svg-dev
   # packaging and its checks

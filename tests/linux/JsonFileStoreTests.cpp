@@ -88,7 +88,15 @@ TEST_F(JsonFileStoreTest, ValuesRoundTripAndReadsSeeEveryOtherWriterAtOnce) {
 }
 
 TEST_F(JsonFileStoreTest, AnUnreadableFileReadsAsEmptyAndIsKeptBesideOnTheNextWrite) {
-  const std::string unreadable[] = {"not json", R"({"pinInput": tr)", R"(["an", "array"])", {"\x00\xff{\"a\": 1}", 9}};
+  // A document of so many levels of objects and arrays; 100000 would exhaust the stack of a reader
+  // that follows them level by level.
+  const auto nested = [](std::size_t levels) {
+    return R"({"a": )" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}";
+  };
+  writeFile(file, nested(maxSettingsDepth));
+  EXPECT_TRUE(store.object("a").has_value());
+  const std::string unreadable[] = {"not json", R"({"pinInput": tr)", R"(["an", "array"])", {"\x00\xff{\"a\": 1}", 9},
+                                    nested(maxSettingsDepth + 1), nested(100000)};
   for (const auto& bytes : unreadable) {
     fs::remove_all(file.parent_path());
     writeFile(file, bytes);

@@ -6,6 +6,9 @@
 
 #include <QDBusConnection>
 
+#include <cstdint>
+#include <limits>
+
 #include "QtLoop.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "support/DBusDaemon.h"
@@ -53,6 +56,17 @@ TEST(SessionBusChannel, CommandsAndStatusSignalsTravelBetweenThePrograms) {
   EXPECT_TRUE(test::spinUntil([&] { return !agent.settingsAppRunning(); }, 5000));
   QDBusConnection::disconnectFromBus("channel-test-agent");
   QDBusConnection::disconnectFromBus("channel-test-settings");
+}
+
+TEST(SessionBusChannel, UserInfoNumbersKeepTheirValueBetweenTheBusAndTheCore) {
+  for (const nlohmann::json& number :
+       {nlohmann::json(std::numeric_limits<std::int64_t>::min()), nlohmann::json(-1), nlohmann::json(0U),
+        nlohmann::json(std::numeric_limits<std::uint64_t>::max()), nlohmann::json(std::uint64_t{1} << 63),
+        nlohmann::json(-0.25)}) {
+    const nlohmann::json userInfo{{"count", number}};
+    // As text: JSON's own comparison takes 2^64-1 for -1.
+    EXPECT_EQ(SessionBusChannel::toJson(SessionBusChannel::fromJson(userInfo)).dump(), userInfo.dump());
+  }
 }
 
 TEST(SessionBusChannel, WithoutABusDoesNothingAndSaysTheSettingsProgramIsNotRunning) {

@@ -151,8 +151,8 @@ void AppDelegate::registerHotkeys() {
   }
   if (wanted == registeredHotkeys_) return;
   hotkeys_->removeAll();
-  for (const auto& [address, combo] : wanted) {
-    hotkeys_->registerKey(combo, lifetime_.guard([this, address] {
+  for (const auto& [key, combo] : wanted) {
+    hotkeys_->registerKey(combo, lifetime_.guard([this, address = key] {
       access_.whenAllowed(lifetime_.guard([this, address] {
         startBluetooth();
         services_.bluetooth.toggle(address);

@@ -100,6 +100,9 @@ QVariantMap SessionBusChannel::fromJson(const nlohmann::json& userInfo) {
       out[name] = value.get<bool>();
     } else if (value.is_string()) {
       out[name] = QString::fromStdString(value.get<std::string>());
+    } else if (value.is_number_unsigned()) {
+      // Above the largest signed number it would arrive negative.
+      out[name] = static_cast<qulonglong>(value.get<std::uint64_t>());
     } else if (value.is_number_integer()) {
       out[name] = static_cast<qlonglong>(value.get<std::int64_t>());
     } else if (value.is_number()) {

@@ -42,6 +42,40 @@ std::optional<std::int32_t> parsePid(std::string_view text) {
 
 }  // namespace
 
+std::optional<std::int32_t> parentPidFromStat(std::string_view stat) {
+  // "<pid> (<name>) <state> <ppid> ...": the name may hold spaces and parentheses, so read after
+  // the last ")".
+  const auto close = stat.rfind(')');
+  if (close == std::string_view::npos) return std::nullopt;
+  std::size_t at = close + 1;
+  const auto skipSpaces = [&] {
+    while (at < stat.size() && stat[at] == ' ') ++at;
+  };
+  skipSpaces();
+  while (at < stat.size() && stat[at] != ' ') ++at;  // the state letter
+  skipSpaces();
+  const std::size_t start = at;
+  while (at < stat.size() && stat[at] != ' ') ++at;
+  return parsePid(stat.substr(start, at - start));
+}
+
+std::optional<std::string> controlGroupFromText(std::string_view text) {
+  // "0::<path>" on the unified hierarchy; "<n>:name=systemd:<path>" on the older layout.
+  constexpr std::string_view systemdTag = ":name=systemd:";
+  std::optional<std::string> systemd;
+  std::size_t start = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string_view::npos) end = text.size();
+    const std::string_view line = text.substr(start, end - start);
+    start = end + 1;
+    if (line.starts_with("0::")) return std::string(line.substr(3));
+    const auto named = line.find(systemdTag);
+    if (named != std::string_view::npos) systemd = std::string(line.substr(named + systemdTag.size()));
+  }
+  return systemd;
+}
+
 ProcFsProcessTable::ProcFsProcessTable(std::filesystem::path root) : root_(std::move(root)) {}
 
 std::int32_t ProcFsProcessTable::ownPid() const { return static_cast<std::int32_t>(::getpid()); }
@@ -68,20 +102,7 @@ std::optional<std::int32_t> ProcFsProcessTable::parentPid(std::int32_t pid) {
   if (pid <= 0) return std::nullopt;
   const auto stat = readSmallFile(entry(pid) / "stat");
   if (!stat) return std::nullopt;
-  // "<pid> (<name>) <state> <ppid> ...": the name may hold spaces and parentheses, so read after
-  // the last ")".
-  const auto close = stat->rfind(')');
-  if (close == std::string::npos) return std::nullopt;
-  std::size_t at = close + 1;
-  const auto skipSpaces = [&] {
-    while (at < stat->size() && (*stat)[at] == ' ') ++at;
-  };
-  skipSpaces();
-  while (at < stat->size() && (*stat)[at] != ' ') ++at;  // the state letter
-  skipSpaces();
-  const std::size_t start = at;
-  while (at < stat->size() && (*stat)[at] != ' ') ++at;
-  return parsePid(std::string_view(*stat).substr(start, at - start));
+  return parentPidFromStat(*stat);
 }
 
 std::optional<std::string> ProcFsProcessTable::executable(std::int32_t pid) {
@@ -96,19 +117,7 @@ std::optional<std::string> ProcFsProcessTable::controlGroup(std::int32_t pid) {
   if (pid <= 0) return std::nullopt;
   const auto text = readSmallFile(entry(pid) / "cgroup");
   if (!text) return std::nullopt;
-  // "0::<path>" on the unified hierarchy; "<n>:name=systemd:<path>" on the older layout.
-  std::optional<std::string> systemd;
-  std::size_t start = 0;
-  while (start < text->size()) {
-    std::size_t end = text->find('\n', start);
-    if (end == std::string::npos) end = text->size();
-    const std::string line = text->substr(start, end - start);
-    start = end + 1;
-    if (line.rfind("0::", 0) == 0) return line.substr(3);
-    const auto named = line.find(":name=systemd:");
-    if (named != std::string::npos) systemd = line.substr(named + std::strlen(":name=systemd:"));
-  }
-  return systemd;
+  return controlGroupFromText(*text);
 }
 
 std::optional<std::string> ProcFsProcessTable::flatpakInfo(std::int32_t pid) {

@@ -4,10 +4,17 @@
 // A process that ends while it is being read simply answers nothing.
 
 #include <filesystem>
+#include <string_view>
 
 #include "core/audio/AppGrouping.h"
 
 namespace wh::platform {
+
+// The parent pid in the text of /proc/<pid>/stat.
+std::optional<std::int32_t> parentPidFromStat(std::string_view stat);
+// The control group path in the text of /proc/<pid>/cgroup: the unified hierarchy's ("0::<path>"),
+// else the last systemd one ("<n>:name=systemd:<path>").
+std::optional<std::string> controlGroupFromText(std::string_view text);
 
 class ProcFsProcessTable final : public ProcessTable {
  public:

@@ -429,7 +429,7 @@ std::optional<bool> PulseMirror::deviceIsRunningSomewhere(AudioObjectID id) {
   const auto [isSink, index] = present->second;
   const auto& streams = isSink ? playback_ : capture_;
   return std::any_of(streams.begin(), streams.end(),
-                     [index](const auto& entry) { return entry.second.running && entry.second.device == index; });
+                     [device = index](const auto& entry) { return entry.second.running && entry.second.device == device; });
 }
 
 std::vector<AudioCard> PulseMirror::cards() {

@@ -30,11 +30,6 @@ std::string readText(const std::filesystem::path& path) {
   return text.str();
 }
 
-std::string lowerCased(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-  return text;
-}
-
 std::vector<std::filesystem::path> configFolders() {
   std::vector<std::filesystem::path> folders{configHome()};
   const char* dirs = std::getenv("XDG_CONFIG_DIRS");
@@ -60,8 +55,7 @@ MprisPlayers::MprisPlayers(DesktopEntries& desktop, std::vector<std::filesystem:
   ownerRelay_ = std::make_unique<DBusSignalRelay>(
       bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged",
       QStringList(), [this](const QDBusMessage& message) {
-        const auto arguments = message.arguments();
-        if (arguments.size() == 3) ownerChanged(arguments[0].toString(), arguments[2].toString());
+        if (const auto change = MprisNames::ownerChange(message.arguments())) ownerChanged(change->first, change->second);
       });
   auto* watcher = new QDBusPendingCallWatcher(
       bus_.asyncCall(QDBusMessage::createMethodCall("org.freedesktop.DBus", "/org/freedesktop/DBus",
@@ -101,14 +95,9 @@ std::optional<std::string> MprisPlayers::defaultMusicPlayer() const {
 }
 
 void MprisPlayers::ownerChanged(const QString& name, const QString& owner) {
-  if (!name.startsWith(namePrefix)) return;
   {
     std::lock_guard lock(mutex_);
-    if (owner.isEmpty()) {
-      names_.erase(name);
-      return;
-    }
-    names_.emplace(name, QString());
+    if (!names_.ownerChanged(name, owner)) return;
   }
   learnDesktopEntry(name);
 }
@@ -121,7 +110,7 @@ void MprisPlayers::learnDesktopEntry(const QString& name) {
     const QDBusReply<QDBusVariant> reply = *call;
     if (reply.isValid()) {
       std::lock_guard lock(mutex_);
-      if (auto found = names_.find(name); found != names_.end()) found->second = reply.value().variant().toString();
+      names_.desktopEntry(name, reply.value().variant());
     }
     call->deleteLater();
   });
@@ -129,14 +118,7 @@ void MprisPlayers::learnDesktopEntry(const QString& name) {
 
 std::optional<QString> MprisPlayers::busName(ScriptablePlayer player) const {
   std::lock_guard lock(mutex_);
-  const auto& ids = identities_.ids(player);
-  for (const auto& [name, desktopEntry] : names_) {
-    const std::string own = lowerCased(name.mid(int(std::char_traits<char>::length(namePrefix))).section('.', 0, 0).toStdString());
-    for (const auto& id : ids) {
-      if (desktopEntry.toStdString() == id || lowerCased(id) == own) return name;
-    }
-  }
-  return std::nullopt;
+  return names_.find(identities_.ids(player));
 }
 
 PlayerIdentities MprisPlayers::identities() const {

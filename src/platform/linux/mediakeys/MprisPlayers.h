@@ -17,13 +17,13 @@
 #include "core/audio/AppGrouping.h"
 #include "core/mediakeys/Players.h"
 #include "platform/linux/dbus/DBusSignalRelay.h"
+#include "platform/linux/mediakeys/MprisNames.h"
 
 namespace wh::platform {
 
 class MprisPlayers final : public QObject, public PlayerControl {
  public:
   static constexpr int callTimeoutMs = 2000;
-  static constexpr const char* namePrefix = "org.mpris.MediaPlayer2.";
 
   // `configFolders` and `applicationFolders` are where mimeapps.list and mimeinfo.cache are read,
   // most important first.
@@ -52,7 +52,7 @@ class MprisPlayers final : public QObject, public PlayerControl {
   QDBusConnection bus_;
   int timeoutMs_;
   mutable std::mutex mutex_;
-  std::map<QString, QString> names_;  // owned MPRIS name -> its DesktopEntry ("" until known)
+  MprisNames names_;
   PlayerIdentities identities_;
   std::unique_ptr<DBusSignalRelay> ownerRelay_;
 };

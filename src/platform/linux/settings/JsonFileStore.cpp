@@ -140,12 +140,40 @@ void syncFolder(const std::filesystem::path& folder) {
 
 }  // namespace
 
+std::optional<SettingsValues> decodeSettingsFile(std::string_view bytes) {
+  // Copying and writing a value follow its nesting level by level on the stack, so a file nested
+  // deeper than any settings value reads as unreadable instead of ending the program.
+  bool tooDeep = false;
+  const auto depthLimit = [&tooDeep](int depth, json::parse_event_t, json&) {
+    if (depth >= maxSettingsDepth) tooDeep = true;  // `depth`: the objects and arrays around it
+    return !tooDeep;
+  };
+  // An empty file holds nothing worth keeping: it reads as an empty document.
+  const json document = bytes.empty() ? json::object() : json::parse(bytes, depthLimit, false);
+  if (tooDeep || !document.is_object()) return std::nullopt;  // a parse error reads as a discarded value
+  SettingsValues values;
+  for (const auto& [key, value] : document.items()) {
+    if (auto converted = fromFileValue(value)) values.emplace(key, std::move(*converted));
+  }
+  return values;
+}
+
+std::optional<std::string> encodeSettingsFile(const SettingsValues& values) {
+  json document = json::object();
+  for (const auto& [key, value] : values) document[key] = toFileValue(value);
+  try {
+    return document.dump(2) + "\n";
+  } catch (const json::exception&) {
+    return std::nullopt;
+  }
+}
+
 struct JsonFileStore::Snapshot {
   enum class State { missing, parsed, unreadable };
   State state = State::missing;
   Descriptor file;          // the file these values came from, held open while they are kept
   struct stat identity {};  // that file's stat when it was read
-  std::map<std::string, StoreValue, std::less<>> values;
+  SettingsValues values;
 
   static std::shared_ptr<const Snapshot> empty(State state) {
     auto snapshot = std::make_shared<Snapshot>();
@@ -167,12 +195,9 @@ struct JsonFileStore::Snapshot {
     if (::fstat(snapshot->file.get(), &snapshot->identity) != 0 || !readAll(snapshot->file.get(), bytes)) {
       return snapshot;
     }
-    // An empty file holds nothing worth keeping: it reads as an empty document.
-    const json document = bytes.empty() ? json::object() : json::parse(bytes, nullptr, false);
-    if (!document.is_object()) return snapshot;  // a parse error reads as a discarded value
-    for (const auto& [key, value] : document.items()) {
-      if (auto converted = fromFileValue(value)) snapshot->values.emplace(key, std::move(*converted));
-    }
+    auto values = decodeSettingsFile(bytes);
+    if (!values) return snapshot;
+    snapshot->values = std::move(*values);
     snapshot->state = State::parsed;
     return snapshot;
   }
@@ -266,14 +291,8 @@ bool JsonFileStore::write(Changes changes) {
       values.erase(found);
     }
   }
-  json document = json::object();
-  for (const auto& [key, value] : values) document[key] = toFileValue(value);
-  std::string text;
-  try {
-    text = document.dump(2) + "\n";
-  } catch (const json::exception&) {
-    return failed("a value is not valid utf-8 text");
-  }
+  const auto text = encodeSettingsFile(values);
+  if (!text) return failed("a value is not valid utf-8 text");
 
   std::string temporaryPath = file_.string() + ".tmp-XXXXXX";
   Descriptor temporary(::mkostemp(temporaryPath.data(), O_CLOEXEC));
@@ -282,7 +301,7 @@ bool JsonFileStore::write(Changes changes) {
     ::unlink(temporaryPath.c_str());
     return failed(reason);
   };
-  if (!writeAll(temporary.get(), text) || ::fsync(temporary.get()) != 0) return discard(errorText(errno));
+  if (!writeAll(temporary.get(), *text) || ::fsync(temporary.get()) != 0) return discard(errorText(errno));
   std::string setAsideFailure;
   if (before->state == Snapshot::State::unreadable && !setAside(setAsideFailure)) return discard(setAsideFailure);
   if (::rename(temporaryPath.c_str(), file_.c_str()) != 0) return discard(errorText(errno));

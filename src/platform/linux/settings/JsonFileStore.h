@@ -19,22 +19,35 @@
 // renames it over the file, so every reader sees the old or the new file and two processes that
 // write different keys at the same moment both keep their changes.
 //
-// A file that is not a JSON object (not JSON, cut short, another type) or that cannot be read
-// reads as empty. It is never thrown away: the write that replaces it first keeps it beside it
+// A file that is not a JSON object (not JSON, cut short, another type, nested deeper than
+// maxSettingsDepth) or that cannot be read reads as empty. It is never thrown away: the write that replaces it first keeps it beside it
 // as "settings.json.unreadable-<UTC time>". A write that fails leaves the file as it was and is
 // logged; nothing is thrown.
 
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "core/settings/StoreValue.h"
 
 namespace wh::platform {
+
+// A settings file's values by store key.
+using SettingsValues = std::map<std::string, StoreValue, std::less<>>;
+// How many levels of objects and arrays a settings file may have (the document itself is one).
+inline constexpr int maxSettingsDepth = 512;
+// The values in a settings file's bytes (an empty file holds none); nothing when the bytes are not
+// a JSON object, or nest deeper than maxSettingsDepth.
+std::optional<SettingsValues> decodeSettingsFile(std::string_view bytes);
+// The bytes of a settings file that holds these values; nothing when a text is not valid UTF-8.
+std::optional<std::string> encodeSettingsFile(const SettingsValues& values);
 
 class JsonFileStore final : public SettingsStore {
  public:
