@@ -13,6 +13,7 @@
 #include "app/DesktopInstaller.h"
 #include "app/LinuxAppHost.h"
 #include "app/LogOnlyIdlePlayPanel.h"
+#include "app/StopSignals.h"
 #include "core/app/AgentStatus.h"
 #include "core/app/AppDelegate.h"
 #include "core/app/LaunchGate.h"
@@ -120,6 +121,8 @@ int main(int argc, char** argv) {
   QApplication::setDesktopFileName(build.bundleIdentifier.c_str());
   QApplication::setWindowIcon(nj::NJGlyphs::brandIcon(build.bundleIdentifier.c_str()));
   QApplication::setQuitOnLastWindowClosed(false);
+  // A stop signal ends the event loop as Quit does; the teardown after the loop is the same.
+  wh::app::StopSignals stopSignals([](int) { QApplication::quit(); });
 
   // Under a test runner nothing starts, and a second instance only hands over the reopen: both
   // are decided before any adapter, queue or connection exists. The system log is there already,
@@ -230,6 +233,7 @@ int main(int argc, char** argv) {
     if (headless) wh::Log::info("no display: running without tray icons");
   });
   const int status = QApplication::exec();
+  delegate.applicationWillTerminate();
   fileLog->flush();
   wh::Log::install(nullptr, nullptr);
   return status;

@@ -1,14 +1,17 @@
 // The real agent giving one application its own volume on private PulseAudio and PipeWire servers,
 // with real sound measured at the output's monitor: half the gain, a new default output, mute
 // through the settings program's "reload", and the sound given back after the agent was killed;
-// then the output device unplugged, the server restarted and an app gone while its tap is built.
+// then the output device unplugged, the server restarted and an app gone while its tap is built;
+// and each stop signal giving a muted app its sound back as Quit does.
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
 #include "core/settings/Settings.h"
+#include "platform/linux/audio/PulseMirror.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
@@ -118,8 +121,41 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
       << home.log();
   tone->terminate(SIGKILL);
   pulse.signalDaemon(SIGCONT);
-  EXPECT_TRUE(test::eventually([&] { return tapTraces().empty(); }, 30s)) << tapTraces() << home.log();
+  // A muted app keeps its tap for 20 s after its last stream, for a stream that comes back.
+  EXPECT_TRUE(test::eventually([&] { return tapTraces().empty(); }, 45s)) << tapTraces() << home.log();
   EXPECT_TRUE(test::eventually([&] { return home.status("agent.taps") == nlohmann::json::object(); })) << home.log();
+}
+
+// A service manager's stop, Ctrl+C and a hang-up each end the agent as Quit does: status 0, the
+// muted app's streams back on the output at full level, no tap sink left, the teardown logged.
+TEST_P(AppVolumeEndToEndTest, EachStopSignalGivesAMutedAppItsSoundBack) {
+  REQUIRE_RIG(pulse.available(), pulse.whyNot());
+  REQUIRE_RIG(bus.available(), bus.whyNot());
+  const std::string speakers = PulseRig::laptopSpeakers;
+  auto tone = playTone();
+  ASSERT_TRUE(tone);
+  const double full = pulse.level(speakers);
+  ASSERT_GT(full, -20) << "the tone plays";
+  const auto tapSinks = [&] {
+    const std::string sinks = pulse.pactl({"list", "short", "sinks"}).output;
+    return sinks.find(platform::tapSinkPrefix) != sinks.npos;
+  };
+
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    const std::string name = std::string("SIG") + sigabbrev_np(signal);
+    SCOPED_TRACE(name);
+    launch(R"({"org.example.Tone":{"gain":1,"muted":true}})");
+    ASSERT_LT(pulse.level(speakers, -200), -60) << "muted: " << home.log();
+    ASSERT_TRUE(tapSinks());
+
+    agent->terminate(signal);
+    EXPECT_EQ(agent->waitFor(30s), 0) << home.log();
+    EXPECT_NEAR(pulse.level(speakers, full), full, 0.5) << "the tone is back: " << tapTraces();
+    EXPECT_FALSE(tapSinks()) << pulse.pactl({"list", "short", "sinks"}).output;
+    const std::string log = home.log();
+    const auto stopping = log.rfind("stopping on " + name), removed = log.rfind("removed tap for org.example.Tone");
+    EXPECT_TRUE(stopping != log.npos && removed != log.npos && stopping < removed) << log;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, AppVolumeEndToEndTest, test::bothSoundServers(), test::soundServerTestName);

@@ -192,6 +192,11 @@ void AppDelegate::settingsChanged(const std::string& object) {
   refreshAction_();
 }
 
+void AppDelegate::applicationWillTerminate() {
+  Log::info("quitting");
+  services_.volume.stop();
+}
+
 bool AppDelegate::applicationShouldHandleReopen() {
   if (settings_.boolValue(Keys::hideMenuIcon, false)) {
     settings_.store().set(Keys::hideMenuIcon, StoreValue::boolean(false));

@@ -45,6 +45,9 @@ class AppDelegate {
   void setHotkeys(Hotkeys* hotkeys) { hotkeys_ = hotkeys; }
 
   void applicationDidFinishLaunching();
+  // The agent quits (Quit, or a stop signal): every application's sound is given back before the
+  // process ends. The log is flushed after this.
+  void applicationWillTerminate();
   // The user opened the program while it runs. Answers true (handled).
   bool applicationShouldHandleReopen();
 

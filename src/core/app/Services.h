@@ -1,6 +1,7 @@
 #pragma once
 // The long-lived components of the agent, created once, in this order, and kept for the whole run.
 
+#include "core/audio/SystemProcesses.h"
 #include "core/bluetooth/BatteryCache.h"
 #include "core/bluetooth/BluetoothManager.h"
 #include "core/bluetooth/OutputSwitcher.h"
@@ -40,7 +41,8 @@ class Services {
         profileGuard(runtime, settings, ports.audio, ports.processes, pinner),
         mediaKeys(runtime, settings, ports.notifications, std::move(ports.mediaKeys)),
         idlePlay(runtime, settings, mediaKeys.players(), ports.idlePlayPanel),
-        volume(runtime, settings, ports.audio, ports.processes, ports.grouping, ports.desktop, ports.taps),
+        volume(runtime, settings, ports.audio, ports.processes, ports.grouping, ports.desktop, ports.taps,
+               ignoredSystemApps()),
         recorder(ports.recorder) {}
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;

@@ -18,7 +18,7 @@ bool contains(const std::vector<std::string>& list, const std::string& item) {
 void PlayerTracker::update(const std::set<std::string>& outputApps) {
   std::set<std::string> now;
   for (const auto& app : outputApps) {
-    if (!contains(ignoredSystemApps(), app) && !contains(CallDetector::defaultMeetingApps(), app)) now.insert(app);
+    if (ignoredSystemApps().count(app) == 0 && !contains(CallDetector::defaultMeetingApps(), app)) now.insert(app);
   }
   // A set walks in ascending order, so among apps that start together the last one ends up first.
   for (const auto& app : now) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "core/log/Log.h"
 
@@ -15,7 +16,9 @@ std::vector<Entry> entries(const std::vector<AudioProcess>& processes, const std
   for (const AudioProcess& process : processes) {
     if (process.bundleID.empty()) continue;
     const std::string key = process.appID.empty() ? AppGrouping::parent(process.bundleID, runningApps) : process.appID;
-    if (runningApps.count(key) == 0 || ignored.count(key) > 0) continue;
+    // A process of the ignored list stays out also where it is counted under another app (a
+    // sound server started by the session's own program).
+    if (runningApps.count(key) == 0 || ignored.count(key) > 0 || ignored.count(process.bundleID) > 0) continue;
     Entry& entry = byApp[key];
     entry.bundleID = key;
     entry.processes.push_back(process.object);
@@ -59,6 +62,31 @@ void AppVolumeController::start() {
   processesChanged(monitor_.processes());
   outputListener_ = std::make_unique<CA::Listener>(audio_, audioSystemObject, AudioProperty::defaultOutputDevice,
                                                    lifetime_.guard([this] { outputChanged(); }));
+}
+
+void AppVolumeController::stop() {
+  if (stopped_) return;
+  stopped_ = true;
+  if (observer_) monitor_.removeObserver(*std::exchange(observer_, std::nullopt));
+  outputListener_.reset();
+  stopWork_.clear();
+  signalChecks_.clear();
+  for (const auto& [bundleID, wanted] : building_) ++generations_[bundleID];  // their answers are stale
+  building_.clear();
+  std::vector<std::shared_ptr<ProcessTap>> running;
+  for (const auto& [bundleID, tap] : taps_) {
+    running.push_back(tap.tap);
+    Log::info("removed tap for " + bundleID);
+  }
+  taps_.clear();
+  // The running taps are among those the queue made; the closure holds them until they stop.
+  tapQueue_->sync([running = std::move(running), made = made_] {
+    for (const auto& weak : *made) {
+      if (const auto tap = weak.lock()) tap->stop();
+    }
+    made->clear();
+  });
+  changed();
 }
 
 void AppVolumeController::processesChanged(const std::vector<AudioProcess>& processes) {
@@ -109,17 +137,22 @@ std::optional<std::string> AppVolumeController::outputUID() const {
 }
 
 void AppVolumeController::apply(const std::string& bundleID) {
+  if (stopped_) return;
   const auto entry = entries_.find(bundleID);
   const auto settings = settings_.appVolumes();
   const auto record = settings.find(bundleID);
   std::optional<ProcessTap::Mode> mode;
   float gain = 1.0F;
-  bool nonDefault = false;
-  if (entry != entries_.end() && record != settings.end()) {
+  bool muted = false;
+  if (record != settings.end()) {
     // A stored gain out of range or not a number counts as the nearest sensible value.
     gain = std::isnan(record->second.gain) ? 1.0F : std::clamp(record->second.gain, 0.0F, 1.0F);
-    const bool muted = record->second.muted;
-    nonDefault = gain < fullGain || muted;
+    muted = record->second.muted;
+  }
+  // Whether the app has a setting of its own, also while it has no processes: a client without
+  // streams is no process, and its next stream must find the tap still there.
+  const bool nonDefault = gain < fullGain || muted;
+  if (entry != entries_.end() && record != settings.end()) {
     if (gain >= fullGain) {
       if (muted) mode = ProcessTap::Mode::mute;
     } else if (gain <= mutedGain || muted) {
@@ -153,7 +186,15 @@ void AppVolumeController::build(const std::string& bundleID, Wanted wanted, floa
   Log::info(std::string("building ") + modeText(wanted.mode) + " tap for " + bundleID);
   ProcessTap::Request request{bundleID, wanted.processes, wanted.mode, wanted.outputUID, gain};
   runThenMain<ProcessTaps::Result>(
-      *tapQueue_, runtime_.main(), lifetime_, [&factory = factory_, request] { return factory.build(request); },
+      *tapQueue_, runtime_.main(), lifetime_,
+      [&factory = factory_, request, made = made_] {
+        auto result = factory.build(request);
+        if (const auto* tap = std::get_if<std::shared_ptr<ProcessTap>>(&result)) {
+          std::erase_if(*made, [](const auto& weak) { return weak.expired(); });
+          made->push_back(*tap);
+        }
+        return result;
+      },
       [this, bundleID, generation, wanted](ProcessTaps::Result result) {
         built(bundleID, generation, wanted, std::move(result));
       });
@@ -161,6 +202,7 @@ void AppVolumeController::build(const std::string& bundleID, Wanted wanted, floa
 
 void AppVolumeController::built(const std::string& bundleID, std::uint64_t generation, const Wanted& wanted,
                                 ProcessTaps::Result result) {
+  if (stopped_) return;  // stop() has stopped every tap the queue built
   const bool current = generations_[bundleID] == generation;
   if (auto* failure = std::get_if<ProcessTap::Failure>(&result)) {
     if (!current) return;
@@ -193,7 +235,8 @@ void AppVolumeController::built(const std::string& bundleID, std::uint64_t gener
 }
 
 void AppVolumeController::scheduleStop(const std::string& bundleID, bool keepAWhile) {
-  if (stopWork_[bundleID].isPending()) return;  // already on its way out
+  // A delayed stop on its way keeps its time; a stop that is due at once replaces it.
+  if (keepAWhile && stopWork_[bundleID].isPending()) return;
   auto stop = lifetime_.guard([this, bundleID] {
     const auto running = taps_.find(bundleID);
     if (running == taps_.end()) return;

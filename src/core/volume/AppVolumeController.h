@@ -32,6 +32,7 @@ struct Entry {
 };
 
 // One entry per running, not ignored application that owns audio processes, sorted by bundle id.
+// A process whose own id is ignored is left out whichever application it counts under.
 std::vector<Entry> entries(const std::vector<AudioProcess>& processes, const std::set<std::string>& runningApps,
                            const std::set<std::string>& ignored);
 
@@ -70,7 +71,7 @@ class AppVolumeController {
 
   AppVolumeController(Runtime& runtime, Settings& settings, AudioHardware& audio, AudioProcessMonitor& monitor,
                       AppGrouping& grouping, DesktopEntries& desktop, ProcessTaps& taps,
-                      std::set<std::string> ignored = {});
+                      std::set<std::string> ignored);
   AppVolumeController(const AppVolumeController&) = delete;
   AppVolumeController& operator=(const AppVolumeController&) = delete;
   ~AppVolumeController();
@@ -78,6 +79,10 @@ class AppVolumeController {
   std::function<void()> onChange;
 
   void start();
+  // Ends per-app volume for this run, as the agent quits: follows nothing more, and stops every
+  // tap it made (also one whose build has finished but not yet answered), waiting until the tap
+  // queue has done so, so that every application plays directly again. Later calls do nothing.
+  void stop();
   void setGain(const std::string& bundleID, float gain);
   void toggleMute(const std::string& bundleID);
   // Forgets the problem and applies every app again.
@@ -138,6 +143,10 @@ class AppVolumeController {
   std::unique_ptr<CA::Listener> outputListener_;
   std::optional<AudioProcessMonitor::ObserverKey> observer_;
   std::map<std::string, HeldWork> signalChecks_;
+  // Every tap the tap queue built, touched on that queue only.
+  std::shared_ptr<std::vector<std::weak_ptr<ProcessTap>>> made_ =
+      std::make_shared<std::vector<std::weak_ptr<ProcessTap>>>();
+  bool stopped_ = false;
   Lifetime lifetime_;
 };
 
