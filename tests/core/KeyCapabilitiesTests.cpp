@@ -11,7 +11,12 @@ TEST(KeyCapabilities, ReadsBitsFromTheLeastSignificantWordAtTheEndAndAnythingEls
   EXPECT_TRUE(reportsKey(mediaKeyboard, KeyCode::playPause));
   EXPECT_TRUE(reportsKey(mediaKeyboard, 1));   // KEY_ESC
   EXPECT_FALSE(reportsKey(mediaKeyboard, 0));  // KEY_RESERVED
-  EXPECT_TRUE(reportsMediaKeys("1000000000 0 0\n")) << "play/pause alone";
+  for (const char* media : {"1000000000 0 0\n",  // play/pause alone
+                            "300 0 0 0",          // play and pause, each alone
+                            // headphones over AVRCP, as BlueZ makes their input device
+                            "2fc800 145200000000 0 10300 49e800000c00 e16800000000f f810000010000ffc"}) {
+    EXPECT_TRUE(reportsMediaKeys(media)) << media;
+  }
   EXPECT_FALSE(reportsKey("1000000000 0 0", KeyCode::nextSong));
   EXPECT_TRUE(reportsKey("10 0 0 0 0 0", KeyCode::playPause, 32)) << "32-bit kernels print 32-bit words";
   for (const char* other : {"10000 0 0 e0b0ffdf01cfffff fffffffffffffffe", "", "0", "zz 0 0"}) {

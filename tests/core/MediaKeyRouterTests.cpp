@@ -1,8 +1,10 @@
 // The media key router's decisions over whole key strokes, and the player tracker's target.
 #include <gtest/gtest.h>
 
+#include "core/mediakeys/KeyRepeat.h"
 #include "core/mediakeys/MediaKeyRouter.h"
 #include "core/mediakeys/PlayerTracker.h"
+#include "doubles/VirtualRuntime.h"
 
 namespace wh {
 namespace {
@@ -39,6 +41,7 @@ TEST(MediaKeyRouter, DecidesEachEventOfAStrokeByTargetHoldTimeAndSeekSpacing) {
       {"hold fast on Music", "com.apple.Music", Key::fast, 'd', 0.0, to(music)},
       {"hold fast on Music", "com.apple.Music", Key::fast, 'r', 0.4, to(music, Kind::fastForward)},
       {"hold fast on Music", "com.apple.Music", Key::fast, 'r', 0.5, to(music)},
+      {"hold fast on Music", "com.apple.Music", Key::fast, 'r', 0.65, to(music, Kind::fastForward)},
       {"hold fast on Music", "com.apple.Music", Key::fast, 'u', 0.9, to(music, Kind::resume)},
       {"crossed keys", "spotify", Key::next, 'd', 0.0, to(spotify)},
       {"crossed keys", "spotify", Key::previous, 'd', 0.1, to(spotify)},
@@ -62,6 +65,39 @@ TEST(MediaKeyRouter, DecidesEachEventOfAStrokeByTargetHoldTimeAndSeekSpacing) {
     MediaKeyRouter::Context context{row.target ? std::optional<std::string>(row.target) : std::nullopt, {}};
     EXPECT_EQ(router->handle({row.key, row.event != 'u', row.event == 'r'}, context, row.at), row.expected)
         << row.stroke << " at " << row.at;
+  }
+}
+
+// A device whose kernel makes no repeats gets them from KeyRepeat: a held next then steps as on a
+// keyboard the kernel repeats (the rows above), from the hold threshold on, one step per spacing.
+TEST(MediaKeyRouter, AHoldStepsOnTheRepeatsThatKeyRepeatMakes) {
+  using Step = std::tuple<const char*, PlayerCommand, std::optional<PlayerCommand>>;  // target, step, on release
+  for (const auto& [target, step, onRelease] : {Step{"spotify", PlayerCommand::seek(5), std::nullopt},
+                                                Step{"com.apple.Music", PlayerCommand::of(Kind::fastForward),
+                                                     PlayerCommand::of(Kind::resume)}}) {
+    VirtualRuntime rt;
+    MediaKeyRouter router;
+    KeyRepeat repeat;
+    const MediaKeyRouter::Context context{target, {}};
+    const MediaKeyEvent press{Key::next, true, false}, release{Key::next, false, false};
+    router.handle(press, context, rt.now());
+    repeat.key(press, rt.now());
+    std::vector<PlayerCommand> commands;
+    std::vector<double> at;
+    while (*repeat.due() < 1.0) {
+      rt.advance(*repeat.due() - rt.now());
+      const auto command = router.handle(*repeat.take(rt.now()), context, rt.now()).command;
+      if (command) commands.push_back(*command), at.push_back(rt.now());
+    }
+    repeat.key(release, rt.now());
+    EXPECT_FALSE(repeat.due()) << "released: no more repeats";
+    EXPECT_EQ(router.handle(release, context, rt.now()).command, onRelease);
+    EXPECT_EQ(commands, std::vector<PlayerCommand>(3, step)) << target;
+    ASSERT_EQ(at.size(), 3u);
+    EXPECT_EQ(at[0], MediaKeyRouter::holdThreshold);
+    for (std::size_t i = 1; i < at.size(); ++i) {
+      EXPECT_NEAR(at[i] - at[i - 1], MediaKeyRouter::seekSpacing + KeyRepeat::period / 2, KeyRepeat::period / 2 + 1e-9);
+    }
   }
 }
 

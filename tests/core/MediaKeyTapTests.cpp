@@ -1,6 +1,8 @@
 // The media key tap switched by its settings and by access, and what idle play does for each setting.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "AgentWorld.h"
 
 namespace wh {
@@ -45,6 +47,22 @@ TEST_F(MediaKeysTest, TheTapFollowsItsSettingsChecksAccessEverySecondWhileMissin
   EXPECT_EQ(tap.state(), State::off);
   EXPECT_EQ(rt.nextDueIn(), -1) << "paused: no health timer";
   EXPECT_EQ(changes, 4);
+}
+
+TEST_F(MediaKeysTest, ARefusedTapIsMissingAccessTriedEverySecondAndSaidOnceUntilItStarts) {
+  MediaKeyTap& tap = services.mediaKeys;
+  keySource.granted = true;
+  keySource.refuses = true;
+  store.set(Keys::mediaKeysEnabled, StoreValue::boolean(true));
+  tap.start();
+  EXPECT_EQ(tap.state(), State::needsAccessibility);
+  rt.advance(5.0);
+  auto said = [&](const std::string& line) { return std::count(log->lines.begin(), log->lines.end(), line); };
+  EXPECT_EQ(said("could not create media key tap"), 1) << "five ticks, one line";
+  keySource.refuses = false;
+  rt.advance(1.0);
+  EXPECT_EQ(tap.state(), State::running);
+  EXPECT_EQ(said("media key tap running"), 1);
 }
 
 TEST_F(MediaKeysTest, IdlePlayStartsAPlayerOrAsksForEachSettingAndASecondPressTakesTheSuggestion) {

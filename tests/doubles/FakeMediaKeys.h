@@ -23,10 +23,12 @@ struct FakePlayers final : PlayerControl {
 struct FakeKeySource final : MediaKeySource {
   bool granted = false;
   bool enabled = true;  // the capture's own switch, which the system may turn off
+  bool refuses = false;  // access is there, but no capture can be made (another program holds the keys)
   Handler handler;
 
   bool accessGranted() const override { return granted; }
   std::unique_ptr<KeyCapture> start(Handler events) override {
+    if (refuses) return nullptr;
     handler = std::move(events);
     enabled = true;
     struct Capture final : KeyCapture {

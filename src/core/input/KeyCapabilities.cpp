@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <vector>
 
 namespace wh {
@@ -36,8 +37,8 @@ bool reportsKey(std::string_view bitmap, int code, int bitsPerWord) {
 }
 
 bool reportsMediaKeys(std::string_view bitmap, int bitsPerWord) {
-  return reportsKey(bitmap, KeyCode::playPause, bitsPerWord) || reportsKey(bitmap, KeyCode::nextSong, bitsPerWord) ||
-         reportsKey(bitmap, KeyCode::previousSong, bitsPerWord);
+  return std::any_of(std::begin(mediaKeyCodes), std::end(mediaKeyCodes),
+                     [&](int code) { return reportsKey(bitmap, code, bitsPerWord); });
 }
 
 }  // namespace wh

@@ -25,7 +25,10 @@ std::optional<MediaKeyEvent> mediaKeyEvent(int code, int value) {
   if (value < 0 || value > 2) return std::nullopt;
   Key key;
   switch (code) {
-    case KeyCode::playPause: key = Key::play; break;
+    case KeyCode::playPause:
+    case KeyCode::playCD:
+    case KeyCode::pauseCD:
+    case KeyCode::play: key = Key::play; break;
     case KeyCode::nextSong: key = Key::next; break;
     case KeyCode::previousSong: key = Key::previous; break;
     case KeyCode::fastForward: key = Key::fast; break;
@@ -61,10 +64,11 @@ MediaKeyRouter::Decision MediaKeyRouter::repeat(const MediaKeyEvent& event, doub
     return Decision::kept();
   }
   std::optional<PlayerCommand> command;
-  if (held_->player == ScriptablePlayer::music) {
-    if (!held_->seeking) command = PlayerCommand::of(held_->direction > 0 ? Kind::fastForward : Kind::rewind);
-  } else if (now - held_->lastSeek >= seekSpacing) {
-    command = PlayerCommand::seek(held_->direction * seekStepSeconds);
+  if (now - held_->lastSeek >= seekSpacing) {
+    // Music's fast forward and rewind are steps too: no MPRIS player scans by itself.
+    command = held_->player == ScriptablePlayer::music
+                  ? PlayerCommand::of(held_->direction > 0 ? Kind::fastForward : Kind::rewind)
+                  : PlayerCommand::seek(held_->direction * seekStepSeconds);
     held_->lastSeek = now;
   }
   held_->seeking = true;

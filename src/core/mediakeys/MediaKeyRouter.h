@@ -1,7 +1,9 @@
 #pragma once
 // What each media key event does: swallowed or passed through, to which player, with which
-// command. A short press of next or previous skips on release; holding it scans (Music) or seeks
-// five seconds at a time (Spotify). Holds advance on the key's own auto-repeats: no timers.
+// command. A short press of next or previous skips on release; holding it steps through the track,
+// at most one step every `seekSpacing`: fast forward or rewind (Music, one step each) or a
+// five-second seek (Spotify). Holds advance on the key's auto-repeats (`KeyRepeat` makes them for
+// devices that make none): no timers here.
 
 #include <optional>
 #include <set>
@@ -23,7 +25,7 @@ struct MediaKeyEvent {
 };
 
 // The media key event of a kernel key event (code, value 1 press, 2 repeat, 0 release); nothing
-// for any other key or value.
+// for any other key or value. Play, pause and play/pause are all the play key.
 std::optional<MediaKeyEvent> mediaKeyEvent(int code, int value);
 
 class MediaKeyRouter {

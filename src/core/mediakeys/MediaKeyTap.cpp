@@ -44,6 +44,7 @@ void MediaKeyTap::sync() {
   if (settings_.boolValue(Keys::mediaKeysEnabled, false) && !settings_.boolValue(Keys::mediaKeysPaused, false)) {
     if (!ports_.source.accessGranted()) {
       capture_.reset();
+      startFailed_ = false;
       next = State::needsAccessibility;
     } else {
       if (!capture_) startCapture();
@@ -51,6 +52,7 @@ void MediaKeyTap::sync() {
     }
   } else {
     capture_.reset();
+    startFailed_ = false;
   }
   if (next == state_) return;
   state_ = next;
@@ -64,9 +66,11 @@ void MediaKeyTap::startCapture() {
                                   [this](MediaKeySource::Disabled why) { disabled(why); }});
   if (capture_) {
     Log::info("media key tap running");
-  } else {
+  } else if (!startFailed_) {
+    // Said once: while the cause lasts, every health tick fails the same way.
     Log::info("could not create media key tap");
   }
+  startFailed_ = !capture_;
 }
 
 void MediaKeyTap::scheduleHealth() {

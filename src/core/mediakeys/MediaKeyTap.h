@@ -70,6 +70,7 @@ class MediaKeyTap {
   Players players_;
   State state_ = State::off;
   std::unique_ptr<KeyCapture> capture_;
+  bool startFailed_ = false;  // the last start made no capture, and said so
   MediaKeyRouter router_;
   PlayerTracker tracker_;
   std::unique_ptr<RepeatingTimer> health_;

@@ -2,6 +2,8 @@
 // The kernel's input devices as the media key reader needs them, kept to a few calls so that the
 // reader's event flow runs the same on real devices and on descriptors made by tests.
 
+#include <poll.h>
+
 #include <memory>
 #include <set>
 #include <string>
@@ -17,6 +19,7 @@ class KernelInput {
     int fd = -1;
     int emitter = -1;
     std::string path;
+    bool repeats = true;  // the kernel repeats its held keys (EV_REP); the reader does it otherwise
   };
 
   virtual ~KernelInput() = default;
@@ -27,6 +30,8 @@ class KernelInput {
   // Readable when devices come or go (or -1 when nothing tells); `drainChanges` empties it.
   virtual int changesFd() const = 0;
   virtual void drainChanges() = 0;
+  // Waits for the descriptors as poll(2) does.
+  virtual int wait(pollfd* watched, nfds_t count, int timeoutMs) { return ::poll(watched, count, timeoutMs); }
 };
 
 // The real devices: /dev/input/event* through libevdev, twins through /dev/uinput, changes by inotify.

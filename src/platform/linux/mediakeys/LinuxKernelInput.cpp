@@ -7,7 +7,9 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <optional>
 
@@ -72,9 +74,8 @@ class LinuxKernelInput final : public KernelInput {
       return std::nullopt;
     }
     const std::string name = libevdev_get_name(opened.device) ? libevdev_get_name(opened.device) : "";
-    const bool media = libevdev_has_event_code(opened.device, EV_KEY, KeyCode::playPause) ||
-                       libevdev_has_event_code(opened.device, EV_KEY, KeyCode::nextSong) ||
-                       libevdev_has_event_code(opened.device, EV_KEY, KeyCode::previousSong);
+    const bool media = std::any_of(std::begin(mediaKeyCodes), std::end(mediaKeyCodes),
+                                   [&](int code) { return libevdev_has_event_code(opened.device, EV_KEY, code); });
     if (!media || name.rfind(twinPrefix, 0) == 0 || libevdev_grab(opened.device, LIBEVDEV_GRAB) < 0) {
       release(fd, opened);
       return std::nullopt;
@@ -87,7 +88,7 @@ class LinuxKernelInput final : public KernelInput {
     }
     Log::info("reading media keys from " + name + " (" + path + ")");
     open_[fd] = opened;
-    return Device{fd, libevdev_uinput_get_fd(opened.twin), path};
+    return Device{fd, libevdev_uinput_get_fd(opened.twin), path, libevdev_has_event_type(opened.device, EV_REP) != 0};
   }
 
   static void release(int fd, Open& opened) {

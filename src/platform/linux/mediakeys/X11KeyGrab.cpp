@@ -22,6 +22,7 @@ struct KeySymbol {
 
 constexpr KeySymbol mediaSymbols[] = {
     {0x1008FF14, "XF86AudioPlay", MediaKeyEvent::Key::play},
+    {0x1008FF31, "XF86AudioPause", MediaKeyEvent::Key::play},
     {0x1008FF17, "XF86AudioNext", MediaKeyEvent::Key::next},
     {0x1008FF16, "XF86AudioPrev", MediaKeyEvent::Key::previous},
     {0x1008FF97, "XF86AudioForward", MediaKeyEvent::Key::fast},
@@ -33,15 +34,18 @@ constexpr std::uint8_t accessError = 10;
 
 }  // namespace
 
-std::unique_ptr<X11KeyGrab> X11KeyGrab::start(MediaKeySource::Handler handler, const char* display) {
+std::unique_ptr<X11KeyGrab> X11KeyGrab::start(MediaKeySource::Handler handler, const char* display,
+                                              std::shared_ptr<std::set<std::string>> heldElsewhere) {
   const char* name = display ? display : std::getenv("DISPLAY");
-  std::unique_ptr<X11KeyGrab> grab(new X11KeyGrab(std::move(handler), name ? name : ""));
+  if (!heldElsewhere) heldElsewhere = std::make_shared<std::set<std::string>>();
+  std::unique_ptr<X11KeyGrab> grab(new X11KeyGrab(std::move(handler), name ? name : "", std::move(heldElsewhere)));
   if (!grab->connect()) return nullptr;
   return grab;
 }
 
-X11KeyGrab::X11KeyGrab(MediaKeySource::Handler handler, std::string display)
-    : handler_(std::move(handler)), display_(std::move(display)) {}
+X11KeyGrab::X11KeyGrab(MediaKeySource::Handler handler, std::string display,
+                       std::shared_ptr<std::set<std::string>> heldElsewhere)
+    : handler_(std::move(handler)), display_(std::move(display)), heldElsewhere_(std::move(heldElsewhere)) {}
 
 X11KeyGrab::~X11KeyGrab() { disconnect(); }
 
@@ -71,21 +75,24 @@ bool X11KeyGrab::connect() {
   }
 
   keys_.clear();
-  heldElsewhere_.clear();
   xcb_key_symbols_t* symbols = xcb_key_symbols_alloc(connection_);
   for (const auto& media : mediaSymbols) {
+    bool held = false;
     xcb_keycode_t* codes = xcb_key_symbols_get_keycode(symbols, media.symbol);
     for (auto* code = codes; code && *code != XCB_NO_SYMBOL; ++code) {
       auto* error = xcb_request_check(connection_, xcb_grab_key_checked(connection_, 1, root_, XCB_MOD_MASK_ANY, *code,
                                                                         XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC));
-      if (!error) {
-        keys_[*code] = media.key;
-      } else if (error->error_code == accessError && heldElsewhere_.insert(media.name).second) {
-        Log::info(std::string("media key ") + media.name + " is held by another program");
-      }
+      if (!error) keys_[*code] = media.key;
+      held = held || (error && error->error_code == accessError);
       free(error);
     }
     free(codes);
+    // Said when the key is taken, not at every attempt while it stays taken.
+    if (!held) {
+      heldElsewhere_->erase(media.name);
+    } else if (heldElsewhere_->insert(media.name).second) {
+      Log::info(std::string("media key ") + media.name + " is held by another program");
+    }
   }
   xcb_key_symbols_free(symbols);
   if (keys_.empty()) {
