@@ -88,11 +88,19 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   EXPECT_TRUE(view.panel()->isVisible());
 
   QMenu deviceMenu;
-  nj::NJMenu::fill(deviceMenu, ui::DeviceMenu::fill({services, settings, rt.clock().wallNow(), nullptr}, settings.devices()[0]));
+  const auto refill = [&] {
+    nj::NJMenu::fill(deviceMenu, ui::DeviceMenu::fill({services, settings, rt.clock().wallNow(), nullptr}, settings.devices()[0]));
+  };
+  refill();
   deviceMenu.popup(QPoint(400, 200));
   QApplication::processEvents();
   shoot("device-menu", deviceMenu);
   EXPECT_EQ(deviceMenu.actions().size(), 12);
+  // The tray refills a device's menu after every change it shows: nothing may pile up.
+  const auto menus = deviceMenu.findChildren<QObject*>().size();
+  ASSERT_GT(deviceMenu.findChildren<QMenu*>().size(), 0U) << "the device menu has submenus";
+  for (int again = 0; again < 50; ++again) refill();
+  EXPECT_EQ(deviceMenu.findChildren<QObject*>().size(), menus) << "refills leave nothing behind";
   nj::NJAboutWindow about("0.1.0 (1)");
   about.show();
   shoot("about", about);

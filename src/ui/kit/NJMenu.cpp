@@ -3,6 +3,8 @@
 namespace nj {
 
 void NJMenu::fill(QMenu& menu, const wh::ui::Menu& entries) {
+  // clear() deletes the actions but not the submenus, which belong to the menu as child objects.
+  for (QMenu* sub : menu.findChildren<QMenu*>(QString(), Qt::FindDirectChildrenOnly)) delete sub;
   menu.clear();
   menu.setToolTipsVisible(true);
   for (const auto& entry : entries) {
