@@ -152,7 +152,7 @@ void AppDelegate::registerHotkeys() {
   if (wanted == registeredHotkeys_) return;
   hotkeys_->removeAll();
   for (const auto& [address, combo] : wanted) {
-    hotkeys_->registerKey(combo, lifetime_.guard([this, address] {
+    hotkeys_->registerKey(combo, lifetime_.guard([this, address = address] {
       access_.whenAllowed(lifetime_.guard([this, address] {
         startBluetooth();
         services_.bluetooth.toggle(address);

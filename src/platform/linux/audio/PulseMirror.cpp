@@ -428,8 +428,9 @@ std::optional<bool> PulseMirror::deviceIsRunningSomewhere(AudioObjectID id) {
   if (present == presentDevices_.end()) return std::nullopt;
   const auto [isSink, index] = present->second;
   const auto& streams = isSink ? playback_ : capture_;
-  return std::any_of(streams.begin(), streams.end(),
-                     [index](const auto& entry) { return entry.second.running && entry.second.device == index; });
+  return std::any_of(streams.begin(), streams.end(), [index = index](const auto& entry) {
+    return entry.second.running && entry.second.device == index;
+  });
 }
 
 std::vector<AudioCard> PulseMirror::cards() {
