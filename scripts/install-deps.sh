@@ -6,6 +6,8 @@ set -euo pipefail
 packages=(
   # build
   build-essential cmake ninja-build pkg-config
+  # the thread-race build (scripts/tsan.sh): clang and its ThreadSanitizer runtime
+  clang libclang-rt-dev
   # libraries
   qt6-base-dev libqt6dbus6 nlohmann-json3-dev libpulse-dev libsystemd-dev
   libevdev-dev libarchive-dev

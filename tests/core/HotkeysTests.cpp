@@ -25,7 +25,7 @@ TEST(Hotkeys, IdsGoOnAfterRemoveAllTakenAndImpossibleKeysAreLoggedAndOnlyOwnIdsR
         {{27, super | alt}, nullptr},
     };
     for (const auto& [combo, line] : rows) {
-      hotkeys.registerKey(combo, [&ran, combo] { ran.push_back(hotkeyText(combo, nullptr)); });
+      hotkeys.registerKey(combo, [&ran, combo = combo] { ran.push_back(hotkeyText(combo, nullptr)); });
       EXPECT_EQ(log->lines.empty() ? "" : log->lines.back(), line ? line : "") << hotkeyText(combo, nullptr);
       log->lines.clear();
     }

@@ -49,7 +49,8 @@ SystemBusRig::SystemBusRig(Options options) {
   }
   for (const auto& [mock, name, templateName] : mocks) {
     if (mock == nullptr || !whyNot_.empty()) continue;
-    if (!eventually([&] { return system_->hasOwner(name) || !(*mock)->running(); }, 15s) || !(*mock)->running()) {
+    if (!eventually([&, mock = mock, name = name] { return system_->hasOwner(name) || !(*mock)->running(); }, 15s) ||
+        !(*mock)->running()) {
       whyNot_ = std::string("python3-dbusmock's ") + templateName +
                 " template did not start (scripts/install-deps.sh installs python3-dbusmock and python3-gi)";
     }

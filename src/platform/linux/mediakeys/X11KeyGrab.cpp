@@ -1,10 +1,17 @@
 #include "platform/linux/mediakeys/X11KeyGrab.h"
 
 #include <xcb/xcb_keysyms.h>
-// The XKB header names a field `explicit`, which C++ reserves.
+// The XKB header names a field `explicit`, which C++ reserves; clang warns of the renaming macro.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wkeyword-macro"
+#endif
 #define explicit explicit_
 #include <xcb/xkb.h>
 #undef explicit
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
 #include <cstdlib>
 

@@ -1,6 +1,7 @@
 #include "platform/linux/runtime/QtRuntime.h"
 
-#include <QMetaObject>
+#include <QCoreApplication>
+#include <QEvent>
 #include <QThread>
 #include <QTimer>
 
@@ -11,6 +12,8 @@
 namespace wh::platform {
 
 namespace {
+
+constexpr auto workArrived = QEvent::User;
 
 int toMilliseconds(double seconds) {
   if (!(seconds > 0)) return 0;
@@ -56,21 +59,42 @@ double QtRuntime::now() const {
 
 std::chrono::system_clock::time_point QtRuntime::wallNow() const { return std::chrono::system_clock::now(); }
 
-void QtRuntime::post(Work work) {
-  QMetaObject::invokeMethod(&context_, std::move(work), Qt::QueuedConnection);
+void QtRuntime::Inbox::post(Work work) {
+  auto* wake = new QEvent(workArrived);  // made before the lock is left, like the work
+  {
+    std::lock_guard lock(mutex_);
+    work_.push_back(std::move(work));
+  }
+  QCoreApplication::postEvent(this, wake);
 }
+
+bool QtRuntime::Inbox::event(QEvent* event) {
+  Work work;
+  {
+    std::lock_guard lock(mutex_);  // taken before the event is read: see post()
+    if (event->type() == workArrived && !work_.empty()) {
+      work = std::move(work_.front());
+      work_.pop_front();
+    }
+  }
+  if (!work) return QObject::event(event);
+  work();
+  return true;
+}
+
+void QtRuntime::post(Work work) { inbox_.post(std::move(work)); }
 
 std::shared_ptr<WorkItem> QtRuntime::after(double seconds, Work work) {
   auto item = std::make_shared<WorkItem>(std::move(work));
   const int ms = toMilliseconds(seconds);
   auto start = [this, item, ms] {
-    QTimer::singleShot(ms, Qt::PreciseTimer, &context_, [item] { item->perform(); });
+    QTimer::singleShot(ms, Qt::PreciseTimer, &inbox_, [item] { item->perform(); });
   };
   // Timers belong to the main thread; from another thread, go there first.
-  if (QThread::currentThread() == context_.thread()) {
+  if (QThread::currentThread() == inbox_.thread()) {
     start();
   } else {
-    QMetaObject::invokeMethod(&context_, std::move(start), Qt::QueuedConnection);
+    inbox_.post(std::move(start));
   }
   return item;
 }

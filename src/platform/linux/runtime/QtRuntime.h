@@ -4,6 +4,9 @@
 
 #include <QObject>
 
+#include <deque>
+#include <mutex>
+
 #include "core/runtime/Runtime.h"
 
 namespace wh::platform {
@@ -23,13 +26,29 @@ class QtRuntime final : public Runtime, private MainQueue, private Clock {
 
  private:
   class Timer;
+  // Work for the main thread, in the order it was posted. It is kept here, under a lock of our
+  // own, and each post wakes the main thread with an event that runs the oldest piece: so what
+  // the poster did before posting visibly happens before the work runs, to ThreadSanitizer too,
+  // which cannot see the locks inside Qt's event queue.
+  class Inbox final : public QObject {
+   public:
+    void post(Work work);
+
+   protected:
+    bool event(QEvent* event) override;
+
+   private:
+    std::mutex mutex_;
+    std::deque<Work> work_;
+  };
+
   void post(Work work) override;
   std::shared_ptr<WorkItem> after(double seconds, Work work) override;
   std::unique_ptr<RepeatingTimer> every(double interval, double tolerance, Work tick) override;
 
   // Work is delivered through this object's thread affinity, so posts from other threads land
   // on the main thread.
-  QObject context_;
+  Inbox inbox_;
 };
 
 }  // namespace wh::platform

@@ -548,8 +548,13 @@ void PulseProcessTaps::Tap::stop() {
   // The application's last tap gives the streams back and unloads the sink.
   if (!sinks_->release(bundleID_, sink) || !session_.connected()) return;
   Calls calls{session_};
-  std::lock_guard guard(sink->mutex);
-  moveOut(calls, {sink->index}, sink->origins);
+  // A copy: the sink's lock is never held while the loop's lock is given up to wait for the server.
+  std::map<std::uint32_t, std::uint32_t> origins;
+  {
+    std::lock_guard guard(sink->mutex);
+    origins = sink->origins;
+  }
+  moveOut(calls, {sink->index}, origins);
   calls.unload(sink->module);
 }
 
