@@ -1,5 +1,7 @@
 #include "platform/linux/volume/PulseProcessTaps.h"
 
+#include <pulse/rtclock.h>
+
 #include <pthread.h>
 #include <sched.h>
 
@@ -31,6 +33,9 @@ constexpr int tapThreadPriority = 5;
 constexpr int maxTakeBacks = 10;
 // Moves sent for one stream, counted or not: a stream that never reaches the sink is let go too.
 constexpr int maxMovesSent = 6 * maxTakeBacks;
+// A moment after a stream was moved in, the tap looks where its streams are: a move can be refused
+// or overtaken while the session manager relinks the stream, with no later change to report it.
+constexpr pa_usec_t recheckDelay = 500 * PA_USEC_PER_MSEC;
 
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
@@ -316,6 +321,7 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
       sinkName_ = sink_->name;
       // Streams that appear later are caught by the subscription; those there now, by the list.
       pa_context_set_subscribe_callback(session_.context(), &Tap::onEvent, this);
+      recheck_ = session_.api()->time_new(session_.api(), nullptr, &Tap::onRecheck, this);  // not armed yet
       calls.succeeds([&](auto done, Calls::Answer* answer) {
         return pa_context_subscribe(session_.context(), PA_SUBSCRIPTION_MASK_SINK_INPUT, done, answer);
       });
@@ -363,6 +369,22 @@ void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
           pa_context_move_sink_input_by_index(session_.context(), input, sink_->index, nullptr, nullptr)) {
     pa_operation_unref(operation);
   }
+  if (recheck_ != nullptr) pa_context_rttime_restart(session_.context(), recheck_, pa_rtclock_now() + recheckDelay);
+}
+
+void PulseProcessTaps::Tap::onRecheck(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self) {
+  auto* tap = static_cast<Tap*>(self);
+  if (tap->stopped_ || !tap->session_.connected()) return;
+  pa_operation* operation = pa_context_get_sink_input_info_list(
+      tap->session_.context(),
+      [](pa_context*, const pa_sink_input_info* info, int last, void* data) {
+        auto* owner = static_cast<Tap*>(data);
+        if (last == 0 && info != nullptr && !owner->stopped_ && owner->clients_.count(info->client) > 0) {
+          owner->moveIn(info->index, info->sink);
+        }
+      },
+      self);
+  if (operation != nullptr) pa_operation_unref(operation);
 }
 
 void PulseProcessTaps::Tap::onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index,
@@ -542,6 +564,7 @@ void PulseProcessTaps::Tap::stop() {
     *stream = nullptr;
   }
   if (session_.connected()) pa_context_set_subscribe_callback(session_.context(), nullptr, nullptr);
+  if (recheck_ != nullptr) session_.api()->time_free(std::exchange(recheck_, nullptr));
   if (sink_ == nullptr) return;
   const auto sink = std::move(sink_);
   sink_.reset();

@@ -83,6 +83,7 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   void measureFill(std::size_t piece);
   std::int64_t heldFrames() const;
   static void onEvent(pa_context* context, pa_subscription_event_type_t type, std::uint32_t index, void* self);
+  static void onRecheck(pa_mainloop_api* api, pa_time_event* event, const struct timeval* when, void* self);
 
   std::shared_ptr<SinkTable> sinks_;
   PulseSession session_;
@@ -96,6 +97,8 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   bool timingPending_ = false;
   std::size_t pieceAtRequest_ = 0;
   bool stopped_ = false;
+  // Looks again where the clients' streams are, a moment after a stream was moved in.
+  pa_time_event* recheck_ = nullptr;
   std::atomic<std::uint64_t> underflows_{0};
   std::atomic<std::uint64_t> frames_{0};
 };

@@ -22,6 +22,7 @@ class PulseSession {
   // The error number of the last failed call (PA_ERR_TIMEOUT when the answer did not come in time).
   int error() const;
   pa_context* context() const { return context_; }
+  pa_mainloop_api* api() const { return api_; }
 
   // Holds the loop's lock: every use of the context and its streams happens under it.
   class Lock {
