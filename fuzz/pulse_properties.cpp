@@ -34,8 +34,8 @@ class NoMainQueue final : public MainQueue {
 class Mirror final : public PulseMirror {
  public:
   using PulseMirror::PulseMirror;
-  bool setCardProfile(AudioObjectID, const std::string&) override { return false; }
-  bool setDefaultDevice(AudioProperty, AudioObjectID) override { return false; }
+  void setCardProfile(AudioObjectID, const std::string&, WriteDone) override {}
+  void setDefaultDevice(AudioProperty, AudioObjectID, WriteDone) override {}
 };
 
 std::string_view trimmed(std::string_view text) {
