@@ -20,7 +20,8 @@ cmake --build "$build"
 
 export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0:strict_string_checks=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
-export LSAN_OPTIONS="${LSAN_OPTIONS:-suppressions=$PWD/tests/lsan.supp:print_suppressions=0}"
+# Quoted, so that a checkout whose path has spaces still finds its suppressions.
+export LSAN_OPTIONS="${LSAN_OPTIONS:-suppressions='$PWD/tests/lsan.supp':print_suppressions=0}"
 # The suite closes the output, so that its summary is the last thing said.
 ctest --test-dir "$build" --output-on-failure --timeout 300 -j "$(nproc)" || failed+=("the test suite")
 if [ ${#failed[@]} -gt 0 ]; then
