@@ -87,7 +87,7 @@ TEST_F(BluezStackTest, ReadsConnectsAndLinkReportsFollowBluezThroughTheLiveCopy)
   ASSERT_TRUE(rig->connectFromOutside(headphones));
   ASSERT_TRUE(rig->disconnectFromOutside(headphones));
   ASSERT_TRUE(rig->removeDevice(buds));
-  ASSERT_TRUE(reported(5));
+  ASSERT_TRUE(reported(6));
   EXPECT_EQ(reports, (Strings{"connected 11-22-33-44-55-66", "connected aa-bb-cc-dd-ee-ff", "disconnected aa-bb-cc-dd-ee-ff",
                               "connected aa-bb-cc-dd-ee-ff", "disconnected aa-bb-cc-dd-ee-ff", "disconnected 11-22-33-44-55-66"}));
   // A device that disappears during the connect is out of range, then unknown.
