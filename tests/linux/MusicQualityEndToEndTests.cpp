@@ -40,10 +40,15 @@ class MusicQualityEndToEndTest : public testing::TestWithParam<test::SoundServer
 
   std::string log() const { return home.log(); }
   nlohmann::json status(const std::string& key) const { return home.status(key); }
-  std::string pinStatus() const { return status("agent.pinStatus").is_string() ? status("agent.pinStatus") : ""; }
+  // A text the agent published, or "" while it has published none.
+  std::string text(const std::string& key) const {
+    const auto value = status(key);
+    return value.is_string() ? value.get<std::string>() : "";
+  }
+  std::string pinStatus() const { return text("agent.pinStatus"); }
   std::string defaultSource() const { return pulse.pactlLine({"get-default-source"}); }
   void select(const std::string& source) const { pulse.pactl({"set-default-source", pulse.nodeName(source)}); }
-  std::string outputQuality() const { return status("agent.outputQuality").is_string() ? status("agent.outputQuality") : ""; }
+  std::string outputQuality() const { return text("agent.outputQuality"); }
   // Waits until the agent has handled what the server reported before now: the server reports
   // in order, so once the agent's output quality has followed the default output to the headphones
   // and back, every earlier change of the default input has been seen and acted on.
