@@ -66,11 +66,12 @@ class AgentWorld : public testing::Test {
   FakeProcessTaps taps;
   FakeKeySource keySource;
   FakePlayers players;
+  std::set<std::string> regularApps;
   FakeIdlePanel idlePanel;
   FakeHotkeyService hotkeyService;
   FakeRecorderPanel recorderPanel;
   Services services{rt, settings, {stack, sleep, sources, audio(), hardware, monitor, grouping, desktopEntries, taps,
-                                   notifications, {keySource, players, monitor, [] { return std::set<std::string>(); }},
+                                   notifications, {keySource, players, monitor, [this] { return regularApps; }},
                                    idlePanel, {recorderPanel, &hotkeyService, &hotkeyService}}};
   BluetoothAccess access{authority, notifications};
   FakeInstaller installer;

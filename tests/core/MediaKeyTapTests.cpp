@@ -65,6 +65,38 @@ TEST_F(MediaKeysTest, ARefusedTapIsMissingAccessTriedEverySecondAndSaidOnceUntil
   EXPECT_EQ(said("media key tap running"), 1);
 }
 
+TEST_F(MediaKeysTest, TheToldTargetFollowsWhatPlaysThePlayersThatRunAndApplicationsThatQuit) {
+  MediaKeyTap& tap = services.mediaKeys;
+  std::string told;
+  tap.onChange = [&] { told += tap.currentTarget().value_or("-") + " "; };
+  tap.start();
+  const auto sound = [&](const std::string& app, bool playing) {
+    tap.processesChanged({AudioProcess{1, 40, app, false, playing, app}});
+  };
+  const struct {
+    std::function<void()> change;
+    const char* told;  // what `onChange` has heard after the change, in order
+  } steps[] = {
+      {[&] { players.running = {ScriptablePlayer::music}, players.changed(); }, "com.apple.Music "},
+      {[&] { players.running.insert(ScriptablePlayer::spotify), players.changed(); }, "spotify "},
+      {[&] { players.changed(); }, ""},  // nothing moved: nothing told
+      {[&] { sound("org.videolan.vlc", true); }, "org.videolan.vlc "},
+      {[&] { regularApps = {"org.videolan.vlc"}, sound("org.videolan.vlc", false); }, "org.videolan.vlc "},
+      {[&] { players.running.clear(), players.changed(); }, ""},  // the player used last still runs
+      {[&] { regularApps.clear(), rt.advance(MediaKeyTap::healthWhileRunning); }, "- "},  // it quit unseen
+      {[&] { players.running = {ScriptablePlayer::music}, players.changed(); }, "com.apple.Music "},
+      {[&] { players.running.clear(), players.changed(); }, "- "},
+  };
+  store.set(Keys::mediaKeysEnabled, StoreValue::boolean(true));
+  keySource.granted = true;
+  settings.changed("");
+  for (const auto& step : steps) {
+    told.clear();
+    step.change();
+    EXPECT_EQ(told, step.told) << &step - steps;
+  }
+}
+
 TEST_F(MediaKeysTest, IdlePlayStartsAPlayerOrAsksForEachSettingAndASecondPressTakesTheSuggestion) {
   using Strings = std::vector<std::string>;
   // Stored setting (unknown text reads as ask), installed player, remember, pause before a second

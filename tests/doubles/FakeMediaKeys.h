@@ -9,15 +9,18 @@ namespace wh {
 struct FakePlayers final : PlayerControl {
   std::set<std::string> installed;
   std::vector<std::string> launched;
+  std::set<ScriptablePlayer> running;  // tell `changed` after a change
+  std::function<void()> changed;
 
   PlayerIdentities identities() const override { return {}; }
-  bool isRunning(ScriptablePlayer) const override { return false; }
+  bool isRunning(ScriptablePlayer player) const override { return running.count(player) > 0; }
   bool isInstalled(const std::string& appID) const override { return installed.count(appID) > 0; }
   std::optional<std::string> perform(ScriptablePlayer, const PlayerVerb&) override { return std::nullopt; }
   std::optional<std::string> launch(const std::string& appID) override {
     launched.push_back(appID);
     return std::nullopt;
   }
+  void setChangeHandler(std::function<void()> handler) override { changed = std::move(handler); }
 };
 
 struct FakeKeySource final : MediaKeySource {

@@ -2,6 +2,7 @@
 // a held next seeks, a player that errs or never answers holds nothing up, idle play asks.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <thread>
 
@@ -83,7 +84,13 @@ TEST(MediaKeysEndToEnd, KeysGoToThePlayerThatPlayedLastAHeldNextSeeksAndPlayWith
   EXPECT_TRUE(test::eventually([&] { return music->output() == "ready\nPlayPause\nNext\nPrevious\n"; })) << "the queue moved on";
   EXPECT_NE(home.log().find("player command failed (spotify): the player refused"), std::string::npos);
 
+  // The sound stops first and the player quits after: the target still moves when the player goes.
   sound.reset();
+  ASSERT_TRUE(test::eventually([&] {
+    const auto apps = home.status("agent.volumeApps");
+    return apps.is_array() && std::none_of(apps.begin(), apps.end(), [](const auto& app) { return app.value("playing", false); });
+  })) << home.log();
+  EXPECT_EQ(target(), "\"org.gnome.Rhythmbox3\"") << "the player still runs";
   music.reset();
   ASSERT_TRUE(test::eventually([&] { return target() == "\"\""; })) << home.log();
   display.xdotool("key", "XF86AudioPlay");

@@ -12,7 +12,10 @@ MediaKeyTap::MediaKeyTap(Runtime& runtime, Settings& settings, NotificationCente
       players_(runtime, ports_.players) {}
 
 MediaKeyTap::~MediaKeyTap() {
-  if (processObserver_) ports_.processes.removeObserver(*processObserver_);
+  if (processObserver_) {
+    ports_.processes.removeObserver(*processObserver_);
+    ports_.players.setChangeHandler(nullptr);
+  }
 }
 
 const char* MediaKeyTap::text(State state) {
@@ -31,6 +34,8 @@ void MediaKeyTap::start() {
   if (!processObserver_) {
     processObserver_ = ports_.processes.addObserver(
         lifetime_.guard([this](const std::vector<AudioProcess>& processes) { processesChanged(processes); }));
+    // A player that quits or starts moves the target as much as a sound that stops.
+    ports_.players.setChangeHandler(lifetime_.guard([this] { followTarget(false); }));
     processesChanged(ports_.processes.processes());
     settingsObservation_ =
         notifications_.observe(Settings::changedName, lifetime_.guard([this](const std::string&) { sync(); }));
@@ -93,6 +98,15 @@ void MediaKeyTap::healthTick() {
     capture_->enable();
   }
   if (state_ != State::off || settings_.boolValue(Keys::mediaKeysEnabled, false)) sync();
+  // Regular applications come and go without a word: a quit one leaves the target here at the latest.
+  followTarget(false);
+}
+
+void MediaKeyTap::followTarget(bool moved) {
+  auto target = currentTarget();
+  if (!moved && target == toldTarget_) return;
+  toldTarget_ = std::move(target);
+  if (onChange) onChange();
 }
 
 void MediaKeyTap::disabled(MediaKeySource::Disabled why) {
@@ -117,8 +131,7 @@ void MediaKeyTap::processesChanged(const std::vector<AudioProcess>& processes) {
   const auto history = tracker_.history();
   const auto playing = tracker_.playing();
   tracker_.update(output);
-  // The published target follows what plays.
-  if ((tracker_.history() != history || tracker_.playing() != playing) && onChange) onChange();
+  followTarget(tracker_.history() != history || tracker_.playing() != playing);
 }
 
 bool MediaKeyTap::handle(const MediaKeyEvent& event) {

@@ -43,7 +43,7 @@ class MediaKeyTap {
   std::function<void()> onChange;
   std::function<void()> onIdlePlay;
 
-  // Follows the audio processes and the settings, then brings the capture in line.
+  // Follows the audio processes, the players and the settings, then brings the capture in line.
   void start();
   // Starts or stops the capture to match the settings and the access.
   void sync();
@@ -62,6 +62,8 @@ class MediaKeyTap {
   void scheduleHealth();
   void healthTick();
   void disabled(MediaKeySource::Disabled why);
+  // Tells `onChange` when the target is not the one last told, or when `moved` says so anyway.
+  void followTarget(bool moved);
 
   Runtime& runtime_;
   Settings& settings_;
@@ -73,6 +75,7 @@ class MediaKeyTap {
   bool startFailed_ = false;  // the last start made no capture, and said so
   MediaKeyRouter router_;
   PlayerTracker tracker_;
+  std::optional<std::string> toldTarget_;
   std::unique_ptr<RepeatingTimer> health_;
   double healthInterval_ = 0;
   std::optional<AudioProcessMonitor::ObserverKey> processObserver_;

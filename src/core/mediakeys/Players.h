@@ -3,6 +3,7 @@
 // commands. Commands go out one at a time, in order, on the "wrenhaven.players" queue, so a slow
 // or silent player never stalls the main thread.
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -62,6 +63,9 @@ class PlayerControl {
   virtual std::optional<std::string> perform(ScriptablePlayer player, const PlayerVerb& verb) = 0;
   // Starts the application; answers an error message, or nothing when it started.
   virtual std::optional<std::string> launch(const std::string& appID) = 0;
+  // `changed` runs on the main thread whenever a player may have started or quit, or the ids that
+  // stand for a player may have changed; it replaces the one before. Nothing stops it running.
+  virtual void setChangeHandler(std::function<void()> changed) = 0;
 };
 
 class Players {

@@ -51,7 +51,11 @@ MprisPlayers::MprisPlayers(DesktopEntries& desktop, std::vector<std::filesystem:
       applicationFolders_(std::move(applicationFolders)),
       bus_(std::move(bus)),
       timeoutMs_(timeoutMs) {
-  if (const auto music = defaultMusicPlayer()) identities_.music.insert(identities_.music.begin(), *music);
+  // A file replaced by a new one (as desktops save these) shows in its folder; one written in
+  // place shows on the file itself, whose watch a replacement ends: both are watched again each time.
+  connect(&defaultsWatcher_, &QFileSystemWatcher::directoryChanged, this, [this] { followDefaultMusicPlayer(); });
+  connect(&defaultsWatcher_, &QFileSystemWatcher::fileChanged, this, [this] { followDefaultMusicPlayer(); });
+  followDefaultMusicPlayer();
   ownerRelay_ = std::make_unique<DBusSignalRelay>(
       bus_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameOwnerChanged",
       QStringList(), [this](const QDBusMessage& message) {
@@ -94,12 +98,44 @@ std::optional<std::string> MprisPlayers::defaultMusicPlayer() const {
   return std::nullopt;
 }
 
-void MprisPlayers::ownerChanged(const QString& name, const QString& owner) {
+void MprisPlayers::followDefaultMusicPlayer() {
+  QStringList watched;
+  for (const auto* folders : {&configFolders_, &applicationFolders_}) {
+    for (const auto& folder : *folders) {
+      watched << QString::fromStdString(folder.string());
+      for (const char* file : {"mimeapps.list", "mimeinfo.cache"}) {
+        if (std::filesystem::exists(folder / file)) watched << QString::fromStdString((folder / file).string());
+      }
+    }
+  }
+  const QStringList before = defaultsWatcher_.files() + defaultsWatcher_.directories();
+  if (!before.isEmpty()) defaultsWatcher_.removePaths(before);
+  // Folders that do not exist are not watched; that they are made later goes unseen.
+  defaultsWatcher_.addPaths(watched);
+
+  PlayerIdentities identities;
+  if (const auto music = defaultMusicPlayer()) identities.music.insert(identities.music.begin(), *music);
   {
     std::lock_guard lock(mutex_);
-    if (!names_.ownerChanged(name, owner)) return;
+    if (identities.music == identities_.music) return;
+    identities_ = std::move(identities);
   }
-  learnDesktopEntry(name);
+  changed();
+}
+
+void MprisPlayers::changed() const {
+  if (changed_) changed_();
+}
+
+void MprisPlayers::ownerChanged(const QString& name, const QString& owner) {
+  if (!name.startsWith(MprisNames::prefix)) return;
+  bool owned = false;
+  {
+    std::lock_guard lock(mutex_);
+    owned = names_.ownerChanged(name, owner);
+  }
+  if (owned) learnDesktopEntry(name);
+  changed();
 }
 
 void MprisPlayers::learnDesktopEntry(const QString& name) {
@@ -109,8 +145,11 @@ void MprisPlayers::learnDesktopEntry(const QString& name) {
   connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, name](QDBusPendingCallWatcher* call) {
     const QDBusReply<QDBusVariant> reply = *call;
     if (reply.isValid()) {
-      std::lock_guard lock(mutex_);
-      names_.desktopEntry(name, reply.value().variant());
+      {
+        std::lock_guard lock(mutex_);
+        names_.desktopEntry(name, reply.value().variant());
+      }
+      changed();
     }
     call->deleteLater();
   });

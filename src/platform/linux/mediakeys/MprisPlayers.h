@@ -3,9 +3,11 @@
 // org.mpris.MediaPlayer2.* name that belongs to it has an owner: the name's DesktopEntry property
 // or its own last part (before any ".instance…") is one of the player's ids. Spotify is known by
 // its ids; Music is the desktop's default player of audio files (mimeapps.list, else
-// mimeinfo.cache). Commands are blocking calls with a time limit, made on the players' queue.
+// mimeinfo.cache), read again whenever one of those files changes. Commands are blocking calls
+// with a time limit, made on the players' queue.
 
 #include <QDBusConnection>
+#include <QFileSystemWatcher>
 #include <QObject>
 
 #include <filesystem>
@@ -38,12 +40,16 @@ class MprisPlayers final : public QObject, public PlayerControl {
   bool isInstalled(const std::string& appID) const override;
   std::optional<std::string> perform(ScriptablePlayer player, const PlayerVerb& verb) override;
   std::optional<std::string> launch(const std::string& appID) override;
+  void setChangeHandler(std::function<void()> changed) override { changed_ = std::move(changed); }
 
   // The desktop's default player of audio files, if any is installed.
   std::optional<std::string> defaultMusicPlayer() const;
 
  private:
   void ownerChanged(const QString& name, const QString& owner);
+  // Reads the default music player again and watches the files it came from.
+  void followDefaultMusicPlayer();
+  void changed() const;
   void learnDesktopEntry(const QString& name);
   std::optional<QString> busName(ScriptablePlayer player) const;
 
@@ -55,6 +61,8 @@ class MprisPlayers final : public QObject, public PlayerControl {
   MprisNames names_;
   PlayerIdentities identities_;
   std::unique_ptr<DBusSignalRelay> ownerRelay_;
+  QFileSystemWatcher defaultsWatcher_;
+  std::function<void()> changed_;
 };
 
 }  // namespace wh::platform
