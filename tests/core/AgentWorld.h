@@ -43,7 +43,8 @@ class AgentWorld : public testing::Test {
                 if (done) done(WriteAnswer::accept());
               });
             },
-            [](OutputSwitcher::DeviceID) { return std::string("Sleep Buds"); }};
+            [](OutputSwitcher::DeviceID) { return std::string("Sleep Buds"); },
+            {}};  // no device list reports: the poll finds the output
   }
 
   VirtualRuntime rt;

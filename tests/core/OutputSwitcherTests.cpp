@@ -24,7 +24,8 @@ class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
   static constexpr const char* buds = "aa-bb-cc-dd-ee-ff";
 
   // Events: "begin"/"cancel" for the headphones; "+S": S seconds pass; "present": their output
-  // appears; "current": it is the default; "away": the default moves to the built-in output;
+  // appears unreported; "appears": it appears and the device list reports it; "changed": the list
+  // reports another device; "current": it is the default; "away": the default moves to the built-in output;
   // "none": there is no default; "fails"/"works": setting the default; "repair=hold|fail": what a
   // reconnect does (none is offered otherwise); "reconnected": a held reconnect succeeds.
   void play(const std::string& script) {
@@ -36,8 +37,9 @@ class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
         switcher.begin("AA:BB:CC:DD:EE:FF");
       } else if (event == "cancel") {
         switcher.cancel(buds);
-      } else if (event == "present") {
-        present = true;
+      } else if (event == "present" || event == "appears" || event == "changed") {
+        present = present || event != "changed";
+        if (event != "present" && devicesChanged) devicesChanged();
       } else if (event == "current" || event == "away") {
         defaultOutput = event == "current" ? 7u : 1u;
       } else if (event == "none") {
@@ -66,6 +68,7 @@ class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
   std::string sets;
   int repairs = 0;
   std::function<void(bool)> pending;
+  std::function<void()> devicesChanged;  // while the switcher watches the device list
   OutputSwitcher switcher{rt, {[this](const std::string& address) -> std::optional<OutputSwitcher::DeviceID> {
                                  return present && address == buds ? std::optional(7u) : std::nullopt;
                                },
@@ -77,7 +80,11 @@ class OutputSwitcherTest : public testing::TestWithParam<Scenario> {
                                    if (done) done(works ? WriteAnswer::accept() : WriteAnswer::refuse("Access denied"));
                                  });
                                },
-                               [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); }}};
+                               [](OutputSwitcher::DeviceID id) { return id == 7 ? std::string("Sleep Buds") : std::to_string(id); },
+                               [this](std::function<void()> changed) -> std::shared_ptr<void> {
+                                 devicesChanged = std::move(changed);
+                                 return std::shared_ptr<void>(nullptr, [this](void*) { devicesChanged = nullptr; });
+                               }}};
 };
 
 TEST_P(OutputSwitcherTest, Scenario) {
@@ -98,6 +105,14 @@ INSTANTIATE_TEST_SUITE_P(Switching, OutputSwitcherTest, testing::Values(
     Scenario{"begin +7.5", "sets: repairs:0 repairing:0 lines:0"},
     Scenario{"begin +7.5 present +0.25", "sets:7 repairs:0 repairing:0 lines:0"},
     Scenario{"begin +7.5 present +0.35", "sets:7 repairs:0 repairing:0 lines:1", setLine},
+    // The device list's report moves the sound at once, and only while a wait is on; the poll
+    // that follows finds nothing left to do.
+    Scenario{"begin +0.1 appears", "sets:7 repairs:0 repairing:0 lines:0"},
+    Scenario{"begin +0.1 changed +0.1 changed", "sets: repairs:0 repairing:0 lines:0"},
+    Scenario{"begin +0.1 appears +0.1 away +0.5", "sets:7 repairs:0 repairing:0 lines:1", setLine},
+    Scenario{"begin cancel appears +10", "sets: repairs:0 repairing:0 lines:0"},
+    Scenario{"begin +9 appears", "sets: repairs:0 repairing:0 lines:1", gaveUp},
+    Scenario{"repair=hold begin +8 appears reconnected", "sets:7 repairs:1 repairing:0 lines:1", repairLine},
     // Still missing at eight seconds: one repair, a fresh wait after it, then giving up for good.
     Scenario{"repair=hold begin +7.99", "sets: repairs:0 repairing:0 lines:0"},
     Scenario{"repair=hold begin +8", "sets: repairs:1 repairing:1 lines:1", repairLine},

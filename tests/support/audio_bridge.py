@@ -16,10 +16,12 @@ def appear(address, path):
     name = bus.get_object("org.bluez", path).Get("org.bluez.Device1", "Alias", dbus_interface=dbus.PROPERTIES_IFACE)
     under = address.replace(":", "_")
     sink = ("sink_properties='device.description=\"%s\" device.api=bluez5 api.bluez5.address=%s'" % (name, address))
-    modules[address] = [subprocess.run(["pactl", "load-module", *args], capture_output=True, text=True).stdout.strip()
-                        for args in (["module-null-sink", "sink_name=bluez_output.%s.1" % under, "rate=44100", sink],
-                                     ["module-null-source", "source_name=bluez_input.%s.0" % under, "rate=16000"])]
-    print("appeared", address, "%.6f" % time.clock_gettime(time.CLOCK_MONOTONIC), flush=True)
+    load = lambda *args: subprocess.run(["pactl", "load-module", *args], capture_output=True, text=True).stdout.strip()
+    # The sink exists once its module is loaded: that moment is when the output appeared.
+    modules[address] = [load("module-null-sink", "sink_name=bluez_output.%s.1" % under, "rate=44100", sink)]
+    appeared = time.clock_gettime(time.CLOCK_MONOTONIC)
+    modules[address].append(load("module-null-source", "source_name=bluez_input.%s.0" % under, "rate=16000"))
+    print("appeared", address, "%.6f" % appeared, flush=True)
     return False
 
 def changed(interface, properties, invalidated, path=None):

@@ -18,6 +18,9 @@ OutputSwitcher::Audio OutputSwitcher::Audio::live(AudioHardware& hardware) {
         if (auto device = AudioDevice::read(hardware, id)) return device->name;
         return std::to_string(id);
       },
+      [&hardware](std::function<void()> changed) -> std::shared_ptr<void> {
+        return std::make_shared<CA::Listener>(hardware, audioSystemObject, AudioProperty::devices, std::move(changed));
+      },
   };
 }
 
@@ -31,7 +34,10 @@ bool OutputSwitcher::current(const std::string& address, int generation) const {
 void OutputSwitcher::begin(const std::string& rawAddress) {
   const std::string address = normalizeAddress(rawAddress);
   const int generation = ++generation_[address];
-  wait(address, generation, runtime_.clock().now());
+  waiting_[address] = {generation, runtime_.clock().now()};
+  // Registered once and kept: a report while nothing waits costs a map lookup.
+  if (!watching_ && audio_.watch) watching_ = audio_.watch(lifetime_.guard([this] { devicesChanged(); }));
+  poll(address, generation);
 }
 
 void OutputSwitcher::cancel(const std::string& rawAddress) {
@@ -39,23 +45,34 @@ void OutputSwitcher::cancel(const std::string& rawAddress) {
   // The repair's own disconnect must not end the repair.
   if (repairing_.count(address) > 0) return;
   ++generation_[address];
+  waiting_.erase(address);
 }
 
-void OutputSwitcher::wait(const std::string& address, int generation, double started) {
-  if (!current(address, generation)) return;
-  if (const auto id = audio_.find(address)) {
-    apply(*id);
-    for (double delay : {firstRecheck, secondRecheck}) {
-      runtime_.main().after(delay, lifetime_.guard([this, address, generation] { recheck(address, generation); }));
-    }
+void OutputSwitcher::devicesChanged() {
+  const auto waiting = waiting_;  // `found` ends waits
+  for (const auto& [address, wait] : waiting) found(address, wait.generation);
+}
+
+bool OutputSwitcher::found(const std::string& address, int generation) {
+  const auto id = audio_.find(address);
+  if (!id) return false;
+  waiting_.erase(address);
+  apply(*id);
+  for (double delay : {firstRecheck, secondRecheck}) {
+    runtime_.main().after(delay, lifetime_.guard([this, address, generation] { recheck(address, generation); }));
+  }
+  return true;
+}
+
+void OutputSwitcher::poll(const std::string& address, int generation) {
+  const auto waiting = waiting_.find(address);
+  if (waiting == waiting_.end() || waiting->second.generation != generation) return;
+  if (found(address, generation)) return;
+  if (runtime_.clock().now() - waiting->second.started < giveUpAfter) {
+    runtime_.main().after(pollEvery, lifetime_.guard([this, address, generation] { poll(address, generation); }));
     return;
   }
-  if (runtime_.clock().now() - started < giveUpAfter) {
-    runtime_.main().after(pollEvery, lifetime_.guard([this, address, generation, started] {
-      wait(address, generation, started);
-    }));
-    return;
-  }
+  waiting_.erase(waiting);
   if (repairUsed.count(address) == 0 && reconnect) {
     repairUsed.insert(address);
     repairing_.insert(address);
