@@ -72,6 +72,11 @@ TEST(HotkeyRecorder, EscapeCancelsModifierlessKeysEarnAHintOthersAreTakenAndASec
   panel.handlers.closed();
   panel.handlers.closed();
   EXPECT_EQ(results, (std::vector<std::string>{"⌃⇧F5", "cancelled", "cancelled", "cancelled"}));
+
+  layout.limit = "keys reach only X11 windows";  // what keeps the keys from working is said at once
+  panel.hint.clear();
+  recorder.record("Sleep Buds", keep);
+  EXPECT_EQ(panel.hint, "keys reach only X11 windows");
 }
 
 }  // namespace

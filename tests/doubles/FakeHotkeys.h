@@ -15,7 +15,10 @@ struct FakeHotkeyService final : HotkeyService, KeyboardLayout {
   Pressed pressed;
   Handle nextHandle = 100;
 
+  std::optional<std::string> limit;  // what the service says keeps its keys from working everywhere
+
   std::optional<std::string> unavailableReason() const override { return std::nullopt; }
+  std::optional<std::string> limitation() const override { return limit; }
   void installHandler(Pressed handler) override { pressed = std::move(handler); }
   Registration registerKey(const HotkeyCombo& combo, std::uint32_t signature, std::uint32_t id) override {
     if (combo.keyCode > 127 || signature != Hotkeys::signature) return {std::nullopt, unknownKey};

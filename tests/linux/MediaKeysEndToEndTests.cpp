@@ -7,6 +7,8 @@
 #include <thread>
 
 #include "QtLoop.h"
+#include "core/texts/PlatformTexts.h"
+#include "platform/linux/app/SystemInfo.h"
 #include "platform/linux/mediakeys/X11KeyGrab.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
@@ -97,6 +99,36 @@ TEST(MediaKeysEndToEnd, KeysGoToThePlayerThatPlayedLastAHeldNextSeeksAndPlayWith
   EXPECT_TRUE(test::eventually([&] {  // the idle-play panel is on the screen
     return test::runCommand({"xdotool", "search", "--onlyvisible", "--name", "Nothing is playing"}, {{"DISPLAY", display.name}}).status == 0;
   })) << home.log();
+}
+
+// A Wayland session whose X11 display is XWayland: its grabs miss keys typed into Wayland windows,
+// so they are not key access, and the agent and its diagnostics say so.
+TEST(MediaKeysEndToEnd, OnWaylandXWaylandGrabsAreNoKeyAccessAndTheDiagnosticsSaySo) {
+  test::DBusDaemon bus;
+  test::XvfbDisplay display;
+  REQUIRE_RIG(bus.available() && display.available, "no bus or Xvfb with xdotool");
+  test::AgentHome home;
+  home.writeSettings({{"mediaKeys.enabled", true}});
+  auto environment = home.environment();
+  environment["DBUS_SESSION_BUS_ADDRESS"] = bus.address();
+  environment["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=/nonexistent";
+  environment["DISPLAY"] = display.name;
+  environment["WAYLAND_DISPLAY"] = "wayland-wrenhaven-test";  // named only: the agent draws on X11
+  environment["QT_QPA_PLATFORM"] = "xcb";
+  environment["ASAN_OPTIONS"] = std::string(std::getenv("ASAN_OPTIONS") ? std::getenv("ASAN_OPTIONS") : "") + ":strict_string_checks=0";
+  const bool devices = platform::inputAccessGranted();  // the kernel's devices work on any session
+  const auto diagnose = test::runCommand({WRENHAVEN_AGENT_PATH, "--diagnose"}, environment);
+  EXPECT_NE(diagnose.output.find(texts::kHotkeysXWaylandOnly), std::string::npos) << diagnose.output;
+  EXPECT_EQ(diagnose.output.find(texts::kMediaKeysNotOnXWayland) != std::string::npos, !devices) << diagnose.output;
+
+  std::string failure;
+  auto agent = home.launch(environment, failure);
+  ASSERT_TRUE(agent) << failure;
+  const std::string expected = devices ? "running" : "needsAccessibility";
+  EXPECT_TRUE(test::eventually([&] { return home.status("agent.mediaKeys") == expected; })) << home.log();
+  for (const char* said : {texts::kHotkeysXWaylandOnly, texts::kMediaKeysNotOnXWayland}) {
+    EXPECT_NE(home.log().find(said), std::string::npos) << said << "\n" << home.log();
+  }
 }
 
 }  // namespace

@@ -14,6 +14,7 @@ ChildProcess::Environment AgentHome::environment(ChildProcess::Environment base)
   base["XDG_STATE_HOME"] = (path() / "state").string();
   base["DISPLAY"] = std::nullopt;
   base["WAYLAND_DISPLAY"] = std::nullopt;
+  base["XDG_SESSION_TYPE"] = std::nullopt;  // the session is whatever the test makes
   base["QT_QPA_PLATFORM"] = std::nullopt;
   base["XCTestConfigurationFilePath"] = std::nullopt;
   return base;

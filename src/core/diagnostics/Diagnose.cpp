@@ -112,7 +112,9 @@ std::string Diagnose::text() const {
     }
   }
   lines.push_back(texts::accessibilityLine(sources_.inputAccess));
-  if (sources_.hotkeysProblem) lines.push_back(*sources_.hotkeysProblem);
+  for (const auto* problem : {&sources_.mediaKeysProblem, &sources_.hotkeysProblem}) {
+    if (*problem) lines.push_back(**problem);
+  }
   return join(lines);
 }
 

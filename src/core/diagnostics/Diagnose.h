@@ -39,6 +39,8 @@ class Diagnose {
     texts::InputAccess inputAccess;
     // Why global hotkeys cannot work in this session; nothing when they can.
     std::optional<std::string> hotkeysProblem;
+    // Why the media keys cannot be read in this session; nothing when they can.
+    std::optional<std::string> mediaKeysProblem;
   };
 
   explicit Diagnose(Sources sources) : sources_(std::move(sources)) {}

@@ -16,7 +16,11 @@ void HotkeyRecorder::record(const std::string& name, Completion completion) {
                        if (current()) finish(std::nullopt, false);
                      }});
   if (ports_.service != nullptr) {
-    if (auto reason = ports_.service->unavailableReason()) ports_.panel.setHint(*reason);
+    if (auto reason = ports_.service->unavailableReason()) {
+      ports_.panel.setHint(*reason);
+    } else if (auto limit = ports_.service->limitation()) {
+      ports_.panel.setHint(*limit);
+    }
   }
 }
 

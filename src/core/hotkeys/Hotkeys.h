@@ -28,6 +28,8 @@ class HotkeyService {
   virtual ~HotkeyService() = default;
   // Why no key can be registered in this session; nothing when keys can be.
   virtual std::optional<std::string> unavailableReason() const = 0;
+  // What keeps registered keys from working everywhere in this session; nothing when they do.
+  virtual std::optional<std::string> limitation() const = 0;
   // Reports presses of registered keys on the main thread from now on (an empty handler: no more).
   virtual void installHandler(Pressed pressed) = 0;
   virtual Registration registerKey(const HotkeyCombo& combo, std::uint32_t signature, std::uint32_t id) = 0;

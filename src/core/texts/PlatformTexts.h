@@ -11,6 +11,11 @@ namespace wh::texts {
 // Why global hotkeys are off: they are X11 key grabs.
 inline constexpr const char* kHotkeysNeedX11 = "hotkeys are off: this Wayland session has no X11 display";
 inline constexpr const char* kHotkeysNoDisplay = "hotkeys are off: no X11 display";
+// On Wayland the X11 display is XWayland, whose grabs see only keys typed into X11 windows.
+inline constexpr const char* kHotkeysXWaylandOnly =
+    "hotkeys work only while an X11 window is focused: on Wayland, X11 key grabs see only X11 windows";
+inline constexpr const char* kMediaKeysNotOnXWayland =
+    "media keys need the input devices on Wayland: X11 key grabs there see only X11 windows";
 inline constexpr const char* kNoBuiltInMicrophone = "This computer has no built-in microphone";
 
 // Logged when the user asks for Bluetooth access that the system refuses: on Linux the system bus

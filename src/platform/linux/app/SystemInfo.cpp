@@ -1,5 +1,8 @@
 #include "platform/linux/app/SystemInfo.h"
 
+#include <cstdlib>
+#include <string_view>
+
 #include <unistd.h>
 
 #include <filesystem>
@@ -10,6 +13,12 @@
 #include "core/texts/PlatformTexts.h"
 
 namespace wh::platform {
+
+bool waylandSession() {
+  const char* display = std::getenv("WAYLAND_DISPLAY");
+  const char* type = std::getenv("XDG_SESSION_TYPE");
+  return (display && *display) || (type && std::string_view(type) == "wayland");
+}
 
 std::string systemVersion() {
   for (const char* path : {"/etc/os-release", "/usr/lib/os-release"}) {

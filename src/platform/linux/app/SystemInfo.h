@@ -18,4 +18,8 @@ texts::InputAccess inputAccess(const std::filesystem::path& sysClassInput = "/sy
                                const std::filesystem::path& dev = "/dev");
 inline bool inputAccessGranted() { return inputAccess().trusted(); }
 
+// Whether this is a Wayland session ($WAYLAND_DISPLAY set, or $XDG_SESSION_TYPE "wayland"): its
+// X11 display, if any, is XWayland, whose key grabs see only keys typed into X11 windows.
+bool waylandSession();
+
 }  // namespace wh::platform

@@ -8,6 +8,7 @@
 
 #include "core/log/Log.h"
 #include "core/texts/PlatformTexts.h"
+#include "platform/linux/app/SystemInfo.h"
 
 namespace wh::platform {
 namespace {
@@ -100,6 +101,11 @@ std::optional<std::string> X11Hotkeys::sessionProblem(const char* display) {
   return std::getenv("WAYLAND_DISPLAY") ? texts::kHotkeysNeedX11 : texts::kHotkeysNoDisplay;
 }
 
+std::optional<std::string> X11Hotkeys::sessionLimitation() {
+  if (waylandSession()) return texts::kHotkeysXWaylandOnly;
+  return std::nullopt;
+}
+
 X11Hotkeys::X11Hotkeys(const char* display) {
   const char* name = display ? display : std::getenv("DISPLAY");
   if ((reason_ = sessionProblem(display))) {
@@ -114,6 +120,7 @@ X11Hotkeys::X11Hotkeys(const char* display) {
     Log::info(*reason_);
     return;
   }
+  if ((limitation_ = sessionLimitation())) Log::info(*limitation_);
   root_ = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
   symbols_ = xcb_key_symbols_alloc(connection_);
   // Num Lock's modifier bit, wherever the keyboard map put it.

@@ -32,8 +32,11 @@ class X11Hotkeys final : public HotkeyService, public KeyboardLayout {
   static std::optional<std::uint32_t> storedKeyCode(std::uint32_t keySymbol);
   // Why this session has no X display to grab keys on (Wayland without X11, none at all).
   static std::optional<std::string> sessionProblem(const char* display = nullptr);
+  // What keeps the grabs from seeing every key in this session (XWayland sees only X11 windows).
+  static std::optional<std::string> sessionLimitation();
 
   std::optional<std::string> unavailableReason() const override { return reason_; }
+  std::optional<std::string> limitation() const override { return limitation_; }
   void installHandler(Pressed pressed) override { pressed_ = std::move(pressed); }
   Registration registerKey(const HotkeyCombo& combo, std::uint32_t signature, std::uint32_t id) override;
   void unregisterKey(Handle handle) override;
@@ -55,7 +58,7 @@ class X11Hotkeys final : public HotkeyService, public KeyboardLayout {
   xcb_window_t root_ = 0;
   _XCBKeySymbols* symbols_ = nullptr;
   std::uint16_t numLock_ = 0;
-  std::optional<std::string> reason_;
+  std::optional<std::string> reason_, limitation_;
   Pressed pressed_;
   std::map<Handle, Grab> grabs_;
   Handle nextHandle_ = 1;

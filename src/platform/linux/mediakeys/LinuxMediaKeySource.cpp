@@ -16,9 +16,22 @@ bool hasX11Display() {
   return display && *display;
 }
 
+// On Wayland the X11 display is XWayland: grabs there miss every key typed into a Wayland window,
+// so they are no access at all.
+bool x11GrabsSeeEveryKey() { return hasX11Display() && !waylandSession(); }
+
 }  // namespace
 
-bool LinuxMediaKeySource::accessGranted() const { return inputAccessGranted() || hasX11Display(); }
+LinuxMediaKeySource::LinuxMediaKeySource(MainQueue& main) : main_(main) {
+  if (waylandSession()) Log::info(texts::kMediaKeysNotOnXWayland);
+}
+
+std::optional<std::string> LinuxMediaKeySource::sessionProblem() {
+  if (waylandSession() && !inputAccessGranted()) return texts::kMediaKeysNotOnXWayland;
+  return std::nullopt;
+}
+
+bool LinuxMediaKeySource::accessGranted() const { return inputAccessGranted() || x11GrabsSeeEveryKey(); }
 
 std::unique_ptr<KeyCapture> LinuxMediaKeySource::start(Handler handler) {
   if (inputAccessGranted()) {
@@ -31,7 +44,7 @@ std::unique_ptr<KeyCapture> LinuxMediaKeySource::start(Handler handler) {
     devicesRefused_ = refused;
     if (!refused) return capture;
   }
-  if (hasX11Display()) return X11KeyGrab::start(std::move(handler), nullptr, heldElsewhere_);
+  if (x11GrabsSeeEveryKey()) return X11KeyGrab::start(std::move(handler), nullptr, heldElsewhere_);
   return nullptr;
 }
 

@@ -3,6 +3,7 @@
 #include "core/quality/CallDetector.h"
 #include "platform/linux/app/SystemInfo.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
+#include "platform/linux/mediakeys/LinuxMediaKeySource.h"
 
 namespace wh::platform {
 
@@ -16,6 +17,8 @@ Diagnose::Sources diagnoseSources(const BuildInfo& build, Settings& settings, In
   sources.batteryEntries = [&batteries] { return batteries.readLive(); };
   sources.inputAccess = inputAccess();
   sources.hotkeysProblem = X11Hotkeys::sessionProblem();
+  if (!sources.hotkeysProblem) sources.hotkeysProblem = X11Hotkeys::sessionLimitation();
+  sources.mediaKeysProblem = LinuxMediaKeySource::sessionProblem();
   return sources;
 }
 
