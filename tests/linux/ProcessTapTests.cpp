@@ -2,6 +2,7 @@
 // the speakers; the level is measured at their monitor and pactl shows where the streams are.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <sstream>
 
@@ -15,6 +16,7 @@
 namespace wh::platform {
 namespace {
 
+using namespace std::chrono_literals;
 using test::PulseRig;
 using Mode = ProcessTap::Mode;
 
@@ -36,6 +38,28 @@ class ProcessTapTest : public testing::TestWithParam<test::SoundServer> {
     for (const auto& [index, name] : sinks) out += name.starts_with(PulseProcessTaps::sinkPrefix) ? "+tap" : "";
     return out;
   }
+  // The audio process object of a client program, once the hardware layer lists it.
+  static AudioObjectID processOf(PulseAudioHardware& hardware, const test::ChildProcess& program) {
+    AudioObjectID process = 0;
+    test::eventually([&] {
+      for (auto id : hardware.processObjects()) process = hardware.processPID(id) == program.pid() ? id : process;
+      return process != 0;
+    });
+    return process;
+  }
+  // A sink as `pactl list sinks` shows it to clients: its "Flags:" line and its properties.
+  std::string sinkListing(const std::string& prefix) const {
+    std::istringstream lines(rig.pactl({"list", "sinks"}).output);
+    std::string listing;
+    bool inside = false;
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with("Sink #")) inside = false;
+      if (line.find("Name: " + prefix) != line.npos) inside = true;
+      const bool wanted = line.find("Flags:") != line.npos || line.find("node.virtual") != line.npos;
+      if (inside && wanted) listing += line.substr(line.find_first_not_of(" \t")) + "\n";
+    }
+    return listing;
+  }
 };
 
 TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNothing) {
@@ -45,17 +69,14 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   PulseProcessTaps taps(hardware, {.server = rig.server()});
   auto tone = rig.client({"--tone"});
   ASSERT_TRUE(tone);
-  AudioObjectID process = 0;
-  ASSERT_TRUE(test::eventually([&] {
-    for (auto id : hardware.processObjects()) process = hardware.processPID(id) == tone->pid() ? id : process;
-    return process != 0;
-  }));
+  const AudioObjectID process = processOf(hardware, *tone);
+  ASSERT_NE(process, 0U);
   const std::uint32_t client = *hardware.clientServerIndex(process);
   const std::string speakers = PulseRig::laptopSpeakers;
   const double full = rig.level(speakers);
   ASSERT_GT(full, -20) << "the tone plays";
   const auto build = [&](Mode mode, std::optional<std::string> output) {
-    return taps.build({"org.example.Player", {process}, mode, std::move(output), 0.5F});
+    return taps.build({"org.example.Player", {process}, mode, std::move(output), 0.5F, {}});
   };
 
   EXPECT_EQ(std::get<ProcessTap::Failure>(build(Mode::gain, std::nullopt)),
@@ -86,6 +107,61 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   EXPECT_GT(rig.level(speakers), -60);
   next->stop();
   EXPECT_EQ(placement(client), "alsa_ alsa_ ");
+}
+
+// A stream that something keeps moving back to the speakers, and one that may not be moved at all:
+// each tap says once that it cannot keep the app's sound, and leaves that stream where it is. The
+// tap's sink is listed to clients as no hardware output, marked virtual.
+TEST_P(ProcessTapTest, SaysWhenItCannotKeepAStreamAndIsNoOutputForOthers) {
+  REQUIRE_RIG(rig.available(), rig.whyNot());
+  PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
+  ASSERT_TRUE(hardware.waitUntilReady(10));
+  PulseProcessTaps taps(hardware, {.server = rig.server()});
+  const std::string speakers = PulseRig::laptopSpeakers;
+  std::atomic<int> lost{0};
+  const auto build = [&](AudioObjectID process) {
+    return std::get<std::shared_ptr<ProcessTap>>(
+        taps.build({"org.example.Player", {process}, Mode::mute, speakers, 1.0F, [&] { ++lost; }}));
+  };
+
+  auto tone = rig.client({"--tone"});
+  ASSERT_TRUE(tone);
+  const AudioObjectID process = processOf(hardware, *tone);
+  ASSERT_NE(process, 0U);
+  const std::uint32_t client = *hardware.clientServerIndex(process);
+  auto tap = build(process);
+  ASSERT_EQ(placement(client), "wrenh +tap");
+  const std::string listing = sinkListing(PulseProcessTaps::sinkPrefix);
+  EXPECT_TRUE(listing.starts_with("Flags:") && listing.find("HARDWARE") == listing.npos &&
+              listing.ends_with("node.virtual = \"true\"\n"))
+      << listing;
+  if (GetParam() == test::SoundServer::pipeWire) {
+    EXPECT_NE(sinkListing(speakers).find("HARDWARE"), std::string::npos) << "a real output keeps the flag";
+  }
+
+  {
+    test::ChildProcess mover({"sh", "-c",
+                              "while :; do pactl list short sink-inputs | while read -r input sink owner rest; do "
+                              "[ \"$owner\" = " + std::to_string(client) + " ] && pactl move-sink-input \"$input\" " +
+                                  speakers + "; done; sleep 0.3; done"},
+                             rig.clientEnvironment());
+    EXPECT_TRUE(test::eventually([&] { return lost > 0; }, 60s)) << placement(client);
+  }
+  EXPECT_EQ(lost, 1);
+  EXPECT_EQ(placement(client), "alsa_ +tap") << "left where it was taken";
+  tap->stop();
+  tone.reset();
+
+  lost = 0;
+  auto fixed = rig.client({"--tone", "--dont-move"});
+  ASSERT_TRUE(fixed);
+  const AudioObjectID fixedProcess = processOf(hardware, *fixed);
+  ASSERT_NE(fixedProcess, 0U);
+  tap = build(fixedProcess);
+  EXPECT_EQ(lost, 1) << "told while it was built";
+  EXPECT_EQ(placement(*hardware.clientServerIndex(fixedProcess)), "alsa_ +tap");
+  EXPECT_GT(rig.level(speakers), -20) << "it plays on";
+  tap->stop();
 }
 
 INSTANTIATE_TEST_SUITE_P(S, ProcessTapTest, test::bothSoundServers(), test::soundServerTestName);
