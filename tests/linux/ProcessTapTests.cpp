@@ -109,9 +109,10 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   EXPECT_EQ(placement(client), "alsa_ alsa_ ");
 }
 
-// A stream that something keeps moving back to the speakers, and one that may not be moved at all:
-// each tap says once that it cannot keep the app's sound, and leaves that stream where it is. The
-// tap's sink is listed to clients as no hardware output, marked virtual.
+// A player that chose the speakers itself stays on the tap when the default output changes (the
+// tap's move replaced its target). When something keeps moving it back to the speakers, and for a
+// stream that may not be moved at all, the tap says once that it cannot keep the app's sound and
+// leaves that stream where it is. The tap's sink is listed to clients as no hardware output.
 TEST_P(ProcessTapTest, SaysWhenItCannotKeepAStreamAndIsNoOutputForOthers) {
   REQUIRE_RIG(rig.available(), rig.whyNot());
   PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
@@ -124,13 +125,16 @@ TEST_P(ProcessTapTest, SaysWhenItCannotKeepAStreamAndIsNoOutputForOthers) {
         taps.build({"org.example.Player", {process}, Mode::mute, speakers, 1.0F, [&] { ++lost; }}));
   };
 
-  auto tone = rig.client({"--tone"});
-  ASSERT_TRUE(tone);
-  const AudioObjectID process = processOf(hardware, *tone);
+  auto player = std::make_unique<test::ChildProcess>(std::vector<std::string>{"pacat", "-d", speakers, "/dev/zero"},
+                                                     rig.clientEnvironment());
+  const AudioObjectID process = processOf(hardware, *player);
   ASSERT_NE(process, 0U);
   const std::uint32_t client = *hardware.clientServerIndex(process);
   auto tap = build(process);
   ASSERT_EQ(placement(client), "wrenh +tap");
+  rig.pactl({"set-default-sink", rig.nodeName(PulseRig::headphonesOutput)});
+  EXPECT_FALSE(test::eventually([&] { return placement(client) != "wrenh +tap"; }, 2s)) << placement(client);
+  rig.pactl({"set-default-sink", speakers});
   const std::string listing = sinkListing(PulseProcessTaps::sinkPrefix);
   EXPECT_TRUE(listing.starts_with("Flags:") && listing.find("HARDWARE") == listing.npos &&
               listing.ends_with("node.virtual = \"true\"\n"))
@@ -150,7 +154,7 @@ TEST_P(ProcessTapTest, SaysWhenItCannotKeepAStreamAndIsNoOutputForOthers) {
   EXPECT_EQ(lost, 1);
   EXPECT_EQ(placement(client), "alsa_ +tap") << "left where it was taken";
   tap->stop();
-  tone.reset();
+  player.reset();
 
   lost = 0;
   auto fixed = rig.client({"--tone", "--dont-move"});
