@@ -2,7 +2,8 @@
 // with real sound measured at the output's monitor: half the gain, a new default output, mute
 // through the settings program's "reload", and the sound given back after the agent was killed;
 // then the output device unplugged, the server restarted and an app gone while its tap is built;
-// and each stop signal giving a muted app its sound back as Quit does.
+// a stream that something keeps moving away, reported; and each stop signal giving a muted app its
+// sound back as Quit does.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -124,6 +125,32 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
   // A muted app keeps its tap for 20 s after its last stream, for a stream that comes back.
   EXPECT_TRUE(test::eventually([&] { return tapTraces().empty(); }, 45s)) << tapTraces() << home.log();
   EXPECT_TRUE(test::eventually([&] { return home.status("agent.taps") == nlohmann::json::object(); })) << home.log();
+}
+
+// Something keeps moving a muted app's stream back to the speakers: the agent lets it go and says
+// so in its status (the panel's "Volume by app stopped"); once the mover has gone, trying again
+// (the settings program's "reload") mutes the app again and the problem is over.
+TEST_P(AppVolumeEndToEndTest, AStreamKeptFromItsTapIsReportedAndTryingAgainTakesItBack) {
+  REQUIRE_RIG(pulse.available(), pulse.whyNot());
+  REQUIRE_RIG(bus.available(), bus.whyNot());
+  const std::string speakers = PulseRig::laptopSpeakers;
+  auto tone = playTone();
+  ASSERT_TRUE(tone);
+  const double full = pulse.level(speakers);
+  ASSERT_GT(full, -20) << "the tone plays";
+  launch(R"({"org.example.Tone":{"gain":1,"muted":true}})");
+  ASSERT_LT(pulse.level(speakers, -200), -60) << "muted: " << home.log();
+
+  auto mover = pulse.keepMovingStreams(speakers);
+  EXPECT_TRUE(test::eventually(
+      [&] { return home.status("agent.volumeProblem") == "Could not change the volume of Tone"; }, 60s))
+      << home.log();
+  EXPECT_NEAR(pulse.level(speakers, full), full, 0.5) << "it plays, as the status says";
+  mover.reset();
+
+  ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
+  EXPECT_LT(pulse.level(speakers, -200), -60) << "muted again: " << home.log();
+  EXPECT_TRUE(test::eventually([&] { return home.status("agent.volumeProblem") == ""; })) << home.log();
 }
 
 // A service manager's stop, Ctrl+C and a hang-up each end the agent as Quit does: status 0, the

@@ -144,11 +144,7 @@ TEST_P(ProcessTapTest, SaysWhenItCannotKeepAStreamAndIsNoOutputForOthers) {
   }
 
   {
-    test::ChildProcess mover({"sh", "-c",
-                              "while :; do pactl list short sink-inputs | while read -r input sink owner rest; do "
-                              "[ \"$owner\" = " + std::to_string(client) + " ] && pactl move-sink-input \"$input\" " +
-                                  speakers + "; done; sleep 0.3; done"},
-                             rig.clientEnvironment());
+    const auto mover = rig.keepMovingStreams(speakers, client);
     EXPECT_TRUE(test::eventually([&] { return lost > 0; }, 60s)) << placement(client);
   }
   EXPECT_EQ(lost, 1);
