@@ -27,6 +27,10 @@ using test::PulseRig;
 
 class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
  protected:
+  void SetUp() override {
+    REQUIRE_RIG(pulse.available(), pulse.whyNot());
+    REQUIRE_RIG(bus.available(), bus.whyNot());
+  }
   void launch(const char* volumes) {
     home.writeSettings({{"appVolumes", {{"$data", volumes}}}});
     auto environment = home.environment(pulse.clientEnvironment());
@@ -63,8 +67,6 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
 };
 
 TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAKilledAgent) {
-  REQUIRE_RIG(pulse.available(), pulse.whyNot());
-  REQUIRE_RIG(bus.available(), bus.whyNot());
   auto tone = playTone();
   ASSERT_TRUE(tone);
   const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
@@ -93,8 +95,6 @@ TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAK
 }
 
 TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneMidBuildLeavesNothing) {
-  REQUIRE_RIG(pulse.available(), pulse.whyNot());
-  REQUIRE_RIG(bus.available(), bus.whyNot());
   const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
   ASSERT_EQ(pulse.pactl({"set-default-sink", buds}).status, 0);
   auto tone = playTone();
@@ -131,8 +131,6 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
 // so in its status (the panel's "Volume by app stopped"); once the mover has gone, trying again
 // (the settings program's "reload") mutes the app again and the problem is over.
 TEST_P(AppVolumeEndToEndTest, AStreamKeptFromItsTapIsReportedAndTryingAgainTakesItBack) {
-  REQUIRE_RIG(pulse.available(), pulse.whyNot());
-  REQUIRE_RIG(bus.available(), bus.whyNot());
   const std::string speakers = PulseRig::laptopSpeakers;
   auto tone = playTone();
   ASSERT_TRUE(tone);
@@ -156,8 +154,6 @@ TEST_P(AppVolumeEndToEndTest, AStreamKeptFromItsTapIsReportedAndTryingAgainTakes
 // A service manager's stop, Ctrl+C and a hang-up each end the agent as Quit does: status 0, the
 // muted app's streams back on the output at full level, no tap sink left, the teardown logged.
 TEST_P(AppVolumeEndToEndTest, EachStopSignalGivesAMutedAppItsSoundBack) {
-  REQUIRE_RIG(pulse.available(), pulse.whyNot());
-  REQUIRE_RIG(bus.available(), bus.whyNot());
   const std::string speakers = PulseRig::laptopSpeakers;
   auto tone = playTone();
   ASSERT_TRUE(tone);
