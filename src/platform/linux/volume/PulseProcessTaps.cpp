@@ -396,11 +396,11 @@ void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
   if (recheck_ != nullptr) pa_context_rttime_restart(session_.context(), recheck_, pa_rtclock_now() + recheckDelay);
 }
 
-// The server would not move the stream to the tap's sink: one the application opened as not to be
-// moved (PulseAudio's PA_STREAM_DONT_MOVE; on PipeWire a node with `node.dont-reconnect`). A
-// stream that has gone meanwhile needs nothing.
+// A move that failed. Both servers answer PA_ERR_INVALID for a stream that may not be moved (one
+// opened with PA_STREAM_DONT_MOVE; on PipeWire a node with `node.dont-reconnect`): the tap cannot
+// have it. A stream that has gone meanwhile, or a server that did not answer in time, is no refusal.
 void PulseProcessTaps::Tap::refused(std::uint32_t input, int error) {
-  if (error == PA_ERR_NOENTITY) return;
+  if (error != PA_ERR_INVALID && error != PA_ERR_NOTSUPPORTED && error != PA_ERR_ACCESS) return;
   {
     std::lock_guard guard(sink_->mutex);
     sink_->moves[input].sent = maxMovesSent + 1;  // not tried again
