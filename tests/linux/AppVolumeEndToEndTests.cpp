@@ -128,27 +128,16 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
 }
 
 // Something keeps moving a muted app's stream back to the speakers: the agent lets it go and says
-// so in its status (the panel's "Volume by app stopped"); once the mover has gone, trying again
-// (the settings program's "reload") mutes the app again and the problem is over.
-TEST_P(AppVolumeEndToEndTest, AStreamKeptFromItsTapIsReportedAndTryingAgainTakesItBack) {
-  const std::string speakers = PulseRig::laptopSpeakers;
+// so in its status (the panel's "Volume by app stopped").
+TEST_P(AppVolumeEndToEndTest, AStreamKeptFromItsTapIsReported) {
   auto tone = playTone();
   ASSERT_TRUE(tone);
-  const double full = pulse.level(speakers);
-  ASSERT_GT(full, -20) << "the tone plays";
   launch(R"({"org.example.Tone":{"gain":1,"muted":true}})");
-  ASSERT_LT(pulse.level(speakers, -200), -60) << "muted: " << home.log();
-
-  auto mover = pulse.keepMovingStreams(speakers);
+  ASSERT_LT(pulse.level(PulseRig::laptopSpeakers, -200), -60) << "muted: " << home.log();
+  const auto mover = pulse.keepMovingStreams(PulseRig::laptopSpeakers);
   EXPECT_TRUE(test::eventually(
       [&] { return home.status("agent.volumeProblem") == "Could not change the volume of Tone"; }, 60s))
       << home.log();
-  EXPECT_NEAR(pulse.level(speakers, full), full, 0.5) << "it plays, as the status says";
-  mover.reset();
-
-  ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
-  EXPECT_LT(pulse.level(speakers, -200), -60) << "muted again: " << home.log();
-  EXPECT_TRUE(test::eventually([&] { return home.status("agent.volumeProblem") == ""; })) << home.log();
 }
 
 // A service manager's stop, Ctrl+C and a hang-up each end the agent as Quit does: status 0, the

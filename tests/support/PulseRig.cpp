@@ -208,12 +208,10 @@ std::string PulseRig::pactlLine(const std::vector<std::string>& arguments) const
   return output;
 }
 
-std::unique_ptr<ChildProcess> PulseRig::keepMovingStreams(const std::string& sink,
-                                                          std::optional<std::uint32_t> client) const {
-  const std::string owner = client ? std::to_string(*client) : std::string("\"$owner\"");
+std::unique_ptr<ChildProcess> PulseRig::keepMovingStreams(const std::string& sink) const {
   return run({"/bin/sh", "-c",
-              "while :; do pactl list short sink-inputs | while read -r input at owner rest; do [ \"$owner\" = " + owner +
-                  " ] && pactl move-sink-input \"$input\" " + sink + "; done; sleep 0.3; done"},
+              "while :; do for input in $(pactl list short sink-inputs | cut -f1); do pactl move-sink-input \"$input\" " +
+                  sink + "; done; sleep 0.3; done"},
              {});
 }
 
