@@ -111,7 +111,7 @@ void measure(test::SoundServer server, int seconds, double fillMargin) {
     return process != 0;
   });
   const double direct = onsetDelay(rig, *tone);
-  auto built = taps.build({"org.example.Tone", {process}, ProcessTap::Mode::gain, PulseRig::laptopSpeakers, 1.0F});
+  auto built = taps.build({"org.example.Tone", {process}, ProcessTap::Mode::gain, PulseRig::laptopSpeakers, 1.0F, {}});
   if (!std::holds_alternative<std::shared_ptr<ProcessTap>>(built)) {
     std::cout << serverName << ": the tap could not be built\n";
     return;

@@ -37,8 +37,9 @@ class VolumeControllerTest : public testing::TestWithParam<Scenario>, protected 
 
   // "a+"/"a-": the app's process plays/pauses ("a2+": its second process), "ax": it quits; "a=G":
   // setGain; "am": toggleMute; "+S": seconds pass; ".": the tap queue runs; "fail": the next build
-  // fails; "sig": the newest tap hears sound; "out": the default output moves to the buds; "retry";
-  // "stop": the agent quits.
+  // fails; "sig": the newest tap hears sound; "lost"/"lost0": the newest/first tap loses its hold;
+  // "loses": the next build loses it while being built; "out": the default output moves to the
+  // buds; "retry"; "stop": the agent quits.
   void play(const std::string& script) {
     std::istringstream events(script);
     for (std::string e; events >> e;) {
@@ -48,6 +49,9 @@ class VolumeControllerTest : public testing::TestWithParam<Scenario>, protected 
       else if (e[0] == '+') rt.advance(std::stod(e.substr(1)));
       else if (e == "fail") taps.failNext = ProcessTap::Failure{ProcessTap::Failure::Step::tap, 25};
       else if (e == "sig") taps.built.back()->box().markSignal();
+      else if (e == "lost") taps.built.back()->loseHold();
+      else if (e == "lost0") taps.built.front()->loseHold();
+      else if (e == "loses") taps.loseNext = true;
       else if (e == "retry") volume.retry();
       else if (e == "stop") volume.stop();
       else if (e[1] == '=') volume.setGain(app, std::stof(e.substr(2)));
@@ -82,7 +86,7 @@ TEST_P(VolumeControllerTest, Scenario) {
   std::string running, apps, problem = volume.problem().message();
   int stops = 0;
   for (const auto& tap : taps.built) {
-    const auto& [app, processes, mode, output, gain] = tap->request;
+    const auto& [app, processes, mode, output, gain, lostHold] = tap->request;
     stops += tap->stops;
     if (tap->stops == 0) running += (running.empty() ? "" : " ") + app + (mode == ProcessTap::Mode::gain ? ":gain:" : ":mute:") + output.value_or("-") +
                                     ":" + std::to_string(tap->box().gain()).substr(0, 3) + (processes.size() > 1 ? ":2" : "");
@@ -115,6 +119,10 @@ INSTANTIATE_TEST_SUITE_P(
         Scenario{"a- a=0.5 am . am a=1 a+ .", "", 1, 1},                               // full volume ends a delayed stop at once
         Scenario{"a+ fail a=0.5 .", "", 0, 0, "Could not change the volume of a"},
         Scenario{"a+ fail a=0.5 . retry .", "a:gain:speakers:0.5", 1, 0},
+        Scenario{"a+ a=0.5 . lost .", "a:gain:speakers:0.5", 1, 0, "Could not change the volume of a"},  // kept, told
+        Scenario{"a+ loses a=0.5 .", "a:gain:speakers:0.5", 1, 0, "Could not change the volume of a"},   // while built
+        Scenario{"a+ a=0.5 . lost . retry .", "a:gain:speakers:0.5", 2, 1},           // retry builds it anew
+        Scenario{"a+ a=0.5 . a=0 . lost0 .", "a:mute:speakers:0.0", 2, 1},            // a replaced tap's news is stale
         Scenario{"a+ a=0.5 . +4", "a:gain:speakers:0.5", 1, 0, "permission"},        // only zeros while playing
         Scenario{"a+ a=0.5 . a- +4", "a:gain:speakers:0.5", 1, 0},                   // paused: nothing concluded
         Scenario{"a+ a=0.5 . sig +4 a=1 . b+ b=0.5 . +4", "b:gain:speakers:0.5", 2, 1, "", "a b"},  // verified once

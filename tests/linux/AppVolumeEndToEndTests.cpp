@@ -2,7 +2,8 @@
 // with real sound measured at the output's monitor: half the gain, a new default output, mute
 // through the settings program's "reload", and the sound given back after the agent was killed;
 // then the output device unplugged, the server restarted and an app gone while its tap is built;
-// and each stop signal giving a muted app its sound back as Quit does.
+// a stream that something keeps moving away, reported; and each stop signal giving a muted app its
+// sound back as Quit does.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -26,6 +27,10 @@ using test::PulseRig;
 
 class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
  protected:
+  void SetUp() override {
+    REQUIRE_RIG(pulse.available(), pulse.whyNot());
+    REQUIRE_RIG(bus.available(), bus.whyNot());
+  }
   void launch(const char* volumes) {
     home.writeSettings({{"appVolumes", {{"$data", volumes}}}});
     auto environment = home.environment(pulse.clientEnvironment());
@@ -62,8 +67,6 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
 };
 
 TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAKilledAgent) {
-  REQUIRE_RIG(pulse.available(), pulse.whyNot());
-  REQUIRE_RIG(bus.available(), bus.whyNot());
   auto tone = playTone();
   ASSERT_TRUE(tone);
   const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
@@ -92,8 +95,6 @@ TEST_P(AppVolumeEndToEndTest, HalfGainFollowsTheOutputMutesOnReloadAndSurvivesAK
 }
 
 TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneMidBuildLeavesNothing) {
-  REQUIRE_RIG(pulse.available(), pulse.whyNot());
-  REQUIRE_RIG(bus.available(), bus.whyNot());
   const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
   ASSERT_EQ(pulse.pactl({"set-default-sink", buds}).status, 0);
   auto tone = playTone();
@@ -126,11 +127,22 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
   EXPECT_TRUE(test::eventually([&] { return home.status("agent.taps") == nlohmann::json::object(); })) << home.log();
 }
 
+// Something keeps moving a muted app's stream back to the speakers: the agent lets it go and says
+// so in its status (the panel's "Volume by app stopped").
+TEST_P(AppVolumeEndToEndTest, AStreamKeptFromItsTapIsReported) {
+  auto tone = playTone();
+  ASSERT_TRUE(tone);
+  launch(R"({"org.example.Tone":{"gain":1,"muted":true}})");
+  ASSERT_LT(pulse.level(PulseRig::laptopSpeakers, -200), -60) << "muted: " << home.log();
+  const auto mover = pulse.keepMovingStreams(PulseRig::laptopSpeakers);
+  EXPECT_TRUE(test::eventually(
+      [&] { return home.status("agent.volumeProblem") == "Could not change the volume of Tone"; }, 60s))
+      << home.log();
+}
+
 // A service manager's stop, Ctrl+C and a hang-up each end the agent as Quit does: status 0, the
 // muted app's streams back on the output at full level, no tap sink left, the teardown logged.
 TEST_P(AppVolumeEndToEndTest, EachStopSignalGivesAMutedAppItsSoundBack) {
-  REQUIRE_RIG(pulse.available(), pulse.whyNot());
-  REQUIRE_RIG(bus.available(), bus.whyNot());
   const std::string speakers = PulseRig::laptopSpeakers;
   auto tone = playTone();
   ASSERT_TRUE(tone);

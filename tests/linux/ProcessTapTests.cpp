@@ -2,6 +2,7 @@
 // the speakers; the level is measured at their monitor and pactl shows where the streams are.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <sstream>
 
@@ -36,6 +37,15 @@ class ProcessTapTest : public testing::TestWithParam<test::SoundServer> {
     for (const auto& [index, name] : sinks) out += name.starts_with(PulseProcessTaps::sinkPrefix) ? "+tap" : "";
     return out;
   }
+  // The audio process object of a client program, once the hardware layer lists it.
+  static AudioObjectID processOf(PulseAudioHardware& hardware, const test::ChildProcess& program) {
+    AudioObjectID process = 0;
+    test::eventually([&] {
+      for (auto id : hardware.processObjects()) process = hardware.processPID(id) == program.pid() ? id : process;
+      return process != 0;
+    });
+    return process;
+  }
 };
 
 TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNothing) {
@@ -45,17 +55,14 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   PulseProcessTaps taps(hardware, {.server = rig.server()});
   auto tone = rig.client({"--tone"});
   ASSERT_TRUE(tone);
-  AudioObjectID process = 0;
-  ASSERT_TRUE(test::eventually([&] {
-    for (auto id : hardware.processObjects()) process = hardware.processPID(id) == tone->pid() ? id : process;
-    return process != 0;
-  }));
+  const AudioObjectID process = processOf(hardware, *tone);
+  ASSERT_NE(process, 0U);
   const std::uint32_t client = *hardware.clientServerIndex(process);
   const std::string speakers = PulseRig::laptopSpeakers;
   const double full = rig.level(speakers);
   ASSERT_GT(full, -20) << "the tone plays";
   const auto build = [&](Mode mode, std::optional<std::string> output) {
-    return taps.build({"org.example.Player", {process}, mode, std::move(output), 0.5F});
+    return taps.build({"org.example.Player", {process}, mode, std::move(output), 0.5F, {}});
   };
 
   EXPECT_EQ(std::get<ProcessTap::Failure>(build(Mode::gain, std::nullopt)),
@@ -86,6 +93,32 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   EXPECT_GT(rig.level(speakers), -60);
   next->stop();
   EXPECT_EQ(placement(client), "alsa_ alsa_ ");
+}
+
+// A stream that may not be moved: the tap says once that it cannot keep the app's sound, and the
+// stream plays on. The tap's sink is listed to clients as no hardware output, marked virtual.
+TEST_P(ProcessTapTest, SaysWhenItCannotKeepAStreamAndIsNoOutputForOthers) {
+  REQUIRE_RIG(rig.available(), rig.whyNot());
+  PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
+  ASSERT_TRUE(hardware.waitUntilReady(10));
+  PulseProcessTaps taps(hardware, {.server = rig.server()});
+  auto fixed = rig.client({"--tone", "--dont-move"});
+  ASSERT_TRUE(fixed);
+  const AudioObjectID process = processOf(hardware, *fixed);
+  ASSERT_NE(process, 0U);
+  std::atomic<int> lost{0};
+  auto tap = std::get<std::shared_ptr<ProcessTap>>(
+      taps.build({"org.example.Player", {process}, Mode::mute, PulseRig::laptopSpeakers, 1.0F, [&] { ++lost; }}));
+  EXPECT_EQ(lost, 1);
+  EXPECT_EQ(placement(*hardware.clientServerIndex(process)), "alsa_ +tap");
+  EXPECT_GT(rig.level(PulseRig::laptopSpeakers), -20) << "it plays on";
+
+  std::string sink = rig.pactl({"list", "sinks"}).output;
+  sink = sink.substr(sink.find(std::string("Name: ") + PulseProcessTaps::sinkPrefix));
+  sink = sink.substr(0, sink.find("\nSink #"));
+  EXPECT_EQ(sink.substr(0, sink.find('\n', sink.find("Flags:"))).find("HARDWARE"), sink.npos) << sink;
+  EXPECT_NE(sink.find("node.virtual = \"true\""), sink.npos) << sink;
+  tap->stop();
 }
 
 INSTANTIATE_TEST_SUITE_P(S, ProcessTapTest, test::bothSoundServers(), test::soundServerTestName);

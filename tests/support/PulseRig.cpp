@@ -208,6 +208,13 @@ std::string PulseRig::pactlLine(const std::vector<std::string>& arguments) const
   return output;
 }
 
+std::unique_ptr<ChildProcess> PulseRig::keepMovingStreams(const std::string& sink) const {
+  return run({"/bin/sh", "-c",
+              "while :; do for input in $(pactl list short sink-inputs | cut -f1); do pactl move-sink-input \"$input\" " +
+                  sink + "; done; sleep 0.3; done"},
+             {});
+}
+
 std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& arguments,
                                                const std::string& properties) const {
   auto process = run(std::vector<std::string>{WRENHAVEN_PULSE_CLIENT_PATH} + arguments, properties);

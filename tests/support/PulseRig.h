@@ -69,6 +69,10 @@ class PulseRig {
   // three windows above -20 (a dropout on a loaded machine only lowers a window).
   double level(const std::string& sink, double wanted = 1) const;
 
+  // Something that will not let playback streams stay anywhere but on `sink`: it moves them all
+  // there every 0.3 s for as long as it lives.
+  std::unique_ptr<ChildProcess> keepMovingStreams(const std::string& sink) const;
+
   // Takes a device away as unplugging it would (false when it could not).
   bool removeDevice(const std::string& name) const;
 

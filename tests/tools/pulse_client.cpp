@@ -3,7 +3,8 @@
 // way level meters do (peak detection). Connects where PULSE_SERVER points (PULSE_PROP sets its
 // properties), prints "ready" once the stream is set up, exits 0 on SIGTERM and 1 on failure.
 // With --tone it plays a 1 kHz sine at half of full scale instead, and SIGHUP opens one more such stream;
-// each time a tone stream runs dry it prints "underflow" and the monotonic clock's seconds.
+// each time a tone stream runs dry it prints "underflow" and the monotonic clock's seconds. With
+// --dont-move after --tone its streams may not be moved to another sink.
 #include <pulse/pulseaudio.h>
 
 #include <cmath>
@@ -20,6 +21,7 @@ struct Client {
   pa_stream* stream = nullptr;
   bool peak = false;
   bool tone = false;
+  bool dontMove = false;
   pa_context* context = nullptr;
   long phases[8] = {};  // one per tone stream
   int streams = 0;
@@ -72,8 +74,9 @@ void openStream(pa_context* context, Client& client) {
       pa_stream_write(stream, silence.data(), bytes, nullptr, 0, PA_SEEK_RELATIVE);
     }, nullptr);
     const pa_buffer_attr low{~0U, 48000 * 8 / 50, ~0U, ~0U, ~0U};  // a tone plays with 20 ms of buffer
+    const int flags = (client.tone ? PA_STREAM_ADJUST_LATENCY : 0) | (client.dontMove ? PA_STREAM_DONT_MOVE : 0);
     pa_stream_connect_playback(client.stream, nullptr, client.tone ? &low : nullptr,
-                               client.tone ? PA_STREAM_ADJUST_LATENCY : PA_STREAM_NOFLAGS, nullptr, nullptr);
+                               static_cast<pa_stream_flags_t>(flags), nullptr, nullptr);
     return;
   }
   pa_stream_set_read_callback(client.stream, [](pa_stream* stream, size_t, void*) {
@@ -91,6 +94,7 @@ int main(int argc, char** argv) {
   Client client;
   client.peak = argc > 1 && std::strcmp(argv[1], "--peak") == 0;
   client.tone = argc > 1 && std::strcmp(argv[1], "--tone") == 0;
+  client.dontMove = client.tone && argc > 2 && std::strcmp(argv[2], "--dont-move") == 0;
   pa_mainloop_api* api = pa_mainloop_get_api(client.loop);
   pa_signal_init(api);
   for (int signal : {SIGUSR1, SIGUSR2, SIGTERM, SIGHUP}) pa_signal_new(signal, &onSignal, &client);

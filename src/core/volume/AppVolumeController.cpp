@@ -173,7 +173,7 @@ void AppVolumeController::apply(const std::string& bundleID) {
   const auto running = taps_.find(bundleID);
   const auto inFlight = building_.find(bundleID);
   if (inFlight != building_.end() ? inFlight->second == wanted
-                                  : running != taps_.end() && running->second.wanted == wanted) {
+                                  : running != taps_.end() && running->second.wanted == wanted && !running->second.lost) {
     if (running != taps_.end() && *mode == ProcessTap::Mode::gain) running->second.tap->box().setGain(gain);
     return;
   }
@@ -184,7 +184,12 @@ void AppVolumeController::build(const std::string& bundleID, Wanted wanted, floa
   const std::uint64_t generation = ++generations_[bundleID];
   building_[bundleID] = wanted;
   Log::info(std::string("building ") + modeText(wanted.mode) + " tap for " + bundleID);
-  ProcessTap::Request request{bundleID, wanted.processes, wanted.mode, wanted.outputUID, gain};
+  ProcessTap::Request request{bundleID, wanted.processes, wanted.mode, wanted.outputUID, gain, {}};
+  // The guard is made here, on the main thread; the tap calls from its own.
+  request.lostHold = [&main = runtime_.main(),
+                      report = lifetime_.guard([this, bundleID, generation] { lostHold(bundleID, generation); })] {
+    main.post(report);
+  };
   runThenMain<ProcessTaps::Result>(
       *tapQueue_, runtime_.main(), lifetime_,
       [&factory = factory_, request, made = made_] {
@@ -208,9 +213,7 @@ void AppVolumeController::built(const std::string& bundleID, std::uint64_t gener
     if (!current) return;
     building_.erase(bundleID);
     Log::error("could not build the tap for " + bundleID + ": status " + std::to_string(failure->status));
-    problem_ = Problem::failed("Could not change the volume of " + displayName(bundleID));
-    failedApp_ = bundleID;
-    changed();
+    showFailure(bundleID);
     return;
   }
   auto tap = std::get<std::shared_ptr<ProcessTap>>(std::move(result));
@@ -219,18 +222,43 @@ void AppVolumeController::built(const std::string& bundleID, std::uint64_t gener
     return;
   }
   building_.erase(bundleID);
+  const auto lostEarly = lostBuild_.find(bundleID);
+  const bool lost = lostEarly != lostBuild_.end() && lostEarly->second == generation;
+  if (lostEarly != lostBuild_.end()) lostBuild_.erase(lostEarly);
   if (const auto previous = taps_.find(bundleID); previous != taps_.end()) stopOnQueue(previous->second.tap);
   // The gain may have moved while the tap was being built.
   const auto settings = settings_.appVolumes();
   if (const auto record = settings.find(bundleID); record != settings.end() && !std::isnan(record->second.gain)) {
     tap->box().setGain(std::clamp(record->second.gain, 0.0F, 1.0F));
   }
-  taps_[bundleID] = {wanted, tap};
+  taps_[bundleID] = {wanted, tap, generation, lost};
   // A failure of this app's that a later build got past (a sound server that was restarting, an
   // output that was going away) is over.
-  if (problem_.kind() == Problem::Kind::failed && failedApp_ == bundleID) problem_ = Problem::none();
+  if (problem_.kind() == Problem::Kind::failed && failedApp_ == bundleID && !lost) problem_ = Problem::none();
   Log::info(std::string("built ") + modeText(wanted.mode) + " tap for " + bundleID);
   if (wanted.mode == ProcessTap::Mode::gain) checkSignal(bundleID, tap);
+  changed();
+}
+
+// The app's current tap (or the build on its way) cannot keep all of its sound: it plays louder
+// than its slider says, so the user is told. An older tap's news is stale.
+void AppVolumeController::lostHold(const std::string& bundleID, std::uint64_t generation) {
+  if (stopped_) return;
+  const auto running = taps_.find(bundleID);
+  if (running != taps_.end() && running->second.generation == generation) {
+    running->second.lost = true;
+  } else if (building_.count(bundleID) > 0 && generations_[bundleID] == generation) {
+    lostBuild_[bundleID] = generation;
+  } else {
+    return;
+  }
+  Log::error("the tap for " + bundleID + " cannot keep the app's sound: something keeps moving it away");
+  showFailure(bundleID);
+}
+
+void AppVolumeController::showFailure(const std::string& bundleID) {
+  problem_ = Problem::failed("Could not change the volume of " + displayName(bundleID));
+  failedApp_ = bundleID;
   changed();
 }
 

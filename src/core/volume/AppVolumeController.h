@@ -109,6 +109,8 @@ class AppVolumeController {
   struct Running {
     Wanted wanted;
     std::shared_ptr<ProcessTap> tap;
+    std::uint64_t generation = 0;
+    bool lost = false;  // it said it cannot keep all of the app's sound: the next apply builds anew
   };
 
   void processesChanged(const std::vector<AudioProcess>& processes);
@@ -116,6 +118,8 @@ class AppVolumeController {
   void apply(const std::string& bundleID);
   void build(const std::string& bundleID, Wanted wanted, float gain);
   void built(const std::string& bundleID, std::uint64_t generation, const Wanted& wanted, ProcessTaps::Result result);
+  void lostHold(const std::string& bundleID, std::uint64_t generation);
+  void showFailure(const std::string& bundleID);
   void scheduleStop(const std::string& bundleID, bool keepAWhile);
   void stopOnQueue(std::shared_ptr<ProcessTap> tap);
   void checkSignal(const std::string& bundleID, const std::shared_ptr<ProcessTap>& tap);
@@ -132,7 +136,8 @@ class AppVolumeController {
   std::set<std::string> ignored_;
   std::vector<std::string> apps_;
   Problem problem_ = Problem::none();
-  std::string failedApp_;  // whose build the `failed` problem is about
+  std::string failedApp_;  // whose tap the `failed` problem is about
+  std::map<std::string, std::uint64_t> lostBuild_;  // a build that lost its hold before it was done
   std::map<std::string, AppVolumePlan::Entry> entries_;
   std::map<std::string, double> lastPlayed_;
   std::map<std::string, Running> taps_;

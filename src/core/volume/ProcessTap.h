@@ -4,6 +4,7 @@
 // platform builds taps through the ProcessTaps port; the app volume controller keeps them.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,13 +31,17 @@ class ProcessTap {
   static constexpr std::int32_t badDeviceStatus = static_cast<std::int32_t>(fourCharCode("!dev"));
 
   // What to build: the application, all of its audio process objects, the mode, the output
-  // device's uid (gain taps play there) and the starting gain.
+  // device's uid (gain taps play there) and the starting gain. `lostHold` is called at most once,
+  // from any thread (also during the build), when the tap finds that it cannot keep all of the
+  // application's sound: something it cannot stop keeps taking a stream away, or the server
+  // refuses to move a stream. The tap keeps what it still holds.
   struct Request {
     std::string bundleID;
     std::vector<AudioObjectID> processes;
     Mode mode = Mode::mute;
     std::optional<std::string> outputUID;
     float gain = 1.0F;
+    std::function<void()> lostHold;
   };
 
   explicit ProcessTap(const Request& request) : box_(request.gain) {}

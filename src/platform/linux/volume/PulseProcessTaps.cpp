@@ -37,6 +37,9 @@ constexpr int maxMovesSent = 6 * maxTakeBacks;
 // or overtaken while the session manager relinks the stream, with no later change to report it.
 constexpr pa_usec_t recheckDelay = 500 * PA_USEC_PER_MSEC;
 
+// What marks a tap sink as no place to play to (see loadSink).
+constexpr const char* tapSinkProperties = "node.virtual=true";
+
 std::uint32_t bytesFor(double seconds) {
   return static_cast<std::uint32_t>(seconds * tapRate) * frameBytes;
 }
@@ -234,9 +237,14 @@ std::shared_ptr<PulseProcessTaps::Sink> loadSink(Calls& calls, PulseProcessTaps:
                                                 const std::string& bundleID) {
   auto sink = std::make_shared<PulseProcessTaps::Sink>();
   sink->name = sinkNameFor(bundleID);
+  // Marked virtual: PipeWire's pulse server (0.3.76 on; before, only nodes with a device.api) then
+  // reports the sink without the hardware flag, as PulseAudio reports every null sink. Mixers
+  // that leave out outputs without it (plasma-pa by default, pavucontrol's "Hardware Output
+  // Devices") do not offer it, and neither server's switch-on-connect moves streams to it.
   const std::string arguments = "sink_name=" + sink->name + " format=float32le rate=" + std::to_string(tapRate) +
                                 " channels=" + std::to_string(tapChannels) +
-                                " sink_properties='device.description=\"Wrenhaven " + bundleID + "\"'";
+                                " sink_properties='device.description=\"Wrenhaven " + bundleID + "\" " +
+                                tapSinkProperties + "'";
   sink->module = calls.load("module-null-sink", arguments);
   if (sink->module == PA_INVALID_INDEX) return nullptr;
   for (const auto& record : calls.sinks()) {
@@ -289,6 +297,7 @@ PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clien
       session_(options.server, "Wrenhaven tap", "wrenhaven.tap", options.operationTimeout),
       bundleID_(request.bundleID),
       clients_(std::move(clients)),
+      lostHold_(request.lostHold),
       control_(tapRate, options.fillMargin) {}
 
 PulseProcessTaps::Tap::~Tap() { stop(); }
@@ -319,6 +328,10 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
     if (sink_ == nullptr) failure = Failure{Step::tap, session_.error()};
     if (!failure) {
       sinkName_ = sink_->name;
+      {
+        std::lock_guard guard(sink_->mutex);
+        sink_->moves.clear();  // this tap tries each stream afresh
+      }
       // Streams that appear later are caught by the subscription; those there now, by the list.
       pa_context_set_subscribe_callback(session_.context(), &Tap::onEvent, this);
       recheck_ = session_.api()->time_new(session_.api(), nullptr, &Tap::onRecheck, this);  // not armed yet
@@ -333,7 +346,7 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
           std::lock_guard guard(sink_->mutex);
           sink_->origins.emplace(input.index, input.sink);
         }
-        calls.move(input.index, sink_->index);
+        if (!calls.move(input.index, sink_->index)) refused(input.index, session_.error());
       }
     }
     if (!failure && request.mode == Mode::gain) failure = startGain(*request.outputUID);
@@ -347,7 +360,7 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
 // away just as it was moved). Only a stream that had reached the sink and was then taken away
 // counts as taken: a stream on its way (not linked yet, or reported by an answer older than the
 // move) is sent again without counting. A stream taken away too often is left where it is, so
-// the tap never fights another program that keeps moving it.
+// the tap never fights another program that keeps moving it, and says that it lost its hold.
 void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
   {
     std::lock_guard guard(sink_->mutex);
@@ -360,16 +373,46 @@ void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
     const bool taken = sink_->origins.count(input) > 0 && std::exchange(moves.settled, false);
     if ((taken && ++moves.takenBack > maxTakeBacks) || ++moves.sent > maxMovesSent) {
       Log::info("a stream of " + bundleID_ + " keeps being moved away from its tap; left where it is");
+      loseHold();
       return;
     }
     sink_->origins.emplace(input, from);
   }
-  // Not waited for: this runs inside the subscription's callback.
-  if (pa_operation* operation =
-          pa_context_move_sink_input_by_index(session_.context(), input, sink_->index, nullptr, nullptr)) {
+  // Not waited for: this runs inside the subscription's callback. The server answers a
+  // connection's requests in order, so the answer belongs to the oldest move in flight.
+  if (pa_operation* operation = pa_context_move_sink_input_by_index(
+          session_.context(), input, sink_->index,
+          [](pa_context* context, int success, void* self) {
+            auto* tap = static_cast<Tap*>(self);
+            if (tap->movesInFlight_.empty()) return;
+            const std::uint32_t moved = tap->movesInFlight_.front();
+            tap->movesInFlight_.pop_front();
+            if (success == 0 && !tap->stopped_) tap->refused(moved, pa_context_errno(context));
+          },
+          this)) {
+    movesInFlight_.push_back(input);
     pa_operation_unref(operation);
   }
   if (recheck_ != nullptr) pa_context_rttime_restart(session_.context(), recheck_, pa_rtclock_now() + recheckDelay);
+}
+
+// A move that failed. Both servers answer PA_ERR_INVALID for a stream that may not be moved (one
+// opened with PA_STREAM_DONT_MOVE; on PipeWire a node with `node.dont-reconnect`): the tap cannot
+// have it. A stream that has gone meanwhile, or a server that did not answer in time, is no refusal.
+void PulseProcessTaps::Tap::refused(std::uint32_t input, int error) {
+  if (error != PA_ERR_INVALID && error != PA_ERR_NOTSUPPORTED && error != PA_ERR_ACCESS) return;
+  {
+    std::lock_guard guard(sink_->mutex);
+    sink_->moves[input].sent = maxMovesSent + 1;  // not tried again
+  }
+  Log::info("the server will not move a stream of " + bundleID_ + " to its tap: " + pa_strerror(error));
+  loseHold();
+}
+
+// With the loop's lock held.
+void PulseProcessTaps::Tap::loseHold() {
+  if (std::exchange(lost_, true) || !lostHold_) return;
+  lostHold_();
 }
 
 void PulseProcessTaps::Tap::onRecheck(pa_mainloop_api*, pa_time_event*, const struct timeval*, void* self) {

@@ -2,17 +2,21 @@
 // Process taps on the PulseAudio protocol (PulseAudio, or PipeWire's pulse server). A tap is a
 // private null sink named after the application, to which every playback stream of the
 // application's clients is moved, also the streams that appear later or that something else moves
-// away: nothing plays that sink, so the application is silent (mute). A gain tap also records the
-// sink's monitor and plays it, through the gain mixer, to the output device, on its connection's
-// real-time thread "wrenhaven.tap"; the playback rate follows the fill of the output stream, so
-// the two clocks' drift neither starves nor piles up the stream (the tap measures the stream and
-// applies what its TapRateControl decides). A tap built while another of the application's runs
+// away: nothing plays that sink, so the application is silent (mute). A stream that something
+// keeps taking away, or that the server will not move, is left where it is, and the tap calls the
+// request's lostHold. The sink is marked as no output to offer people (node.virtual). A gain tap
+// also records the sink's monitor and plays it, through the gain mixer, to the output device, on
+// its connection's real-time thread "wrenhaven.tap"; the playback rate follows the fill of the
+// output stream, so the two clocks' drift neither starves nor piles up the stream (the tap
+// measures the stream and applies what its TapRateControl decides). A tap built while another of the application's runs
 // takes over its sink, so a rebuild moves no stream. The last tap to stop moves the streams back
 // where they were (or to the default output when that is gone) and unloads the sink. Failures
 // carry the server's error numbers.
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -79,6 +83,8 @@ class PulseProcessTaps::Tap final : public ProcessTap {
  private:
   std::optional<Failure> startGain(const std::string& outputUID);
   void moveIn(std::uint32_t input, std::uint32_t from);
+  void refused(std::uint32_t input, int error);
+  void loseHold();
   void pump();
   void measureFill(std::size_t piece);
   std::int64_t heldFrames() const;
@@ -89,6 +95,9 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   PulseSession session_;
   std::string bundleID_;
   std::set<std::uint32_t> clients_;
+  std::function<void()> lostHold_;
+  bool lost_ = false;                      // lostHold_ was called; with the loop's lock held
+  std::deque<std::uint32_t> movesInFlight_;  // streams whose move has not been answered yet
   TapRateControl control_;  // on the tap's thread
   std::shared_ptr<Sink> sink_;  // held from a successful start until stop
   std::string sinkName_;
