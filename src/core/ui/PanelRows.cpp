@@ -260,9 +260,9 @@ DevicesSection devicesSection(PanelModel& model, std::chrono::system_clock::time
   return section;
 }
 
-std::optional<AppVolumeSection> appVolumeSection(AppVolumeController& volume) {
+AppVolumeSection appVolumeSection(AppVolumeController& volume) {
+  if (volume.apps().empty()) section.emptyText = "Apps appear here when they play sound.";
   using Kind = AppVolumeController::Problem::Kind;
-  if (volume.apps().empty()) return std::nullopt;
   AppVolumeSection section;
   for (const auto& id : volume.apps()) {
     const AppVolumeSetting setting = volume.setting(id);

@@ -100,13 +100,15 @@ struct AppVolumeRow {
 
 struct AppVolumeSection {
   std::vector<AppVolumeRow> apps;
+  // What the section says while no application is listed.
+  std::string emptyText;
   // The controller's problem, when it has one, and the way out of it.
   std::string problemTitle;
   std::string problemDetail;
   std::optional<RowAction> problemAction;
 };
 
-// Nothing while no application has played sound lately.
-std::optional<AppVolumeSection> appVolumeSection(AppVolumeController& volume);
+// Always shown: with no application listed it says how one gets there, and a problem stays with it.
+AppVolumeSection appVolumeSection(AppVolumeController& volume);
 
 }  // namespace wh::ui
