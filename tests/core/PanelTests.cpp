@@ -113,7 +113,7 @@ TEST_F(PanelTest, FooterAndMoreOptionsOfferOnlyWhatExistsAndHidingStoresTheChoic
   for (const auto& row : full.footer()) footer += row.title + row.keyHint + "|";
   EXPECT_EQ(footer, "Settings…Ctrl+,|About Wrenhaven|Check for Updates…|Report a Problem…|Quit Wrenhaven|");
   Menu options = full.moreOptions();
-  EXPECT_EQ(titles(options), "Start at Login|Install Updates Automatically|-|Hide This Menu Item");
+  EXPECT_EQ(titles(options), "Start at Login|Install Updates Automatically|-|Hide Tray Icon");
   options[0].run();
   EXPECT_TRUE(atLogin);
   view.open = true;
@@ -193,7 +193,7 @@ TEST_F(PanelTest, MediaKeysRowTextsFollowTheSwitchPauseTapAndIdleChoice) {
       {false, true, Tap::running, "Spotify", IdlePlayAction::ask, "▶︎, ⏭︎ and ⏮︎ go where the desktop sends them"},
       {true, true, Tap::running, "Spotify", IdlePlayAction::ask, "Paused: the desktop handles the keys"},
       {true, false, Tap::off, {}, IdlePlayAction::ask, "Starting…"},
-      {true, false, Tap::needsAccessibility, {}, IdlePlayAction::ask, "Needs Accessibility to read the keys"},
+      {true, false, Tap::needsAccessibility, {}, IdlePlayAction::ask, "Needs key access to read the keys"},
       {true, false, Tap::running, "Spotify", IdlePlayAction::nothing, "Controls Spotify"},
       {true, false, Tap::running, {}, IdlePlayAction::ask, "Nothing playing: ▶︎ asks what to open"},
       {true, false, Tap::running, {}, IdlePlayAction::music, "Nothing playing: ▶︎ will open music"},
@@ -289,7 +289,7 @@ TEST_F(PanelTest, DeviceMenuEntriesActOnTheRecordAndTheConnection) {
   });
   ui::DeviceMenu::Context context{services, settings, rt.clock().wallNow(), nullptr};
   EXPECT_EQ(titles(ui::DeviceMenu::fill(context, device())),
-            "Not connected|Connect|-|Show in Menu Bar|Keep Music Quality|Connect Only|Connect After Wake|"
+            "Not connected|Connect|-|Show in Tray|Keep Music Quality|Connect Only|Connect After Wake|"
             "Disconnect Before Sleep|Icon|Hotkey: ⌃⇧F5|-|Remove Sleep Buds");
   connect();
   Menu entries = ui::DeviceMenu::fill(context, device());

@@ -86,17 +86,17 @@ TEST(SettingsEndToEndTest, GuideAddsATrayItemASliderSetsTheGainAndACommandComesB
   window.showPage(Page::volume);
   nj::NJSlider* slider = nullptr;
   ASSERT_TRUE(spinUntil([&] { return (slider = window.findChild<nj::NJSlider*>()) != nullptr; }, agentAnswerMs));
-  EXPECT_EQ(slider->accessibleName(), "org.example.Tone");
+  EXPECT_EQ(slider->accessibleName(), "Tone");
   slider->setValue(50);
   EXPECT_NEAR(pulse.level(PulseRig::laptopSpeakers, full - 6.02), full - 6.02, 0.5) << home.log();
   EXPECT_EQ(home.status("agent.taps"), nlohmann::json({{"org.example.Tone", "gain"}}));
 
   // Only the status signal draws the page again after this.
   window.showPage(Page::headphones);
-  ASSERT_TRUE(spinUntil([&] { return rowText(window, "Status") == "disconnected"; }, agentAnswerMs));
-  ASSERT_TRUE(press(window, "Toggle"));
+  ASSERT_TRUE(spinUntil([&] { return rowText(window, "Status") == "Not connected"; }, agentAnswerMs));
+  ASSERT_TRUE(press(window, "Connect"));
   EXPECT_TRUE(eventually([&] { return bus.isConnected(SystemBusRig::headphonesAddress); }, 20s)) << home.log();
-  EXPECT_TRUE(spinUntil([&] { return rowText(window, "Status") == "connected"; }, agentAnswerMs))
+  EXPECT_TRUE(spinUntil([&] { return rowText(window, "Status") == "Connected"; }, agentAnswerMs))
       << rowText(window, "Status").toStdString();
   EXPECT_TRUE(agent->running());
 }
