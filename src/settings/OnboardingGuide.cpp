@@ -24,6 +24,16 @@ QString accessExplanation(const std::string& access) {
   return "Wrenhaven has not said yet whether it may use Bluetooth. Is it running?";
 }
 
+constexpr std::array stepNames{"welcome", "bluetooth", "headphones", "musicQuality", "mediaKeys", "login", "done"};
+
+OnboardingGuide::Step savedStep(const Settings& settings) {
+  const auto saved = settings.store().object(Keys::onboardingStep);
+  const std::string name = saved ? saved->asString().value_or("") : "";
+  const auto found = std::ranges::find(stepNames, name);
+  return found == stepNames.end() ? OnboardingGuide::Step::welcome
+                                  : static_cast<OnboardingGuide::Step>(found - stepNames.begin());
+}
+
 QLabel* paragraph(const QString& text) {
   auto* label = new QLabel(text);
   label->setWordWrap(true);
@@ -52,9 +62,13 @@ OnboardingGuide::OnboardingGuide(Settings& settings, PageActions actions)
       go(static_cast<Step>(static_cast<int>(step_) + 1));
       return;
     }
+    settings_.store().set(Keys::onboardingStep, std::nullopt);  // opened again, it starts at the beginning
     setFlag(settings_, Keys::onboardingDone, true);
     Q_EMIT finished();
   });
+  // Where the person was when the guide last closed, whether by "Not Now" elsewhere or a quit.
+  step_ = savedStep(settings_);
+  if (step_ == Step::headphones) actions_.send("onboardingVisible", {{"value", true}});
   refresh();
 }
 
@@ -68,7 +82,13 @@ void OnboardingGuide::go(Step step) {
   if (step_ == Step::headphones) actions_.send("onboardingVisible", {{"value", false}});
   if (step == Step::headphones) actions_.send("onboardingVisible", {{"value", true}});
   step_ = step;
+  keep(step);
   refresh();
+}
+
+// Kept without announcing a settings change: the agent has nothing to do with it.
+void OnboardingGuide::keep(Step step) {
+  settings_.store().set(Keys::onboardingStep, StoreValue::string(stepNames.at(static_cast<size_t>(step))));
 }
 
 void OnboardingGuide::refresh() {
