@@ -67,7 +67,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
                                    [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
                                    &keyboard, [&report] { report.show(); }, "1.0 (1)"};
 
-  settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
+  settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}, nullptr, 3000});
   settingsapp::AudioInputs inputs(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
   settingsapp::SettingsFileWatch fileWatch(home.path() / "settings.json", [&] { window.refresh(); });
   auto redraw = notifications.observe(Settings::changedName, [&](const std::string&) { window.refresh(); });
