@@ -5,6 +5,7 @@
 #include <QScrollArea>
 #include <QVBoxLayout>
 
+#include "core/texts/PlatformTexts.h"
 #include "ui/kit/NJControls.h"
 
 namespace wh::settingsapp {
@@ -20,7 +21,17 @@ QString accessExplanation(const std::string& access) {
            "then ask again.";
   }
   if (access == "undetermined") return "Wrenhaven has not asked for Bluetooth yet.";
-  return "Wrenhaven has not said whether it may use Bluetooth (unknown). Is it running?";
+  return "Wrenhaven has not said yet whether it may use Bluetooth. Is it running?";
+}
+
+constexpr std::array stepNames{"welcome", "bluetooth", "headphones", "musicQuality", "mediaKeys", "login", "done"};
+
+OnboardingGuide::Step savedStep(const Settings& settings) {
+  const auto saved = settings.store().object(Keys::onboardingStep);
+  const std::string name = saved ? saved->asString().value_or("") : "";
+  const auto found = std::ranges::find(stepNames, name);
+  return found == stepNames.end() ? OnboardingGuide::Step::welcome
+                                  : static_cast<OnboardingGuide::Step>(found - stepNames.begin());
 }
 
 QLabel* paragraph(const QString& text) {
@@ -51,9 +62,13 @@ OnboardingGuide::OnboardingGuide(Settings& settings, PageActions actions)
       go(static_cast<Step>(static_cast<int>(step_) + 1));
       return;
     }
+    settings_.store().set(Keys::onboardingStep, std::nullopt);  // opened again, it starts at the beginning
     setFlag(settings_, Keys::onboardingDone, true);
     Q_EMIT finished();
   });
+  // Where the person was when the guide last closed, whether by "Not Now" elsewhere or a quit.
+  step_ = savedStep(settings_);
+  if (step_ == Step::headphones) actions_.send("onboardingVisible", {{"value", true}});
   refresh();
 }
 
@@ -67,7 +82,13 @@ void OnboardingGuide::go(Step step) {
   if (step_ == Step::headphones) actions_.send("onboardingVisible", {{"value", false}});
   if (step == Step::headphones) actions_.send("onboardingVisible", {{"value", true}});
   step_ = step;
+  keep(step);
   refresh();
+}
+
+// Kept without announcing a settings change: the agent has nothing to do with it.
+void OnboardingGuide::keep(Step step) {
+  settings_.store().set(Keys::onboardingStep, StoreValue::string(stepNames.at(static_cast<size_t>(step))));
 }
 
 void OnboardingGuide::refresh() {
@@ -91,7 +112,7 @@ void OnboardingGuide::redraw() {
       layout->addWidget(new nj::NJSectionHeader("Bluetooth"));
       layout->addWidget(paragraph(accessExplanation(view.bluetoothAccess)));
       if (view.bluetoothAccess != "allowed") {
-        auto* ask = new nj::NJButton("Allow Bluetooth", nj::NJButton::Style::accent);
+        auto* ask = new nj::NJButton("Allow Bluetooth…", nj::NJButton::Style::accent);
         connect(ask, &QAbstractButton::clicked, this,
                 [this] { actions_.send("requestBluetooth", nlohmann::json::object()); });
         layout->addWidget(ask);
@@ -112,18 +133,19 @@ void OnboardingGuide::redraw() {
       layout->addWidget(new nj::NJSectionHeader("Media keys"));
       layout->addWidget(paragraph("The play and skip keys can go to the player you used last. Wrenhaven needs "
                                   "access to the keyboard for that."));
-      layout->addWidget(pages_.switchRow("Send media keys to the last player", view.mediaKeysEnabled,
-                                         [this](bool on) { setFlag(settings_, Keys::mediaKeysEnabled, on); }));
-      auto* access = new nj::NJButton("Check keyboard access", nj::NJButton::Style::plain);
+      layout->addWidget(pages_.switchRow("Media keys", view.mediaKeysEnabled,
+                                         [this](bool on) { setFlag(settings_, Keys::mediaKeysEnabled, on); },
+                                         QString::fromStdString(view.mediaKeysState)));
+      auto* access = new nj::NJButton("Check Key Access", nj::NJButton::Style::plain);
+      access->setAccessibleName(texts::kKeyAccess);
       connect(access, &QAbstractButton::clicked, this,
               [this] { actions_.send("requestAccessibility", nlohmann::json::object()); });
-      layout->addWidget(paragraph("State: " + QString::fromStdString(view.mediaKeysState)));
       layout->addWidget(access);
       break;
     }
     case Step::login:
       layout->addWidget(new nj::NJSectionHeader("Start at login"));
-      layout->addWidget(pages_.switchRow("Start Wrenhaven at login", view.launchAtLogin.value_or(false),
+      layout->addWidget(pages_.switchRow("Start at Login", view.launchAtLogin.value_or(false),
                                          [this](bool on) { actions_.send("setLaunchAtLogin", {{"value", on}}); }));
       break;
     case Step::done:

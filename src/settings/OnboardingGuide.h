@@ -1,6 +1,7 @@
 #pragma once
 // The first-run guide: welcome, Bluetooth access, choosing headphones, music quality, media keys
-// and start at login, one step at a time. Finishing it sets "onboardingDone".
+// and start at login, one step at a time. Finishing it sets "onboardingDone". The step shown is kept
+// in "onboardingStep", so that the guide reopens where the person left it.
 
 #include <QWidget>
 
@@ -33,6 +34,7 @@ class OnboardingGuide final : public QWidget {
 
  private:
   void redraw();
+  void keep(Step step);
 
   Settings& settings_;
   PageActions actions_;

@@ -8,6 +8,9 @@
 #include <cmath>
 
 #include "core/settings/Records.h"
+#include "core/texts/PlatformTexts.h"
+#include "core/ui/DeviceMenu.h"
+#include "core/ui/PanelRows.h"
 #include "ui/kit/NJAboutWindow.h"
 #include "ui/kit/NJControls.h"
 
@@ -25,6 +28,12 @@ nj::NJKitRow* textRow(const QString& title, const std::string& value) {
   return row;
 }
 
+QLabel* paragraph(const QString& text) {
+  auto* label = new QLabel(text);
+  label->setWordWrap(true);
+  return label;
+}
+
 nj::NJKitRow* buttonRow(const QString& title, const QString& button, std::function<void()> action) {
   auto* row = new nj::NJKitRow(title);
   auto* control = new nj::NJButton(button, nj::NJButton::Style::plain);
@@ -33,18 +42,24 @@ nj::NJKitRow* buttonRow(const QString& title, const QString& button, std::functi
   return row;
 }
 
-// A drop-down of raw values; `chosen` gets the raw value picked.
+// A drop-down of choices under the labels the tray's menus give them; `chosen` gets the one picked.
 template <typename Option, size_t count>
 nj::NJKitRow* choiceRow(const QString& title, const std::array<Option, count>& options, Option current,
-                        std::function<void(Option)> chosen) {
+                        std::string (*label)(Option), std::function<void(Option)> chosen) {
   auto* row = new nj::NJKitRow(title);
   auto* box = new QComboBox;
-  for (const auto option : options) box->addItem(qt(std::string(rawValue(option))));
+  box->setAccessibleName(title);
+  for (const auto option : options) box->addItem(qt(label(option)));
   box->setCurrentIndex(static_cast<int>(std::ranges::find(options, current) - options.begin()));
   QObject::connect(box, &QComboBox::activated, box,
                    [options, chosen = std::move(chosen)](int index) { chosen(options.at(static_cast<size_t>(index))); });
   row->setTrailing(box);
   return row;
+}
+
+// What a click on the headphones does now, as their menu says it.
+QString connectTitle(const HeadphonesRow& row) {
+  return row.status.starts_with("Connected") ? "Disconnect" : "Connect";
 }
 
 }  // namespace
@@ -70,8 +85,10 @@ void PageBuilder::build(Page page, const SettingsView& view, QVBoxLayout& layout
   layout.addStretch();
 }
 
-QWidget* PageBuilder::switchRow(const QString& title, bool on, std::function<void(bool)> changed) const {
+QWidget* PageBuilder::switchRow(const QString& title, bool on, std::function<void(bool)> changed,
+                                const QString& detail) const {
   auto* row = new nj::NJKitRow(title);
+  if (!detail.isEmpty()) row->setDetail(detail);
   auto* control = new nj::NJSwitch;
   control->setCheckable(true);
   control->setChecked(on);
@@ -88,14 +105,14 @@ void PageBuilder::addHeadphonesChoices(const SettingsView& view, QVBoxLayout& la
     layout.addWidget(textRow("Paired headphones", unknownText));
     return;
   }
-  if (view.addable->empty()) layout.addWidget(new QLabel("Every paired pair of headphones is remembered."));
+  if (view.addable->empty()) layout.addWidget(paragraph("No other paired headphones or speakers"));
   for (const auto& choice : *view.addable) {
     layout.addWidget(buttonRow(qt(choice.name.empty() ? choice.address : choice.name), "Add",
                                [this, choice] { settings_.addDevice(choice.address, choice.name); }));
   }
   if (!offerTry) return;
   for (const auto& row : view.headphones) {
-    layout.addWidget(buttonRow(qt(row.setting.name) + " - " + qt(row.phase), "Connect or disconnect",
+    layout.addWidget(buttonRow(qt(row.setting.name) + ": " + qt(row.status), connectTitle(row),
                                [this, address = row.setting.address] { actions_.send("toggle", {{"address", address}}); }));
   }
 }
@@ -104,30 +121,30 @@ void PageBuilder::headphones(const SettingsView& view, QVBoxLayout& layout) cons
   for (const auto& row : view.headphones) {
     const std::string address = row.setting.address;
     layout.addWidget(new nj::NJSectionHeader(qt(row.setting.name)));
-    layout.addWidget(textRow("Status", row.phase));
+    layout.addWidget(textRow("Status", row.status));
     layout.addWidget(textRow("Battery", row.battery));
-    const auto flag = [&](const QString& title, bool DeviceSetting::*member) {
-      layout.addWidget(switchRow(title, row.setting.*member, [this, address, member](bool on) {
+    for (const ui::DeviceMenu::Flag& flag : ui::DeviceMenu::flags()) {
+      auto* control = switchRow(flag.title, row.setting.*flag.member, [this, address, member = flag.member](bool on) {
         editDevice(settings_, address, [&](DeviceSetting& device) { device.*member = on; });
-      }));
-    };
-    flag("Show in the tray", &DeviceSetting::showInMenuBar);
-    flag("Keep music quality", &DeviceSetting::pinInput);
-    flag("Connect on wake", &DeviceSetting::connectOnWake);
-    flag("Disconnect on sleep", &DeviceSetting::disconnectOnSleep);
-    flag("Connect only (never move the sound)", &DeviceSetting::connectOnly);
+      });
+      if (flag.member == &DeviceSetting::connectOnly) {
+        control->setToolTip(qt(ui::DeviceMenu::connectOnlyToolTip(ui::DeviceMenu::displayName(row.setting))));
+      }
+      layout.addWidget(control);
+    }
     layout.addWidget(choiceRow<DeviceIcon>("Icon", allDeviceIcons, savedDeviceIcon(row.setting.icon),
-                                           [this, address](DeviceIcon icon) {
+                                           &ui::DeviceMenu::iconLabel, [this, address](DeviceIcon icon) {
                                              editDevice(settings_, address, [icon](DeviceSetting& device) {
                                                device.icon = std::string(rawValue(icon));
                                              });
                                            }));
     layout.addWidget(hotkeyRow(row.setting));
-    layout.addWidget(buttonRow("Connect or disconnect", "Toggle",
+    layout.addWidget(buttonRow("Connection", connectTitle(row),
                                [this, address] { actions_.send("toggle", {{"address", address}}); }));
-    layout.addWidget(buttonRow("Forget these headphones", "Remove", [this, address] { settings_.removeDevice(address); }));
+    layout.addWidget(buttonRow("Forget these headphones", "Remove " + qt(ui::DeviceMenu::displayName(row.setting)),
+                               [this, address] { settings_.removeDevice(address); }));
   }
-  if (view.headphones.empty()) layout.addWidget(new QLabel("No headphones are remembered yet."));
+  if (view.headphones.empty()) layout.addWidget(paragraph("Add your headphones"));
   addHeadphonesChoices(view, layout, false);
 }
 
@@ -165,15 +182,15 @@ QWidget* PageBuilder::hotkeyRow(const DeviceSetting& device) const {
 void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(new nj::NJSectionHeader("Music quality"));
   layout.addWidget(switchRow("Keep music quality", view.pinInput,
-                             [this](bool on) { setFlag(settings_, Keys::pinInput, on); }));
-  layout.addWidget(textRow("Microphone", view.pinStatus));
-  layout.addWidget(textRow("Output", view.outputQuality));
-  layout.addWidget(choiceRow<CallModeOption>("During calls", allCallModeOptions, view.callMode,
+                             [this](bool on) { setFlag(settings_, Keys::pinInput, on); }, qt(view.pinStatus)));
+  if (!view.outputQuality.empty()) layout.addWidget(textRow("Output", view.outputQuality));
+  layout.addWidget(choiceRow<CallModeOption>("During Calls", allCallModeOptions, view.callMode, &ui::callModeLabel,
                                              [this](CallModeOption option) { settings_.setCallMode(option); }));
   microphones(view, layout);
   layout.addWidget(new nj::NJSectionHeader("Meeting apps"));
   auto* apps = new QLineEdit;
-  apps->setPlaceholderText("the built-in list");
+  apps->setPlaceholderText("The built-in list");
+  apps->setAccessibleName("Meeting apps");
   QStringList names;
   for (const auto& name : view.meetingApps) names.push_back(qt(name));
   apps->setText(names.join(", "));
@@ -195,9 +212,9 @@ void PageBuilder::musicQuality(const SettingsView& view, QVBoxLayout& layout) co
 // The microphone to keep the default input on: the chosen one is ticked; one chosen earlier and
 // unplugged since stays ticked, marked as not connected, until another is chosen.
 void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) const {
-  layout.addWidget(new nj::NJSectionHeader("Preferred microphone"));
+  layout.addWidget(new nj::NJSectionHeader("Microphone"));
   if (!view.microphones) {
-    layout.addWidget(textRow("Microphones", "reading…"));
+    layout.addWidget(textRow("Microphones", "Looking for microphones…"));
     return;
   }
   for (const auto& choice : *view.microphones) {
@@ -207,7 +224,7 @@ void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) con
     row->setAccessibleName(qt(choice.title));
     if (choice.chosen) {
       row->setTrailingText("✓");
-      row->setAccessibleDescription("chosen");
+      row->setAccessibleDescription("Chosen");
     }
     if (choice.present && !choice.chosen) {
       row->setAction([this, uid = choice.uid] { setPreferredInput(settings_, uid); });
@@ -218,65 +235,67 @@ void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) con
 
 void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(new nj::NJSectionHeader("Media keys"));
-  layout.addWidget(switchRow("Send media keys to the last player", view.mediaKeysEnabled,
-                             [this](bool on) { setFlag(settings_, Keys::mediaKeysEnabled, on); }));
-  layout.addWidget(switchRow("Paused", view.mediaKeysPaused,
+  layout.addWidget(switchRow("Media keys", view.mediaKeysEnabled,
+                             [this](bool on) { setFlag(settings_, Keys::mediaKeysEnabled, on); }, qt(view.mediaKeysState)));
+  layout.addWidget(switchRow("Pause Media Keys", view.mediaKeysPaused,
                              [this](bool on) { setFlag(settings_, Keys::mediaKeysPaused, on); }));
-  layout.addWidget(choiceRow<IdlePlayAction>("Play with nothing playing", allIdlePlayActions, view.idlePlay,
+  layout.addWidget(choiceRow<IdlePlayAction>("When Nothing Is Playing", allIdlePlayActions, view.idlePlay, &ui::idlePlayLabel,
                                              [this](IdlePlayAction action) { settings_.setIdlePlay(action); }));
-  layout.addWidget(textRow("State", view.mediaKeysState));
-  layout.addWidget(buttonRow("Access to the keyboard", "Check again",
+  layout.addWidget(buttonRow(texts::kKeyAccess, "Check Again",
                              [this] { actions_.send("requestAccessibility", nlohmann::json::object()); }));
 }
 
 void PageBuilder::volume(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(new nj::NJSectionHeader("Volume by app"));
-  if (!view.volumeProblem.empty()) layout.addWidget(new QLabel(qt(view.volumeProblem)));
-  if (!view.volumeApps) {
-    layout.addWidget(textRow("Applications", unknownText));
-    return;
-  }
-  if (view.volumeApps->empty()) layout.addWidget(new QLabel("No application is playing sound."));
-  for (const auto& app : *view.volumeApps) {
+  if (!view.volumeApps || view.volumeApps->empty()) layout.addWidget(paragraph("Apps appear here when they play sound."));
+  for (const auto& app : view.volumeApps.value_or(std::vector<VolumeRow>{})) {
     auto* row = new nj::NJKitRow(qt(app.name));
-    row->setDetail(app.muted ? "muted" : QString::number(std::lround(app.gain * sliderSteps)) + "%");
+    row->setDetail(app.muted ? "Muted" : QString::number(std::lround(app.gain * sliderSteps)) + "%");
     auto* controls = new QWidget;
     auto* line = new QHBoxLayout(controls);
     line->setContentsMargins(0, 0, 0, 0);
     auto* slider = new nj::NJSlider;
     slider->setRange(0, sliderSteps);
     slider->setValue(static_cast<int>(std::lround(app.gain * sliderSteps)));
-    slider->setAccessibleName(qt(app.appID));
-    auto* mute = new nj::NJSwitch;
-    mute->setCheckable(true);
-    mute->setChecked(app.muted);
-    mute->setAccessibleName(qt(app.appID) + " muted");
-    const auto write = [this, id = app.appID, slider, mute] {
-      setAppVolume(settings_, id, {static_cast<float>(slider->value()) / sliderSteps, mute->isChecked()});
+    slider->setAccessibleName(qt(app.name));
+    // The panel's words: the button says what a click does.
+    auto* mute = new nj::NJButton(app.muted ? "Unmute" : "Mute", nj::NJButton::Style::plain);
+    mute->setAccessibleName((app.muted ? "Unmute " : "Mute ") + qt(app.name));
+    const auto write = [this, id = app.appID, slider](bool muted) {
+      setAppVolume(settings_, id, {static_cast<float>(slider->value()) / sliderSteps, muted});
     };
-    QObject::connect(slider, &QSlider::sliderReleased, slider, write);
-    QObject::connect(slider, &QSlider::valueChanged, slider, [slider, write] {
-      if (!slider->isSliderDown()) write();
+    QObject::connect(slider, &QSlider::sliderReleased, slider, [write, muted = app.muted] { write(muted); });
+    QObject::connect(slider, &QSlider::valueChanged, slider, [slider, write, muted = app.muted] {
+      if (!slider->isSliderDown()) write(muted);
     });
-    QObject::connect(mute, &QAbstractButton::toggled, mute, write);
+    QObject::connect(mute, &QAbstractButton::clicked, mute, [write, muted = app.muted] { write(!muted); });
     line->addWidget(slider);
     line->addWidget(mute);
     row->setTrailing(controls);
     layout.addWidget(row);
+  }
+  // A problem stays in sight whether or not an app is listed.
+  if (!view.volumeProblem.empty()) {
+    auto* problem = new nj::NJKitRow(qt(view.volumeProblemTitle));
+    problem->setGlyph(nj::NJGlyph::speaker);
+    layout.addWidget(problem);
+    layout.addWidget(paragraph(qt(view.volumeProblem)));
+    layout.addWidget(buttonRow("Try volume by app again", "Try Again",
+                               [this] { actions_.send("reload", nlohmann::json::object()); }));
   }
 }
 
 void PageBuilder::general(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(new nj::NJSectionHeader("General"));
   if (view.launchAtLogin) {
-    layout.addWidget(switchRow("Start at login", *view.launchAtLogin,
+    layout.addWidget(switchRow("Start at Login", *view.launchAtLogin,
                                [this](bool on) { actions_.send("setLaunchAtLogin", {{"value", on}}); }));
   } else {
-    layout.addWidget(textRow("Start at login", unknownText));
+    layout.addWidget(textRow("Start at Login", unknownText));
   }
-  layout.addWidget(switchRow("Show the tray icon", view.showTrayIcon,
+  layout.addWidget(switchRow(texts::kShowTrayIcon, view.showTrayIcon,
                              [this](bool on) { setFlag(settings_, Keys::hideMenuIcon, !on); }));
-  layout.addWidget(buttonRow("First-run guide", "Open", [this] {
+  layout.addWidget(buttonRow("Welcome Guide", "Open", [this] {
     if (actions_.openGuide) actions_.openGuide();
   }));
   const auto add = [&layout](nj::NJKitRow* row, const char* buttonName) {

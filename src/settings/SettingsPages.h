@@ -44,7 +44,7 @@ class PageBuilder {
   void build(Page page, const SettingsView& view, QVBoxLayout& layout) const;
 
   // Rows shared with the first-run guide.
-  QWidget* switchRow(const QString& title, bool on, std::function<void(bool)> changed) const;
+  QWidget* switchRow(const QString& title, bool on, std::function<void(bool)> changed, const QString& detail = {}) const;
   void addHeadphonesChoices(const SettingsView& view, QVBoxLayout& layout, bool offerTry) const;
 
  private:

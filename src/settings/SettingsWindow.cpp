@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QScrollArea>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include "ui/kit/NJControls.h"
@@ -26,7 +27,14 @@ constexpr std::array pageTitles{"Headphones", "Music quality", "Media keys", "Vo
 SettingsWindow::SettingsWindow(Settings& settings, PageActions actions, Agent agent)
     : settings_(settings), pages_(settings, std::move(actions)), agent_(std::move(agent)),
       banner_(new QLabel), startAgent_(new nj::NJButton("Start Wrenhaven", nj::NJButton::Style::accent)),
-      navigation_(new QListWidget), content_(new QScrollArea) {
+      answerWait_(new QTimer(this)), navigation_(new QListWidget), content_(new QScrollArea) {
+  answerWait_->setSingleShot(true);
+  answerWait_->setInterval(agent_.answerWaitMs);
+  connect(answerWait_, &QTimer::timeout, this, [this] {
+    waiting_ = false;
+    refresh();
+  });
+  banner_->setObjectName("statusBanner");
   setWindowTitle("Wrenhaven Settings");
   resize(windowWidth, windowHeight);
   auto* top = new QHBoxLayout;
@@ -78,6 +86,17 @@ void SettingsWindow::changeEvent(QEvent* event) {
 
 void SettingsWindow::statusAnswered() {
   fresh_ = true;
+  waiting_ = false;
+  answerWait_->stop();
+  refresh();
+}
+
+void SettingsWindow::askStatus() {
+  if (!agent_.askStatus || !agent_.running()) return;
+  fresh_ = false;
+  waiting_ = true;
+  answerWait_->start();
+  agent_.askStatus();
   refresh();
 }
 
@@ -98,9 +117,9 @@ void SettingsWindow::redraw() {
   redrawQueued_ = false;
   const bool running = agent_.running();
   if (!running) fresh_ = false;
-  banner_->setText(!running ? "Wrenhaven is not running: the settings are saved, but nothing acts on them."
-                   : fresh_ ? QString()
-                            : "Waiting for Wrenhaven: what is shown may be out of date.");
+  banner_->setText(!running             ? "Wrenhaven is not running: the settings are saved, but nothing acts on them."
+                   : fresh_ || waiting_ ? QString()
+                                        : "Wrenhaven does not answer: what is shown may be out of date.");
   banner_->setVisible(!banner_->text().isEmpty());
   startAgent_->setVisible(!running);
   // A slider being dragged keeps its page until it is let go.

@@ -1,6 +1,7 @@
 #pragma once
 // The settings window: a list of pages on the left, the chosen page on the right, and a line on
-// top when the agent is not running (with a button to start it) or has not answered yet.
+// top when the agent is not running (with a button to start it) or does not answer when asked for
+// its status.
 
 #include <QWidget>
 
@@ -11,6 +12,7 @@
 class QLabel;
 class QListWidget;
 class QScrollArea;
+class QTimer;
 
 namespace nj {
 class NJButton;
@@ -25,6 +27,10 @@ class SettingsWindow final : public QWidget {
   struct Agent {
     std::function<bool()> running;
     std::function<void()> start;
+    // Asks the agent for its status (answered by the status signal); null: never asked.
+    std::function<void()> askStatus;
+    // How long an answer may take before the window says what it shows may be out of date.
+    int answerWaitMs = 3000;
   };
 
   SettingsWindow(Settings& settings, PageActions actions, Agent agent);
@@ -33,6 +39,9 @@ class SettingsWindow final : public QWidget {
   // caused the change may be one of those replaced). `statusAnswered` marks the status as fresh.
   void refresh();
   void statusAnswered();
+  // Asks the running agent for its status; call once the status signal is followed, and whenever
+  // the agent (re)starts.
+  void askStatus();
   void showPage(PageBuilder::Page page);
   // The sound server's devices, for the microphone choice.
   void setAudioDevices(std::vector<AudioDevice> devices);
@@ -50,9 +59,11 @@ class SettingsWindow final : public QWidget {
   Agent agent_;
   std::optional<std::vector<AudioDevice>> devices_;
   bool fresh_ = false;
+  bool waiting_ = false;  // asked, and the answer may still come
   bool redrawQueued_ = false;
   QLabel* banner_;
   nj::NJButton* startAgent_;
+  QTimer* answerWait_;
   QListWidget* navigation_;
   QScrollArea* content_;
 };

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "app/BuildConfig.h"
+#include "core/app/AgentStatus.h"
 #include "core/app/BuildInfo.h"
 #include "core/log/Log.h"
 #include "platform/linux/app/BusNames.h"
@@ -104,7 +105,9 @@ int main(int argc, char** argv) {
       &keyboard,
       [&report] { report.show(); },
       build.versionText()};
-  wh::settingsapp::SettingsWindow window(settings, actions, {agentRunning, startAgent});
+  wh::settingsapp::SettingsWindow window(
+      settings, actions,
+      {agentRunning, startAgent, [&channel] { channel.send(wh::statusCommand, nlohmann::json::object()); }});
   // The computer's microphones, read off the main thread.
   wh::settingsapp::AudioInputs inputs(runtime, audio.hardware, [&window](std::vector<wh::AudioDevice> devices) {
     window.setAudioDevices(std::move(devices));
@@ -140,9 +143,13 @@ int main(int argc, char** argv) {
   });
   QDBusServiceWatcher agentWatch(bus::agentName, QDBusConnection::sessionBus(),
                                  QDBusServiceWatcher::WatchForRegistration | QDBusServiceWatcher::WatchForUnregistration);
-  QObject::connect(&agentWatch, &QDBusServiceWatcher::serviceRegistered, &window, [&] { redraw(); });
+  QObject::connect(&agentWatch, &QDBusServiceWatcher::serviceRegistered, &window, [&] {
+    window.askStatus();
+    redraw();
+  });
   QObject::connect(&agentWatch, &QDBusServiceWatcher::serviceUnregistered, &window, [&] { redraw(); });
   channel.send("listPaired", nlohmann::json::object());
+  window.askStatus();
 
   if (commandLine.isSet("onboarding") || !settings.boolValue(wh::Keys::onboardingDone, false)) {
     openGuide();

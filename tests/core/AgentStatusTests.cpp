@@ -76,6 +76,19 @@ TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {
   EXPECT_EQ(stored(StatusKeys::battery), nlohmann::json::object());
 }
 
+TEST_F(AgentStatusTest, TheStatusQuestionIsAnsweredEveryTimeWithTheCurrentKeys) {
+  services.bluetooth.set(buds, BluetoothManager::Phase::connecting());
+  for (int asked = 1; asked <= 2; ++asked) {
+    channel.send(statusCommand);
+    EXPECT_EQ(channel.statusPosts, asked) << "answered although nothing changed since the last answer";
+  }
+  EXPECT_EQ(stored(StatusKeys::bluetooth), (nlohmann::json{{buds, "connecting"}}));
+  channel.send("listPaired");
+  EXPECT_EQ(channel.statusPosts, 3) << "the paired list was new";
+  channel.send("listPaired");
+  EXPECT_EQ(channel.statusPosts, 3) << "other commands still signal only a change";
+}
+
 TEST_F(AgentStatusTest, MalformedAndUnknownCommandsOnlyPublish) {
   for (const auto& [command, userInfo] : std::vector<std::pair<std::string, nlohmann::json>>{
            {"toggle", {{"address", 42}}}, {"toggle", {}}, {"onboardingVisible", {{"value", "yes"}}},

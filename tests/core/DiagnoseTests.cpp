@@ -53,7 +53,7 @@ TEST_F(DiagnoseTest, MarksRolesAndDefaultsNamesThePreferredMicTheCallBatteriesAn
                            "headset-head-unit)\n\nAudio processes:\n",
                            "  pid 2001 us.zoom.xos INPUT OUTPUT\n  pid 0 (no bundle id) OUTPUT\nIn a call: true\n",
                            "\nBattery entries in BlueZ: \n  WH-1000XM4: 55%\n  ?: L 80% · R 70%\n",
-                           "Accessibility trusted: false (media-key input devices readable: yes, /dev/uinput writable: no)"}) {
+                           "Key access: not allowed (media-key input devices readable: yes, /dev/uinput writable: no)"}) {
     EXPECT_NE(full.find(part), std::string::npos) << part << " in\n" << full;
   }
   EXPECT_EQ(monitor.processes().size(), 2u) << "the text refreshed the monitor";

@@ -113,7 +113,7 @@ TEST_F(PanelTest, FooterAndMoreOptionsOfferOnlyWhatExistsAndHidingStoresTheChoic
   for (const auto& row : full.footer()) footer += row.title + row.keyHint + "|";
   EXPECT_EQ(footer, "Settings…Ctrl+,|About Wrenhaven|Check for Updates…|Report a Problem…|Quit Wrenhaven|");
   Menu options = full.moreOptions();
-  EXPECT_EQ(titles(options), "Start at Login|Install Updates Automatically|-|Hide This Menu Item");
+  EXPECT_EQ(titles(options), "Start at Login|Install Updates Automatically|-|Hide Tray Icon");
   options[0].run();
   EXPECT_TRUE(atLogin);
   view.open = true;
@@ -193,7 +193,7 @@ TEST_F(PanelTest, MediaKeysRowTextsFollowTheSwitchPauseTapAndIdleChoice) {
       {false, true, Tap::running, "Spotify", IdlePlayAction::ask, "▶︎, ⏭︎ and ⏮︎ go where the desktop sends them"},
       {true, true, Tap::running, "Spotify", IdlePlayAction::ask, "Paused: the desktop handles the keys"},
       {true, false, Tap::off, {}, IdlePlayAction::ask, "Starting…"},
-      {true, false, Tap::needsAccessibility, {}, IdlePlayAction::ask, "Needs Accessibility to read the keys"},
+      {true, false, Tap::needsAccessibility, {}, IdlePlayAction::ask, "Needs key access to read the keys"},
       {true, false, Tap::running, "Spotify", IdlePlayAction::nothing, "Controls Spotify"},
       {true, false, Tap::running, {}, IdlePlayAction::ask, "Nothing playing: ▶︎ asks what to open"},
       {true, false, Tap::running, {}, IdlePlayAction::music, "Nothing playing: ▶︎ will open music"},
@@ -214,30 +214,40 @@ TEST_F(PanelTest, AppVolumeSectionListsPlayingAppsWritesTheirSettingsAndOffersAW
   AppVolumeController& volume = services.volume;
   monitor.start();
   volume.start();
-  EXPECT_FALSE(ui::appVolumeSection(volume));
+  EXPECT_EQ(ui::appVolumeSection(volume).emptyText, "Apps appear here when they play sound.");
   processTable.processes[40] = {1, "/usr/bin/tuner", "/app.slice/app-gnome-tuner-40.scope", {}};
   desktopEntries.set({{"tuner", "tuner", "", false, false, "Tuner", "audio-x-generic"}});
   hardware.processList.push_back({40, 40, {}, false, true});
   monitor.refresh();
   taps.failNext = ProcessTap::Failure{ProcessTap::Failure::Step::tap, 25};
-  ui::appVolumeSection(volume)->apps.at(0).setGain(0.5F);
+  ui::appVolumeSection(volume).apps.at(0).setGain(0.5F);
   rt.drainSerialQueues();
   auto section = ui::appVolumeSection(volume);
-  ASSERT_TRUE(section);
-  const ui::AppVolumeRow& app = section->apps.at(0);
+  ASSERT_EQ(section.apps.size(), 1U);
+  EXPECT_EQ(section.emptyText, "");
+  const ui::AppVolumeRow app = section.apps.at(0);
   EXPECT_EQ(app.name + "|" + app.iconName + "|" + std::to_string(app.gain).substr(0, 3), "Tuner|audio-x-generic|0.5");
   EXPECT_TRUE(app.playing && !app.muted);
-  EXPECT_EQ(section->problemTitle + ": " + section->problemDetail, "Volume by app stopped: Could not change the volume of Tuner");
-  section->problemAction->run();  // the retry builds the tap, which then hears only silence
+  EXPECT_EQ(section.problemTitle + ": " + section.problemDetail, "Volume by app stopped: Could not change the volume of Tuner");
+  section.problemAction->run();  // the retry builds the tap, which then hears only silence
   app.toggleMute();
   rt.drainSerialQueues();
-  EXPECT_TRUE(ui::appVolumeSection(volume)->apps.at(0).muted);
-  ui::appVolumeSection(volume)->apps.at(0).toggleMute();
+  EXPECT_TRUE(ui::appVolumeSection(volume).apps.at(0).muted);
+  ui::appVolumeSection(volume).apps.at(0).toggleMute();
   rt.drainSerialQueues();
   rt.advance(AppVolumeController::signalCheckDelay);
   section = ui::appVolumeSection(volume);
-  EXPECT_EQ(section->problemTitle, "Allow audio recording");
-  EXPECT_FALSE(section->apps.at(0).muted);
+  EXPECT_EQ(section.problemTitle, "Allow audio recording");
+  EXPECT_FALSE(section.apps.at(0).muted);
+
+  // The app quits and drops off the list; the problem it met stays in sight with the empty text.
+  processTable.processes.erase(40);
+  hardware.processList.clear();
+  monitor.refresh();
+  rt.drainSerialQueues();
+  section = ui::appVolumeSection(volume);
+  EXPECT_TRUE(section.apps.empty());
+  EXPECT_EQ(section.emptyText + "|" + section.problemTitle, "Apps appear here when they play sound.|Allow audio recording");
 }
 
 TEST_F(PanelTest, DevicesSectionFollowsThePermissionAndOffersPairedHeadphonesNotYetRemembered) {
@@ -279,7 +289,7 @@ TEST_F(PanelTest, DeviceMenuEntriesActOnTheRecordAndTheConnection) {
   });
   ui::DeviceMenu::Context context{services, settings, rt.clock().wallNow(), nullptr};
   EXPECT_EQ(titles(ui::DeviceMenu::fill(context, device())),
-            "Not connected|Connect|-|Show in Menu Bar|Keep Music Quality|Connect Only|Connect After Wake|"
+            "Not connected|Connect|-|Show in Tray|Keep Music Quality|Connect Only|Connect After Wake|"
             "Disconnect Before Sleep|Icon|Hotkey: ⌃⇧F5|-|Remove Sleep Buds");
   connect();
   Menu entries = ui::DeviceMenu::fill(context, device());

@@ -136,7 +136,8 @@ TEST_F(SettingsTest, OnlyTheSettingsProgramAsksTheAgentToReload) {
   EXPECT_FALSE(Shared::isAgent(std::nullopt));
 }
 
-// Status keys as the store holds them, and what the Headphones, Volume and General pages show.
+// Status keys as the store holds them, and what the pages show of them: the words of the tray's
+// menus and the panel's rows, never the agent's own codes.
 TEST_F(SettingsTest, StatusKeysReadAsShownOrUnknown) {
   struct Case {
     const char* name;
@@ -144,44 +145,69 @@ TEST_F(SettingsTest, StatusKeysReadAsShownOrUnknown) {
     std::string phase, battery;
     std::optional<size_t> addable, volumeApps;
     std::optional<bool> launchAtLogin;
+    std::string pinStatus, mediaKeys;
   };
   const std::string buds = "aa-bb-cc-dd-ee-ff";
+  setFlag(settingsApp, Keys::mediaKeysEnabled, true);
   // Each case writes over the keys of the one before.
   settingsApp.addDevice(buds, "Buds");
   const std::vector<Case> cases = {
-      {"nothing published", {}, unknownText, unknownText, std::nullopt, std::nullopt, std::nullopt},
+      {"nothing published", {}, unknownText, noBatteryText, std::nullopt, std::nullopt, std::nullopt, unknownText, unknownText},
       {"all well formed",
-       {{StatusKeys::bluetooth, StoreValue::fromJson({{buds, "Connected"}})},
+       {{StatusKeys::bluetooth, StoreValue::fromJson({{buds, "connected"}})},
         {StatusKeys::battery, StoreValue::fromJson({{buds, {{"left", 80}, {"right", 75}, {"case", 140}}}})},
         {StatusKeys::paired, StoreValue::fromJson(Json::array({{{"address", buds}, {"name", "Buds"}},
                                                                {{"address", "11-22-33-44-55-66"}, {"name", "Cans"}},
                                                                {{"name", "no address"}}}))},
-        {StatusKeys::volumeApps, StoreValue::fromJson(Json::array({{{"bundleID", "org.a"}, {"gain", 0.5}}, 7}))},
-        {StatusKeys::launchAtLogin, StoreValue::boolean(true)}},
-       "Connected", "L 80% · R 75% · case 100%", 1, 1, true},
+        {StatusKeys::volumeApps, StoreValue::fromJson(Json::array({{{"bundleID", "org.a"}, {"name", "Radio"}, {"gain", 0.5}}, 7}))},
+        {StatusKeys::launchAtLogin, StoreValue::boolean(true)},
+        {StatusKeys::pinStatus, StoreValue::string("pinned:Yeti: Mic")},
+        {StatusKeys::mediaKeys, StoreValue::string("running")},
+        {StatusKeys::mediaKeysTarget, StoreValue::string("org.a")}},
+       "Connected", "L 80% · R 75% · case 100%", 1, 1, true, "Using Yeti: Mic for calls and dictation", "Controls Radio"},
+      {"failure, keys without access",
+       {{StatusKeys::bluetooth, StoreValue::fromJson({{buds, "failed:The device did not answer"}})},
+        {StatusKeys::pinStatus, StoreValue::string("noMicrophone")},
+        {StatusKeys::mediaKeys, StoreValue::string("needsAccessibility")}},
+       "The device did not answer", "L 80% · R 75% · case 100%", 1, 1, true,
+       "This computer has no built-in microphone", "Needs key access to read the keys"},
       {"wrong types",
-       {{StatusKeys::bluetooth, StoreValue::string("Connected")},
+       {{StatusKeys::bluetooth, StoreValue::string("connected")},
         {StatusKeys::battery, StoreValue::fromJson({{buds, {{"single", "full"}}}})},
         {StatusKeys::paired, StoreValue::fromJson({{"address", buds}})},
         {StatusKeys::volumeApps, StoreValue::string("[]")},
-        {StatusKeys::launchAtLogin, StoreValue::string("yes")}},
-       unknownText, unknownText, std::nullopt, std::nullopt, std::nullopt},
+        {StatusKeys::launchAtLogin, StoreValue::string("yes")},
+        {StatusKeys::pinStatus, StoreValue::string("pinned")},
+        {StatusKeys::mediaKeys, StoreValue::boolean(true)}},
+       unknownText, noBatteryText, std::nullopt, std::nullopt, std::nullopt, unknownText, unknownText},
       {"single battery, phase of another device",
-       {{StatusKeys::bluetooth, StoreValue::fromJson({{"11-22-33-44-55-66", "Connected"}})},
+       {{StatusKeys::bluetooth, StoreValue::fromJson({{"11-22-33-44-55-66", "connected"}})},
         {StatusKeys::battery, StoreValue::fromJson({{buds, {{"single", 42}}}})}},
-       unknownText, "42%", std::nullopt, std::nullopt, std::nullopt},
+       unknownText, "42%", std::nullopt, std::nullopt, std::nullopt, unknownText, unknownText},
   };
   for (const auto& c : cases) {
     for (const auto& [key, value] : c.status) store.set(key, value);
 
     const auto view = readView(settingsApp);
     ASSERT_EQ(view.headphones.size(), 1U) << c.name;
-    EXPECT_EQ(view.headphones[0].phase, c.phase) << c.name;
+    EXPECT_EQ(view.headphones[0].status, c.phase) << c.name;
     EXPECT_EQ(view.headphones[0].battery, c.battery) << c.name;
     EXPECT_EQ(view.addable ? std::optional(view.addable->size()) : std::nullopt, c.addable) << c.name;
     EXPECT_EQ(view.volumeApps ? std::optional(view.volumeApps->size()) : std::nullopt, c.volumeApps) << c.name;
     EXPECT_EQ(view.launchAtLogin, c.launchAtLogin) << c.name;
+    EXPECT_EQ(view.pinStatus, c.pinStatus) << c.name;
+    EXPECT_EQ(view.mediaKeysState, c.mediaKeys) << c.name;
   }
+  setFlag(settingsApp, Keys::mediaKeysPaused, true);
+  EXPECT_EQ(readView(settingsApp).mediaKeysState, "Paused: the desktop handles the keys") << "the settings decide first";
+
+  store.set(StatusKeys::volumeApps, StoreValue::fromJson(Json::array({{{"bundleID", "org.a"}, {"gain", 0.5}}})));
+  store.set(StatusKeys::volumeProblem, StoreValue::string(AppVolumeController::permissionText));
+  setAppVolume(settingsApp, "org.a", {0.25F, true});
+  const auto view = readView(settingsApp);
+  const VolumeRow& app = view.volumeApps.value().at(0);
+  EXPECT_TRUE(app.gain == 0.25F && app.muted) << "the person's own setting shows before the agent publishes it";
+  EXPECT_EQ(view.volumeProblemTitle, "Allow audio recording") << "the panel's words for the silent taps";
 }
 
 // The microphone choice: the built-in one first, every other input that is neither Bluetooth nor

@@ -49,7 +49,7 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   const std::string menu = tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
   std::string labels;
   for (const auto& label : test::matches(menu, std::regex("'label': <'([^']*)'>"))) labels += label + "|";
-  EXPECT_EQ(labels, "Not connected|Connect|Show in Menu Bar|Keep Music Quality|Connect Only|Connect After Wake|"
+  EXPECT_EQ(labels, "Not connected|Connect|Show in Tray|Keep Music Quality|Connect Only|Connect After Wake|"
                     "Disconnect Before Sleep|Icon|Earbuds|Headphones|Speaker|Hotkey: None|Record Hotkey…|Remove WH-1000XM4|");
 
   tray->call(item, "/StatusNotifierItem", {"org.kde.StatusNotifierItem.Activate", "10", "10"});

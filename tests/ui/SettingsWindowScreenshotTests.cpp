@@ -3,11 +3,13 @@
 // are what the controls write and which commands reach the agent.
 #include <QApplication>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QTest>
 
 #include <gtest/gtest.h>
 
 #include "core/app/AgentStatus.h"
+#include "core/texts/PlatformTexts.h"
 #include "doubles/FakeHotkeys.h"
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/settings/JsonFileStore.h"
@@ -41,7 +43,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   Settings settings(store, notifications, false, &agent);
   const std::string buds = "aa-bb-cc-dd-ee-ff";
   settings.addDevice(buds, "Sleep Buds");
-  store.set(StatusKeys::bluetooth, StoreValue::fromJson({{buds, "Connected"}}));
+  store.set(StatusKeys::bluetooth, StoreValue::fromJson({{buds, "connected"}}));
   store.set(StatusKeys::battery, StoreValue::fromJson({{buds, {{"left", 80}, {"right", 15}}}}));
   store.set(StatusKeys::paired, StoreValue::fromJson(nlohmann::json::array(
                                     {{{"address", buds}, {"name", "Sleep Buds"}}, {{"address", "11-22-33-44-55-66"}, {"name", "Studio Cans"}}})));
@@ -65,7 +67,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
                                    [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
                                    &keyboard, [&report] { report.show(); }, "1.0 (1)"};
 
-  settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}});
+  settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}, nullptr, 3000});
   settingsapp::AudioInputs inputs(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
   settingsapp::SettingsFileWatch fileWatch(home.path() / "settings.json", [&] { window.refresh(); });
   auto redraw = notifications.observe(Settings::changedName, [&](const std::string&) { window.refresh(); });
@@ -89,7 +91,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
     if (page == 1) { ASSERT_TRUE(QTest::qWaitFor([&] { return microphones().size() == 2; })); }
     saveInBothThemes(window, QString("settings-") + pages[page]);
     if (page == 1) {
-      EXPECT_EQ(microphones()[0]->accessibleDescription() + microphones()[1]->accessibleName(), "chosenYeti") << "no Bluetooth input";
+      EXPECT_EQ(microphones()[0]->accessibleDescription() + microphones()[1]->accessibleName(), "ChosenYeti") << "no Bluetooth input";
       QTest::mouseClick(microphones()[1], Qt::LeftButton);
       EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
     }
@@ -100,7 +102,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
       ASSERT_TRUE(press(**std::ranges::find(tops, QString("reportPanel"), &QObject::objectName), "Send Report"));
       EXPECT_TRUE(shown("Could not send the report.")) << "the archive was put together";
       platform::JsonFileStore(home.path() / "settings.json").set(Keys::hideMenuIcon, StoreValue::boolean(true));
-      EXPECT_TRUE(QTest::qWaitFor([&] { return !window.findChild<nj::NJSwitch*>("Show the tray icon")->isChecked(); }))
+      EXPECT_TRUE(QTest::qWaitFor([&] { return !window.findChild<nj::NJSwitch*>(texts::kShowTrayIcon)->isChecked(); }))
           << "the file edited by hand while the window is open: the tray icon switch follows";
     }
     if (page == 3) {
@@ -108,14 +110,30 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
       ASSERT_NE(slider, nullptr) << "the running app has a volume slider";
       slider->setValue(40);
       EXPECT_FLOAT_EQ(settings.appVolumes()["org.radio"].gain, 0.4F);
+      QApplication::processEvents();
+      ASSERT_TRUE(press(window, "Mute"));
+      EXPECT_TRUE(settings.appVolumes()["org.radio"].muted) << "the labelled button mutes, keeping the gain";
+      EXPECT_FLOAT_EQ(settings.appVolumes()["org.radio"].gain, 0.4F);
+      // The app goes quiet and drops off the list; the section stays, and so does the problem.
+      store.set(StatusKeys::volumeApps, StoreValue::fromJson(nlohmann::json::array()));
+      store.set(StatusKeys::volumeProblem, StoreValue::string(AppVolumeController::permissionText));
+      window.refresh();
+      QApplication::processEvents();
+      saveInBothThemes(window, "settings-volume-empty");
+      QStringList texts;
+      for (auto* label : window.findChildren<QLabel*>()) texts << label->text();
+      for (auto* row : window.findChildren<nj::NJKitRow*>()) texts << row->accessibleName();
+      EXPECT_TRUE(texts.contains("Apps appear here when they play sound.")) << texts.join("|").toStdString();
+      EXPECT_TRUE(texts.contains("Allow audio recording")) << texts.join("|").toStdString();
+      EXPECT_TRUE(press(window, "Try Again"));
     }
   }
   window.showPage(settingsapp::PageBuilder::Page::headphones);
   QApplication::processEvents();
   EXPECT_TRUE(press(window, "Clear"));
   EXPECT_FALSE(settings.devices().at(0).hotkey);
-  EXPECT_TRUE(press(window, "Toggle"));
-  EXPECT_TRUE(press(window, "Remove"));
+  EXPECT_TRUE(press(window, "Disconnect"));
+  EXPECT_TRUE(press(window, "Remove Sleep Buds"));
   EXPECT_TRUE(settings.devices().empty());
 
   // The guide: its headphones step keeps the paired list fresh and adds what is chosen.
@@ -136,7 +154,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_TRUE(finished);
   EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
   ASSERT_EQ(settings.devices().size(), 2U - 1U);
-  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "toggle", "reload",
+  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "reload", "reload", "toggle", "reload",
                                                   "onboardingVisible", "reload", "onboardingVisible", "reload"}));
 }
 

@@ -53,13 +53,15 @@ void AgentStatus::put(std::vector<std::pair<std::string, std::optional<StoreValu
   changes.emplace_back(key, std::move(value));
 }
 
-void AgentStatus::commit(std::vector<std::pair<std::string, std::optional<StoreValue>>> changes) {
-  if (changes.empty()) return;
-  settings_.store().setMany(std::move(changes));
+void AgentStatus::commit(std::vector<std::pair<std::string, std::optional<StoreValue>>> changes, bool signalAnyway) {
+  if (changes.empty() && !signalAnyway) return;
+  if (!changes.empty()) settings_.store().setMany(std::move(changes));
   channel_.postStatus();
 }
 
-void AgentStatus::publish() {
+void AgentStatus::publish() { publish(false); }
+
+void AgentStatus::publish(bool signalAnyway) {
   std::vector<std::pair<std::string, std::optional<StoreValue>>> changes;
   put(changes, StatusKeys::bluetoothAccess, StoreValue::string(accessText(access_.authorization())));
 
@@ -97,7 +99,7 @@ void AgentStatus::publish() {
   }
   put(changes, StatusKeys::volumeApps, StoreValue::fromJson(std::move(apps)));
   put(changes, StatusKeys::volumeProblem, StoreValue::string(volumeProblemText(volume.problem())));
-  commit(std::move(changes));
+  commit(std::move(changes), signalAnyway);
 }
 
 void AgentStatus::publishPaired() {
@@ -181,7 +183,7 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
   } else if (command == "openSettings" || command == "openGuide") {
     if (actions_.openSettings) actions_.openSettings(command == "openGuide");
   }
-  publish();
+  publish(command == statusCommand);
 }
 
 void AgentStatus::onboardingVisible(bool visible) {

@@ -39,6 +39,11 @@ inline constexpr char mediaKeys[] = "agent.mediaKeys";              // "off", "n
 inline constexpr char mediaKeysTarget[] = "agent.mediaKeysTarget";  // application id, "" when none
 }  // namespace StatusKeys
 
+// The settings program's question "what is the status now?": the agent answers with the status
+// signal at once, whether or not anything changed, so that a silent agent can be told apart from
+// one with nothing new to say.
+inline constexpr char statusCommand[] = "status";
+
 class AgentStatus {
  public:
   // What commands may ask of the rest of the agent.
@@ -78,7 +83,9 @@ class AgentStatus {
   // Adds the change to `changes` when the stored value differs.
   void put(std::vector<std::pair<std::string, std::optional<StoreValue>>>& changes, const std::string& key,
            StoreValue value) const;
-  void commit(std::vector<std::pair<std::string, std::optional<StoreValue>>> changes);
+  // Stores the changes; signals when there were any, or always when `signalAnyway`.
+  void commit(std::vector<std::pair<std::string, std::optional<StoreValue>>> changes, bool signalAnyway = false);
+  void publish(bool signalAnyway);
   void onboardingVisible(bool visible);
 
   Runtime& runtime_;

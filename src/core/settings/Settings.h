@@ -44,6 +44,7 @@ inline constexpr char preferredInputUID[] = "preferredInputUID";   // string, ab
 inline constexpr char meetingApps[] = "meetingApps";               // string array, replaces the built-in list
 inline constexpr char hideMenuIcon[] = "hideMenuIcon";             // bool, default false
 inline constexpr char onboardingDone[] = "onboardingDone";         // bool, default false
+inline constexpr char onboardingStep[] = "onboardingStep";         // string: the guide's open step, absent: welcome
 inline constexpr char audioCaptureVerified[] = "audioCaptureVerified";  // bool, default false
 }  // namespace Keys
 

@@ -5,6 +5,9 @@
 #include <functional>
 
 #include "core/app/AgentStatus.h"
+#include "core/texts/PlatformTexts.h"
+#include "core/ui/DeviceMenu.h"
+#include "core/ui/PanelRows.h"
 
 namespace wh::settingsapp {
 namespace {
@@ -29,8 +32,38 @@ std::string field(const nlohmann::json& object, const char* key) {
 }
 
 std::string percent(const nlohmann::json& level) {
-  if (!level.is_number()) return unknownText;
   return std::to_string(std::lround(std::clamp(level.get<double>(), 0.0, maxPercent))) + "%";
+}
+
+// The agent's phase text as the tray's menus say it.
+std::string phaseWords(const std::string& text) {
+  using Phase = BluetoothManager::Phase;
+  constexpr std::string_view failed = "failed:";
+  if (text.starts_with(failed)) return ui::DeviceMenu::phaseLine(Phase::failed(text.substr(failed.size())));
+  for (const Phase& phase : {Phase::disconnected(), Phase::connecting(), Phase::connected(), Phase::disconnecting()}) {
+    if (phase.text() == text) return ui::DeviceMenu::phaseLine(phase);
+  }
+  return unknownText;
+}
+
+// The agent's pinner status text as the panel says it.
+std::string pinnerWords(const std::string& text) {
+  using Status = InputPinner::Status;
+  constexpr std::string_view pinned = "pinned:";
+  if (text.starts_with(pinned)) return ui::pinnerLine(Status::pinned(text.substr(pinned.size())));
+  for (const Status& status : {Status::off(), Status::idle(), Status::releasedForCall(), Status::releasedManually(),
+                               Status::noMicrophone(), Status::fighting()}) {
+    if (describe(status) == text) return ui::pinnerLine(status);
+  }
+  return unknownText;
+}
+
+std::optional<ui::MediaKeysState::Tap> tapState(const std::string& text) {
+  using Tap = ui::MediaKeysState::Tap;
+  if (text == "off") return Tap::off;
+  if (text == "needsAccessibility") return Tap::needsAccessibility;
+  if (text == "running") return Tap::running;
+  return std::nullopt;
 }
 
 std::vector<HeadphonesRow> headphonesRows(const Settings& settings) {
@@ -38,10 +71,10 @@ std::vector<HeadphonesRow> headphonesRows(const Settings& settings) {
   const auto batteries = statusJson(settings, StatusKeys::battery);
   std::vector<HeadphonesRow> rows;
   for (const auto& device : settings.devices()) {
-    HeadphonesRow row{device, unknownText, unknownText};
+    HeadphonesRow row{device, unknownText, noBatteryText};
     if (phases && phases->is_object()) {
       const auto phase = field(*phases, device.address.c_str());
-      if (!phase.empty()) row.phase = phase;
+      if (!phase.empty()) row.status = phaseWords(phase);
     }
     if (batteries && batteries->is_object()) {
       const auto found = batteries->find(device.address);
@@ -71,6 +104,7 @@ std::optional<std::vector<PairedChoice>> addableChoices(const Settings& settings
 std::optional<std::vector<VolumeRow>> volumeRows(const Settings& settings) {
   const auto apps = statusJson(settings, StatusKeys::volumeApps);
   if (!apps || !apps->is_array()) return std::nullopt;
+  const auto volumes = settings.appVolumes();
   std::vector<VolumeRow> rows;
   for (const auto& entry : *apps) {
     if (!entry.is_object()) continue;
@@ -84,6 +118,11 @@ std::optional<std::vector<VolumeRow>> volumeRows(const Settings& settings) {
     if (const auto playing = entry.find("playing"); playing != entry.end() && playing->is_boolean()) {
       row.playing = *playing;
     }
+    // What the person set here shows at once, before the agent publishes it again.
+    if (const auto set = volumes.find(row.appID); set != volumes.end()) {
+      if (!std::isnan(set->second.gain)) row.gain = std::clamp(set->second.gain, 0.0F, 1.0F);
+      row.muted = set->second.muted;
+    }
     rows.push_back(std::move(row));
   }
   return rows;
@@ -92,15 +131,16 @@ std::optional<std::vector<VolumeRow>> volumeRows(const Settings& settings) {
 }  // namespace
 
 std::string batteryText(const nlohmann::json& levels) {
-  if (!levels.is_object()) return unknownText;
-  if (levels.contains("single")) return percent(levels["single"]);
+  if (!levels.is_object()) return noBatteryText;
+  const auto number = [&levels](const char* key) { return levels.contains(key) && levels[key].is_number(); };
+  if (number("single")) return percent(levels["single"]);
   std::string text;
   for (const auto& [key, label] : {std::pair{"left", "L "}, std::pair{"right", "R "}, std::pair{"case", "case "}}) {
-    if (!levels.contains(key)) continue;
+    if (!number(key)) continue;
     if (!text.empty()) text += " · ";
     text += label + percent(levels[key]);
   }
-  return text.empty() ? std::string(unknownText) : text;
+  return text.empty() ? std::string(noBatteryText) : text;
 }
 
 SettingsView readView(const Settings& settings, const std::optional<std::vector<AudioDevice>>& devices) {
@@ -111,7 +151,7 @@ SettingsView readView(const Settings& settings, const std::optional<std::vector<
   view.pinInput = settings.boolValue(Keys::pinInput, true);
   view.callMode = settings.callMode();
   if (devices) view.microphones = microphoneChoices(*devices, preferredInputUID(settings));
-  view.pinStatus = statusText(settings, StatusKeys::pinStatus);
+  view.pinStatus = pinnerWords(statusText(settings, StatusKeys::pinStatus));
   view.outputQuality = statusText(settings, StatusKeys::outputQuality);
   if (const auto apps = settings.store().object(Keys::meetingApps)) {
     view.meetingApps = apps->asStringArray().value_or(std::vector<std::string>{});
@@ -119,10 +159,26 @@ SettingsView readView(const Settings& settings, const std::optional<std::vector<
   view.mediaKeysEnabled = settings.boolValue(Keys::mediaKeysEnabled, false);
   view.mediaKeysPaused = settings.boolValue(Keys::mediaKeysPaused, false);
   view.idlePlay = settings.idlePlay();
-  view.mediaKeysState = statusText(settings, StatusKeys::mediaKeys);
   view.volumeApps = volumeRows(settings);
+  const auto tap = tapState(statusText(settings, StatusKeys::mediaKeys));
+  std::optional<std::string> target = statusText(settings, StatusKeys::mediaKeysTarget);
+  if (target->empty() || *target == unknownText) target.reset();
+  if (target && view.volumeApps) {
+    const auto app = std::ranges::find(*view.volumeApps, *target, &VolumeRow::appID);
+    if (app != view.volumeApps->end()) target = app->name;
+  }
+  view.mediaKeysNeedAccess = tap == ui::MediaKeysState::Tap::needsAccessibility;
+  view.mediaKeysState = ui::mediaKeysDetail(view.mediaKeysEnabled, view.mediaKeysPaused, view.idlePlay,
+                                            tap.value_or(ui::MediaKeysState::Tap::off), target);
+  if (!tap && view.mediaKeysEnabled && !view.mediaKeysPaused) view.mediaKeysState = unknownText;
   if (const auto problem = settings.store().object(StatusKeys::volumeProblem)) {
     view.volumeProblem = problem->asString().value_or("");
+  }
+  if (view.volumeProblem == AppVolumeController::permissionText) {
+    view.volumeProblemTitle = "Allow audio recording";
+    view.volumeProblem = texts::kAppVolumeRecording;
+  } else if (!view.volumeProblem.empty()) {
+    view.volumeProblemTitle = "Volume by app stopped";
   }
   if (const auto login = settings.store().object(StatusKeys::launchAtLogin)) view.launchAtLogin = login->asBool();
   view.showTrayIcon = !settings.boolValue(Keys::hideMenuIcon, false);

@@ -14,12 +14,14 @@
 namespace wh::settingsapp {
 
 // Shown wherever a status key is missing or unreadable.
-inline constexpr char unknownText[] = "unknown";
+inline constexpr char unknownText[] = "Not known yet";
+// Shown for headphones without a fresh battery reading.
+inline constexpr char noBatteryText[] = "No reading";
 
 struct HeadphonesRow {
   DeviceSetting setting;
-  std::string phase;    // the agent's phase text, or unknownText
-  std::string battery;  // "80%", "L 80% · R 75% · case 40%", or unknownText
+  std::string status;   // "Not connected", "Connecting…", "Connected", "Disconnecting…", the failure, or unknownText
+  std::string battery;  // "80%", "L 80% · R 75% · case 40%", or noBatteryText
 };
 
 struct PairedChoice {
@@ -44,16 +46,19 @@ struct SettingsView {
   bool pinInput = true;
   CallModeOption callMode = CallModeOption::automatic;
   std::optional<std::vector<MicrophoneChoice>> microphones;  // absent: the computer's inputs are not read yet
-  std::string pinStatus;
-  std::string outputQuality;
+  std::string pinStatus;      // the panel's line for the pinner's status, or unknownText
+  std::string outputQuality;  // empty: the output is not Bluetooth
   std::vector<std::string> meetingApps;  // empty: the built-in list
   // Media keys.
   bool mediaKeysEnabled = false;
   bool mediaKeysPaused = false;
   IdlePlayAction idlePlay = IdlePlayAction::ask;
-  std::string mediaKeysState;  // "off", "needsAccessibility", "running" or unknownText
+  std::string mediaKeysState;  // the panel's line for the media keys, or unknownText
+  bool mediaKeysNeedAccess = false;
   // Volume by app.
   std::optional<std::vector<VolumeRow>> volumeApps;  // absent: unknown
+  // The volume problem as the panel shows it; both empty when there is none.
+  std::string volumeProblemTitle;
   std::string volumeProblem;
   // General.
   std::optional<bool> launchAtLogin;  // absent: unknown

@@ -24,7 +24,7 @@ std::string unquote(std::string_view value) {
 
 std::string accessibilityLine(const InputAccess& access) {
   const auto yesNo = [](bool value) { return value ? "yes" : "no"; };
-  return std::string("Accessibility trusted: ") + (access.trusted() ? "true" : "false") +
+  return std::string(kKeyAccess) + ": " + (access.trusted() ? "allowed" : "not allowed") +
          " (media-key input devices readable: " + yesNo(access.mediaKeyDevicesReadable) +
          ", /dev/uinput writable: " + yesNo(access.uinputWritable) + ")";
 }

@@ -47,7 +47,10 @@ struct InputAccess {
   bool trusted() const { return mediaKeyDevicesReadable && uinputWritable; }
 };
 
-// "Accessibility trusted: false (media-key input devices readable: yes, /dev/uinput writable: no)".
+// What reading the media keys needs is called "key access" wherever a person meets it: the panel,
+// the settings program and the diagnostics.
+inline constexpr const char* kKeyAccess = "Key access";
+// "Key access: not allowed (media-key input devices readable: yes, /dev/uinput writable: no)".
 std::string accessibilityLine(const InputAccess& access);
 
 // The media keys row of the panel while the agent leaves the keys alone, and its action where
@@ -55,6 +58,13 @@ std::string accessibilityLine(const InputAccess& access);
 inline constexpr const char* kMediaKeysElsewhere = "▶︎, ⏭︎ and ⏮︎ go where the desktop sends them";
 inline constexpr const char* kMediaKeysPaused = "Paused: the desktop handles the keys";
 inline constexpr const char* kOpenAccessibility = "Allow Key Access…";
+inline constexpr const char* kNeedsAccessibility = "Needs key access to read the keys";
+
+// The tray holds what a menu bar holds elsewhere: the main icon and one icon per headphones.
+inline constexpr const char* kShowInTray = "Show in Tray";
+inline constexpr const char* kShowTrayIcon = "Show Tray Icon";
+inline constexpr const char* kHideTrayIcon = "Hide Tray Icon";
+inline constexpr const char* kHideTrayIconToolTip = "Open Wrenhaven again from the applications menu to bring it back.";
 // Why the app volume section asks for audio recording.
 inline constexpr const char* kAppVolumeRecording =
     "The sound server must let Wrenhaven capture what apps play to change one app's volume. Nothing is recorded.";

@@ -1,6 +1,7 @@
 #include "core/ui/DeviceMenu.h"
 
 #include "core/settings/Address.h"
+#include "core/texts/PlatformTexts.h"
 
 namespace wh::ui {
 namespace {
@@ -18,11 +19,29 @@ std::string DeviceMenu::displayName(const DeviceSetting& device) {
   return device.name.empty() ? "Headphones" : device.name;
 }
 
-std::string DeviceMenu::status(const Services& services, const DeviceSetting& device,
-                               std::chrono::system_clock::time_point now) {
-  const std::string address = normalizeAddress(device.address);
-  const auto phase = services.bluetooth.phaseOf(address);
-  switch (phase ? phase->kind() : Kind::disconnected) {
+const std::array<DeviceMenu::Flag, 5>& DeviceMenu::flags() {
+  static constexpr std::array<Flag, 5> all{{
+      {texts::kShowInTray, &DeviceSetting::showInMenuBar},
+      {"Keep Music Quality", &DeviceSetting::pinInput},
+      {"Connect Only", &DeviceSetting::connectOnly},
+      {"Connect After Wake", &DeviceSetting::connectOnWake},
+      {"Disconnect Before Sleep", &DeviceSetting::disconnectOnSleep},
+  }};
+  return all;
+}
+
+std::string DeviceMenu::connectOnlyToolTip(const std::string& name) {
+  return "Clicking the icon or pressing the hotkey never disconnects; it moves the sound back to " + name + ".";
+}
+
+std::string DeviceMenu::iconLabel(DeviceIcon icon) {
+  std::string title(rawValue(icon));
+  title[0] = static_cast<char>(title[0] - 'a' + 'A');
+  return title;
+}
+
+std::string DeviceMenu::phaseLine(const BluetoothManager::Phase& phase) {
+  switch (phase.kind()) {
     case Kind::disconnected:
       return "Not connected";
     case Kind::connecting:
@@ -30,10 +49,18 @@ std::string DeviceMenu::status(const Services& services, const DeviceSetting& de
     case Kind::disconnecting:
       return "Disconnecting…";
     case Kind::failed:
-      return phase->message();
+      return phase.message();
     case Kind::connected:
       break;
   }
+  return "Connected";
+}
+
+std::string DeviceMenu::status(const Services& services, const DeviceSetting& device,
+                               std::chrono::system_clock::time_point now) {
+  const std::string address = normalizeAddress(device.address);
+  const auto phase = services.bluetooth.phaseOf(address).value_or(BluetoothManager::Phase::disconnected());
+  if (phase.kind() != Kind::connected) return phaseLine(phase);
   const auto& levels = services.battery.levels();
   const auto found = levels.find(address);
   if (found != levels.end() && found->second.hasAnyLevel() &&
@@ -76,25 +103,17 @@ Menu DeviceMenu::fill(const Context& context, const DeviceSetting& device) {
   }
   menu.push_back(MenuEntry::separator());
 
-  auto flag = [&](const char* title, bool DeviceSetting::*field) {
-    return MenuEntry::check(title, device.*field, [&settings, address, field] {
+  for (const Flag& flag : flags()) {
+    menu.push_back(MenuEntry::check(flag.title, device.*flag.member, [&settings, address, field = flag.member] {
       update(settings, address, [field](DeviceSetting& record) { record.*field = !(record.*field); });
-    });
-  };
-  menu.push_back(flag("Show in Menu Bar", &DeviceSetting::showInMenuBar));
-  menu.push_back(flag("Keep Music Quality", &DeviceSetting::pinInput));
-  menu.push_back(flag("Connect Only", &DeviceSetting::connectOnly));
-  menu.back().toolTip =
-      "Clicking the icon or pressing the hotkey never disconnects; it moves the sound back to " + name + ".";
-  menu.push_back(flag("Connect After Wake", &DeviceSetting::connectOnWake));
-  menu.push_back(flag("Disconnect Before Sleep", &DeviceSetting::disconnectOnSleep));
+    }));
+    if (flag.member == &DeviceSetting::connectOnly) menu.back().toolTip = connectOnlyToolTip(name);
+  }
 
   Menu icons;
   const DeviceIcon current = savedDeviceIcon(device.icon);
   for (DeviceIcon icon : allDeviceIcons) {
-    std::string title(rawValue(icon));
-    title[0] = static_cast<char>(title[0] - 'a' + 'A');
-    icons.push_back(MenuEntry::check(title, icon == current, [&settings, address, icon] {
+    icons.push_back(MenuEntry::check(iconLabel(icon), icon == current, [&settings, address, icon] {
       update(settings, address, [icon](DeviceSetting& record) { record.icon = std::string(rawValue(icon)); });
     }));
   }

@@ -1,6 +1,7 @@
 #pragma once
 // The menu of one pair of headphones (its own tray item's menu) and its first line.
 
+#include <array>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -24,6 +25,20 @@ class DeviceMenu {
     std::function<void(const DeviceSetting& device)> recordHotkey;
   };
 
+  // One switch of a headphones' record, under the title every surface gives it.
+  struct Flag {
+    const char* title;
+    bool DeviceSetting::*member;
+  };
+  // In the order the menu lists them.
+  static const std::array<Flag, 5>& flags();
+  // The tooltip of "Connect Only" for headphones called `name`.
+  static std::string connectOnlyToolTip(const std::string& name);
+  // "Earbuds", "Headphones", "Speaker".
+  static std::string iconLabel(DeviceIcon icon);
+
+  // "Not connected", "Connecting…", "Connected", "Disconnecting…" or the failure.
+  static std::string phaseLine(const BluetoothManager::Phase& phase);
   // "Not connected", "Connecting…", "Connected · L 80% · R 75%", "Disconnecting…" or the failure.
   static std::string status(const Services& services, const DeviceSetting& device,
                             std::chrono::system_clock::time_point now);

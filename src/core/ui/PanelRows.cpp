@@ -22,6 +22,27 @@ std::function<void(bool)> storeSwitch(Settings& settings, const char* key) {
   };
 }
 
+Menu microphoneMenu(PanelModel& model) {
+  Settings& settings = model.settings;
+  Menu menu{MenuEntry::header("Microphone")};
+  for (const auto& choice : microphoneChoices(AudioDevice::all(model.audio), preferredInputUID(settings))) {
+    // One chosen earlier and unplugged since: the built-in microphone stands in until it returns.
+    MenuEntry entry = MenuEntry::check(choice.title, choice.chosen,
+                                       choice.present ? std::function<void()>([&settings, uid = choice.uid] { setPreferredInput(settings, uid); })
+                                                      : nullptr);
+    entry.enabled = choice.present;
+    menu.push_back(std::move(entry));
+  }
+  menu.push_back(MenuEntry::header("During Calls"));
+  const CallModeOption mode = settings.callMode();
+  for (CallModeOption option : allCallModeOptions) {
+    menu.push_back(MenuEntry::check(callModeLabel(option), option == mode, [&settings, option] { settings.setCallMode(option); }));
+  }
+  return menu;
+}
+
+}  // namespace
+
 std::string pinnerLine(const InputPinner::Status& status) {
   using Kind = InputPinner::Status::Kind;
   switch (status.kind()) {
@@ -54,27 +75,6 @@ std::string callModeLabel(CallModeOption option) {
   }
   return {};
 }
-
-Menu microphoneMenu(PanelModel& model) {
-  Settings& settings = model.settings;
-  Menu menu{MenuEntry::header("Microphone")};
-  for (const auto& choice : microphoneChoices(AudioDevice::all(model.audio), preferredInputUID(settings))) {
-    // One chosen earlier and unplugged since: the built-in microphone stands in until it returns.
-    MenuEntry entry = MenuEntry::check(choice.title, choice.chosen,
-                                       choice.present ? std::function<void()>([&settings, uid = choice.uid] { setPreferredInput(settings, uid); })
-                                                      : nullptr);
-    entry.enabled = choice.present;
-    menu.push_back(std::move(entry));
-  }
-  menu.push_back(MenuEntry::header("During Calls"));
-  const CallModeOption mode = settings.callMode();
-  for (CallModeOption option : allCallModeOptions) {
-    menu.push_back(MenuEntry::check(callModeLabel(option), option == mode, [&settings, option] { settings.setCallMode(option); }));
-  }
-  return menu;
-}
-
-}  // namespace
 
 PanelRow musicQualityRow(PanelModel& model) {
   const InputPinner& pinner = model.s.pinner;
@@ -145,34 +145,32 @@ std::string idlePlayLabel(IdlePlayAction action) {
   return {};
 }
 
+std::string mediaKeysDetail(bool enabled, bool paused, IdlePlayAction idle, MediaKeysState::Tap tap,
+                            const std::optional<std::string>& target) {
+  if (!enabled) return texts::kMediaKeysElsewhere;
+  if (paused) return texts::kMediaKeysPaused;
+  if (tap == MediaKeysState::Tap::off) return "Starting…";
+  if (tap == MediaKeysState::Tap::needsAccessibility) return texts::kNeedsAccessibility;
+  if (target) return "Controls " + *target;
+  if (idle == IdlePlayAction::ask) return "Nothing playing: ▶︎ asks what to open";
+  if (idle == IdlePlayAction::nothing) return "Nothing playing: ▶︎ does nothing";
+  std::string label = idlePlayLabel(idle);
+  std::transform(label.begin(), label.end(), label.begin(), [](unsigned char c) { return std::tolower(c); });
+  return "Nothing playing: ▶︎ will " + label;
+}
+
 PanelRow mediaKeysRow(Settings& settings, const MediaKeysState& state) {
   PanelRow row;
   row.title = "Media keys";
   row.switchOn = settings.boolValue(Keys::mediaKeysEnabled, false);
   row.setSwitch = storeSwitch(settings, Keys::mediaKeysEnabled);
   const IdlePlayAction idle = settings.idlePlay();
-  if (!row.switchOn) {
-    row.detail = texts::kMediaKeysElsewhere;
-  } else if (settings.boolValue(Keys::mediaKeysPaused, false)) {
-    row.detail = texts::kMediaKeysPaused;
-  } else if (state.tap == MediaKeysState::Tap::off) {
-    row.detail = "Starting…";
-  } else if (state.tap == MediaKeysState::Tap::needsAccessibility) {
-    row.detail = "Needs Accessibility to read the keys";
-    if (state.openAccessibility) row.actions.push_back({texts::kOpenAccessibility, state.openAccessibility});
-  } else if (state.target) {
-    row.detail = "Controls " + *state.target;
-  } else if (idle == IdlePlayAction::ask) {
-    row.detail = "Nothing playing: ▶︎ asks what to open";
-  } else if (idle == IdlePlayAction::nothing) {
-    row.detail = "Nothing playing: ▶︎ does nothing";
-  } else {
-    std::string label = idlePlayLabel(idle);
-    std::transform(label.begin(), label.end(), label.begin(), [](unsigned char c) { return std::tolower(c); });
-    row.detail = "Nothing playing: ▶︎ will " + label;
+  const bool paused = settings.boolValue(Keys::mediaKeysPaused, false);
+  row.detail = mediaKeysDetail(row.switchOn, paused, idle, state.tap, state.target);
+  if (row.switchOn && !paused && state.tap == MediaKeysState::Tap::needsAccessibility && state.openAccessibility) {
+    row.actions.push_back({texts::kOpenAccessibility, state.openAccessibility});
   }
   row.optionsLabel = "Media key options";
-  const bool paused = settings.boolValue(Keys::mediaKeysPaused, false);
   row.options.push_back(MenuEntry::check("Pause Media Keys", paused, [&settings, paused] {
     storeSwitch(settings, Keys::mediaKeysPaused)(!paused);
   }));
@@ -260,10 +258,10 @@ DevicesSection devicesSection(PanelModel& model, std::chrono::system_clock::time
   return section;
 }
 
-std::optional<AppVolumeSection> appVolumeSection(AppVolumeController& volume) {
+AppVolumeSection appVolumeSection(AppVolumeController& volume) {
   using Kind = AppVolumeController::Problem::Kind;
-  if (volume.apps().empty()) return std::nullopt;
   AppVolumeSection section;
+  if (volume.apps().empty()) section.emptyText = "Apps appear here when they play sound.";
   for (const auto& id : volume.apps()) {
     const AppVolumeSetting setting = volume.setting(id);
     section.apps.push_back({volume.displayName(id), volume.icon(id), setting.gain, setting.muted, volume.isPlaying(id),

@@ -39,6 +39,11 @@ struct PinnerState {
   std::string outputQuality;
 };
 
+// The music quality row's first line for the pinner's status.
+std::string pinnerLine(const InputPinner::Status& status);
+// "Automatic (release during calls)", "Always allow headphone mic", "Always keep music quality".
+std::string callModeLabel(CallModeOption option);
+
 // "Keep music quality": the input pinner's state, the output's sample rate and the microphone menu.
 PanelRow musicQualityRow(PanelModel& model);
 PanelRow musicQualityRow(PanelModel& model, const PinnerState& state);
@@ -53,6 +58,9 @@ struct MediaKeysState {
   std::function<void()> openAccessibility;
 };
 PanelRow mediaKeysRow(Settings& settings, const MediaKeysState& state);
+// The media keys row's detail for the switch, the pause, the idle-play choice and the tap.
+std::string mediaKeysDetail(bool enabled, bool paused, IdlePlayAction idle, MediaKeysState::Tap tap,
+                            const std::optional<std::string>& target);
 // The row for the services' key tap. Without access to the keyboards its action logs how access is
 // granted and looks again.
 PanelRow mediaKeysRow(PanelModel& model);
@@ -100,13 +108,15 @@ struct AppVolumeRow {
 
 struct AppVolumeSection {
   std::vector<AppVolumeRow> apps;
+  // What the section says while no application is listed.
+  std::string emptyText;
   // The controller's problem, when it has one, and the way out of it.
   std::string problemTitle;
   std::string problemDetail;
   std::optional<RowAction> problemAction;
 };
 
-// Nothing while no application has played sound lately.
-std::optional<AppVolumeSection> appVolumeSection(AppVolumeController& volume);
+// Always shown: with no application listed it says how one gets there, and a problem stays with it.
+AppVolumeSection appVolumeSection(AppVolumeController& volume);
 
 }  // namespace wh::ui

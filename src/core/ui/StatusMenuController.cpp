@@ -1,6 +1,7 @@
 #include "core/ui/StatusMenuController.h"
 
 #include "core/settings/Address.h"
+#include "core/texts/PlatformTexts.h"
 
 namespace wh::ui {
 
@@ -100,8 +101,8 @@ Menu StatusMenuController::moreOptions() {
                                     [set = extras_.setInstallUpdatesAutomatically, on] { set(!on); }));
   }
   if (!menu.empty()) menu.push_back(MenuEntry::separator());
-  menu.push_back(MenuEntry::item("Hide This Menu Item", model_.hideIcon));
-  menu.back().toolTip = hideToolTip;
+  menu.push_back(MenuEntry::item(texts::kHideTrayIcon, model_.hideIcon));
+  menu.back().toolTip = texts::kHideTrayIconToolTip;
   return menu;
 }
 

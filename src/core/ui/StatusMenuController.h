@@ -76,7 +76,6 @@ class StatusMenuController {
   static constexpr double reopenRefusal = 0.25;
   // Control stands for the Command key of the shortcuts.
   static constexpr const char* settingsKeyHint = "Ctrl+,";
-  static constexpr const char* hideToolTip = "Open Wrenhaven again from Applications to bring it back.";
 
   StatusMenuController(Runtime& runtime, Services& services, Settings& settings, AudioHardware& audio,
                        BluetoothAccess& access, StatusMenuView& view, PanelServices extras = {});

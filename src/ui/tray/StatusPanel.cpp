@@ -188,20 +188,20 @@ void StatusPanel::addRow(QVBoxLayout& layout, ui::PanelRow rowData, nj::NJGlyph 
 
 void StatusPanel::addAppVolumes(QVBoxLayout& layout) {
   const auto section = ui::appVolumeSection(controller_.model().s.volume);
-  if (!section) return;
   layout.addWidget(new Separator(content_));
   layout.addWidget(new nj::NJSectionHeader("Volume by App", content_));
-  for (const auto& app : section->apps) addAppVolume(layout, app);
-  if (section->problemTitle.empty()) return;
-  auto* title = new nj::NJKitRow(qs(section->problemTitle), content_);
+  if (!section.emptyText.empty()) layout.addWidget(wrapped(qs(section.emptyText), content_));
+  for (const auto& app : section.apps) addAppVolume(layout, app);
+  if (section.problemTitle.empty()) return;
+  auto* title = new nj::NJKitRow(qs(section.problemTitle), content_);
   title->setGlyph(nj::NJGlyph::speaker, NJTokens::colors(palette()).warning);
   layout.addWidget(title);
-  layout.addWidget(wrapped(qs(section->problemDetail), content_));
-  if (!section->problemAction) return;
+  layout.addWidget(wrapped(qs(section.problemDetail), content_));
+  if (!section.problemAction) return;
   auto* buttons = new QHBoxLayout;
   buttons->setContentsMargins(NJTokens::space3, NJTokens::space2, NJTokens::space3, NJTokens::space1);
-  auto* action = new nj::NJButton(qs(section->problemAction->title), nj::NJButton::Style::plain, content_);
-  connect(action, &QAbstractButton::clicked, this, [run = section->problemAction->run] { run(); });
+  auto* action = new nj::NJButton(qs(section.problemAction->title), nj::NJButton::Style::plain, content_);
+  connect(action, &QAbstractButton::clicked, this, [run = section.problemAction->run] { run(); });
   buttons->addWidget(action);
   buttons->addStretch();
   layout.addLayout(buttons);
@@ -222,9 +222,7 @@ void StatusPanel::addAppVolume(QVBoxLayout& layout, const ui::AppVolumeRow& app)
   line->addWidget(icon);
   auto* name = new QLabel(qs(app.name), row);
   name->setFont(nj::NJFonts::sans(NJTokens::captionSize));
-  QPalette palette = name->palette();
-  palette.setColor(QPalette::WindowText, NJTokens::colors(this->palette()).text);
-  name->setPalette(palette);
+  // The theme's own text colour, so that the name follows a change of theme.
   name->setMinimumWidth(0);
   line->addWidget(name, 1);
   auto* slider = new nj::NJSlider(row);
