@@ -104,7 +104,7 @@ class ProfileGuardTest : public testing::TestWithParam<Scenario>, protected Guar
   // records; "record", "stop": a browser records (an undetected call); "rec": it records from the
   // headphones' microphone, "moved": that recording moves to the built-in one; "override";
   // "nomic": the built-in microphone goes; "refuse" (again: accept) profile writes; "slow"
-  // answers; the card: "hsp" to headset, "a2dp" to SBC, "reconnect", "sbcGone", "noMusic": SBC or
+  // answers; "serverSwitchOff": the agent keeps the server's automatic switch off; the card: "hsp" to headset, "a2dp" to SBC, "reconnect", "sbcGone", "noMusic": SBC or
   // every music profile goes. What is due when the script ends runs.
   void play(const std::string& script) {
     pinner.start();
@@ -133,6 +133,8 @@ class ProfileGuardTest : public testing::TestWithParam<Scenario>, protected Guar
         hw.refuseProfiles = !hw.refuseProfiles;
       } else if (event == "slow") {
         hw.answerDelay = 0.5;
+      } else if (event == "serverSwitchOff") {
+        guard.movesCardsForCalls = [] { return true; };
       } else if (event == "reconnect") {
         const AudioCard kept = c;
         hw.cardList.clear();
@@ -203,6 +205,15 @@ INSTANTIATE_TEST_SUITE_P(Guarding, ProfileGuardTest, testing::Values(
     Scenario{"call hsp hangup +3", "a2dp-sink-sbc", "holding", moved},
     // A call detected after the guard undid the policy's switch gets the headset profile back.
     Scenario{"record hsp call", "headset-head-unit", "released", handedBack},
+    // With the server's automatic switch off the guard moves the card for a call (once: a refusal
+    // waits for the next release) and back when the pinner returns.
+    Scenario{"call", "a2dp-sink-sbc", "released"},
+    Scenario{"serverSwitchOff call", "headset-head-unit", "released", handedBack},
+    Scenario{"serverSwitchOff nomic", "headset-head-unit", "released", handedBack},
+    Scenario{"serverSwitchOff call hangup +2.9", "headset-head-unit", "released", handedBack},
+    Scenario{"serverSwitchOff call hangup +3", "a2dp-sink-sbc", "holding", moved},
+    Scenario{"serverSwitchOff refuse call +5", "a2dp-sink-sbc", "released",
+             "could not move WH-1000XM4 to its headset profile: Access denied"},
     // The pinner's pace (a correction too soon waits) and fight record, which a call's end clears.
     Scenario{"record hsp +0.1 a2dp hsp +0.2", "a2dp-sink-sbc", "holding", moved},
     Scenario{"record hsp +1 hsp +1 hsp +1 hsp +1 hsp +1 hsp", "headset-head-unit", "fighting", fight},

@@ -116,6 +116,16 @@ std::optional<std::string> ProfileGuard::musicProfileFor(const AudioCard& card, 
   return best ? std::optional(best->name) : std::nullopt;
 }
 
+std::optional<std::string> ProfileGuard::headsetProfileFor(const AudioCard& card) {
+  std::optional<AudioProfile> best;
+  for (const auto& profile : card.profiles) {
+    if (profile.kind == ProfileKind::headset && profile.available && (!best || profile.priority > best->priority)) {
+      best = profile;
+    }
+  }
+  return best ? std::optional(best->name) : std::nullopt;
+}
+
 bool ProfileGuard::released(const std::string& why) {
   released_ = true;
   releasedWhy_ = why;
@@ -188,6 +198,17 @@ void ProfileGuard::note(Memory& memory, std::string action) { memory.lastAction 
 bool ProfileGuard::decideReleased(const Guarded& guarded, Memory& memory) {
   observe(guarded.card, memory);
   const ProfileKind kind = guarded.card.activeKind();
+  // The server does not switch for calls while the agent keeps its switch off: the guard does, once
+  // per release (a refusal is not tried again until the next one).
+  const auto headset = headsetProfileFor(guarded.card);
+  if (kind == ProfileKind::music && !memory.movedForCall && headset && !pinner_.isFighting() &&
+      movesCardsForCalls && movesCardsForCalls()) {
+    memory.movedForCall = true;
+    note(memory, "moved to its headset profile: " + releasedWhy_);
+    write(guarded, *headset, "moved " + guarded.name + " to its headset profile " + *headset,
+          "could not move " + guarded.name + " to its headset profile: ");
+    return false;
+  }
   // The person needs the headphone microphone now: a card the guard kept from its headset profile
   // gets it back, which the policy's restore step then remembers.
   if (kind == ProfileKind::music && !memory.policyHeadset.empty() && !memory.awaitingRestoreSince) {
@@ -209,6 +230,7 @@ bool ProfileGuard::decide(const Guarded& guarded, Memory& memory, bool& holding)
   const ProfileKind kind = card.activeKind();
   if (kind == ProfileKind::music) {
     holding = true;
+    memory.movedForCall = false;
     if (memory.policyHeadset.empty() || anyRecording()) return true;
     note(memory, "moved to its headset profile again, for the server to remember when it restores");
     handBack(guarded, memory);
@@ -222,6 +244,12 @@ bool ProfileGuard::decide(const Guarded& guarded, Memory& memory, bool& holding)
     memory.awaitingRestoreSince.reset();
     note(memory, "left in its headset profile: its microphone records");
     return true;
+  }
+  if (memory.movedForCall) {  // the guard's own move for a call: undone when the release ends
+    memory.movedForCall = false;
+    memory.awaitingRestoreSince.reset();
+    moveBack(guarded, memory, "the call is over");
+    return false;
   }
   if (!memory.refusedWhy.empty()) {  // a move back the server refused: tried again at the pace
     moveBack(guarded, memory, memory.refusedWhy);

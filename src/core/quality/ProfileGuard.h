@@ -60,6 +60,11 @@ class ProfileGuard {
 
   // Called whenever `status` or `outputQuality` changes.
   std::function<void()> onChange;
+  // Whether the server's own automatic switch is off by the agent's doing (AutoSwitchKeeper): then
+  // the guard itself moves a card in a music profile to its headset profile while the pinner lets
+  // the headphone microphone be used (a call, the call mode, the override, no other microphone),
+  // and back when that ends.
+  std::function<bool()> movesCardsForCalls;
 
   // Listens to the cards, the devices, the default output and the recordings, observes the process
   // monitor, follows every evaluation of the pinner (its onEvaluated slot), and evaluates once.
@@ -98,6 +103,7 @@ class ProfileGuard {
     std::optional<double> awaitingRestoreSince;
     bool recording = false;  // something recorded at the last look while waiting
     std::string refusedWhy;  // why the card was being moved back when the server refused
+    bool movedForCall = false;  // the guard moved it to its headset profile for a call
     std::string lastAction;
   };
 
@@ -105,6 +111,7 @@ class ProfileGuard {
   bool recordedFrom(const std::string& address) const;
   bool anyRecording() const;
   std::optional<std::string> musicProfileFor(const AudioCard& card, const Memory& memory) const;
+  static std::optional<std::string> headsetProfileFor(const AudioCard& card);
   // Takes in the card's profile; answers whether it changed since the last look.
   bool observe(const AudioCard& card, Memory& memory);
   // The card's decision while holding, and while released; false when a write is on its way and
