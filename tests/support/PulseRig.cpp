@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
 namespace wh::test {
 
@@ -206,6 +207,20 @@ std::string PulseRig::pactlLine(const std::vector<std::string>& arguments) const
   std::string output = pactl(arguments).output;
   while (!output.empty() && (output.back() == '\n' || output.back() == '\r')) output.pop_back();
   return output;
+}
+
+std::vector<std::string> PulseRig::moduleArguments(const std::string& module) const {
+  std::vector<std::string> out;
+  std::istringstream lines(pactl({"list", "short", "modules"}).output);
+  for (std::string line; std::getline(lines, line);) {  // index, name, argument, use count: tab-separated
+    std::istringstream fields(line);
+    std::string index, name, argument;
+    std::getline(fields, index, '\t');
+    std::getline(fields, name, '\t');
+    std::getline(fields, argument, '\t');
+    if (name == module) out.push_back(argument);
+  }
+  return out;
 }
 
 std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& arguments,
