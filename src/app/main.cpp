@@ -93,9 +93,14 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
   wh::platform::BluezUPowerBatterySources batteries;
 
   wh::Diagnose::Sources sources = diagnoseSources(build, settings, pinner, batteries);
+  // The server's automatic headset switch, and whether the running agent has it off (its record).
+  wh::platform::PulseBluetoothPolicy bluetoothPolicy;
+  wh::platform::JsonFileStore agentState(wh::platform::stateHome() / wh::FileLog::sharedName() / "state.json");
+  wh::AutoSwitchKeeper autoSwitch(settings, bluetoothPolicy, agentState);
   if (audio.waitUntilReady(3.0)) {
     sources.audio = &audio;
     sources.processes = &monitor;
+    sources.autoSwitch = [&autoSwitch] { return autoSwitch.lookNow(); };
   } else {
     sources.audioProblem = audio.lastError().empty() ? "no answer" : audio.lastError();
   }
@@ -229,6 +234,8 @@ int main(int argc, char** argv) {
     wh::Diagnose::Sources diagnose = diagnoseSources(build, settings, services.pinner, batteries);
     diagnose.audio = &audio;
     diagnose.processes = &processes;
+    diagnose.autoSwitch = [&autoSwitch] { return autoSwitch.describe(); };
+    diagnose.guardAction = [&guard = services.profileGuard](const std::string& card) { return guard.lastAction(card); };
     wh::ReportProblem::Sources reportSources{
         [diagnose] { return wh::Diagnose(diagnose).text(); },
         fileLog, crashFolder, std::filesystem::temp_directory_path(),

@@ -91,6 +91,9 @@ TEST_P(AutoSwitchKeeperTest, Scenario) {
   EXPECT_EQ(server.setting, s.setting);
   EXPECT_EQ(keeper->offByAgent(), s.offByAgent);
   EXPECT_EQ(keeper->describe(), s.describe);
+  if (s.describe.find("could not") == std::string::npos) {
+    EXPECT_EQ(keeper->lookNow(), s.describe) << "read afresh, as \"--diagnose\" does";
+  }
   const bool waiting = s.describe.rfind("none now", 0) == 0;  // for the server's switch to come back
   EXPECT_EQ(state.object(AutoSwitchKeeper::recordKey).has_value(), s.offByAgent || waiting)
       << "the person's setting is on record exactly while the agent has it off";

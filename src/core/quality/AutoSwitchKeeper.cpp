@@ -4,6 +4,15 @@
 
 namespace wh {
 
+std::string AutoSwitchKeeper::described(const std::optional<AutoSwitchReading>& reading,
+                                        const std::optional<Record>& kept) {
+  if (!reading) return kept ? "none now (the person's setting to put back: " + kept->setting + ")" : "none";
+  if (reading->on || !kept) return reading->owner + ": " + (reading->on ? "on" : "off") + ", as the person set it";
+  return reading->owner + ": off, by Wrenhaven (the person's setting: " + kept->setting + ")";
+}
+
+std::string AutoSwitchKeeper::lookNow() const { return described(server_.read(), record()); }
+
 std::optional<AutoSwitchKeeper::Record> AutoSwitchKeeper::record() const {
   const auto stored = state_.object(recordKey);
   if (!stored || stored->kind() != StoreValue::Kind::dictionary) return std::nullopt;
@@ -30,21 +39,19 @@ void AutoSwitchKeeper::evaluate() {
   const auto kept = record();
   if (!reading) {
     // No switch, or no server: nothing to keep. A record stays for the server that comes back.
-    report(false, kept ? "none now (the person's setting to put back: " + kept->setting + ")" : "none");
+    report(false, described(reading, kept));
     return;
   }
   if (running_ && settings_.boolValue(Keys::pinInput, true)) return keep(*reading);
   if (kept) return putBack(*kept, running_ ? "music quality is no longer kept" : "the agent stops");
-  report(false, reading->owner + ": " + (reading->on ? "on" : "off") + ", as the person set it");
+  report(false, described(reading, std::nullopt));
 }
 
 void AutoSwitchKeeper::keep(const AutoSwitchReading& reading) {
   if (!reading.on) {
     // Off already: by this agent (a record says what the person had), or by the person.
     const auto kept = record();
-    report(kept.has_value(), reading.owner + ": off, " +
-                                 (kept ? "by Wrenhaven (the person's setting: " + kept->setting + ")"
-                                       : std::string("as the person set it")));
+    report(kept.has_value(), described(reading, kept));
     return;
   }
   // On now: this is the person's setting (also after the server restarted with it). Written down
@@ -58,7 +65,7 @@ void AutoSwitchKeeper::keep(const AutoSwitchReading& reading) {
     return;
   }
   Log::info("turned off automatic headset switching of " + reading.owner + " while music quality is kept");
-  report(true, reading.owner + ": off, by Wrenhaven (the person's setting: " + reading.setting + ")");
+  report(true, described(server_.read(), record()));
 }
 
 void AutoSwitchKeeper::putBack(const Record& kept, const std::string& when) {
@@ -71,8 +78,7 @@ void AutoSwitchKeeper::putBack(const Record& kept, const std::string& when) {
   state_.set(recordKey, std::nullopt);
   Log::info("put back automatic headset switching of " + kept.owner + " as the person set it (" + kept.setting +
             "): " + when);
-  const auto reading = server_.read();
-  report(false, reading ? reading->owner + ": " + (reading->on ? "on" : "off") + ", as the person set it" : "none");
+  report(false, described(server_.read(), std::nullopt));
 }
 
 void AutoSwitchKeeper::report(bool offByAgent, std::string description) {

@@ -39,12 +39,16 @@ class AutoSwitchKeeper {
   // For the diagnostics: "none", or the owner, "on" or "off", and who set it:
   // "PulseAudio's module-bluetooth-policy: off, by Wrenhaven (the person's setting: auto_switch=1)".
   const std::string& describe() const { return description_; }
+  // The same, read now from the server and the record without changing anything (for "--diagnose",
+  // where the running agent is another process).
+  std::string lookNow() const;
 
  private:
   struct Record {
     std::string owner, setting;
   };
   std::optional<Record> record() const;
+  static std::string described(const std::optional<AutoSwitchReading>& reading, const std::optional<Record>& kept);
   void keep(const AutoSwitchReading& reading);
   void putBack(const Record& record, const std::string& when);
   void report(bool offByAgent, std::string description);
