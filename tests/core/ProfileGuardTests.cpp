@@ -95,6 +95,7 @@ class GuardWorld : protected test::QualityWorld {
 
 struct Scenario {
   std::string script, profile, status, lastLog = {};  // the card's profile and the guard's status at the end
+  std::string action = {};  // what the guard says it last did about the card, where the row checks it
 };
 void PrintTo(const Scenario& s, std::ostream* out) { *out << '"' << s.script << '"'; }
 
@@ -166,12 +167,16 @@ TEST_P(ProfileGuardTest, Scenario) {
   EXPECT_EQ(describe(guard.status()), s.status);
   EXPECT_EQ(log->lines.empty() ? "" : log->lines.back(), s.lastLog);
   EXPECT_LE(std::count(log->lines.begin(), log->lines.end(), fight), 1) << "the fight is logged once";
+  if (!s.action.empty()) {
+    EXPECT_EQ(guard.lastAction(card), s.action);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Guarding, ProfileGuardTest, testing::Values(
     // A switch that a recording explains is undone unless its microphone records: to the music
     // profile it had, else the best one left.
-    Scenario{"record hsp", "a2dp-sink-sbc", "holding", moved},
+    Scenario{"record hsp", "a2dp-sink-sbc", "holding", moved,
+             "moved back to its music profile: a recording not from its microphone switched it to headset-head-unit"},
     Scenario{"record sbcGone hsp", "a2dp-sink-aac", "holding", moved},
     Scenario{"rec hsp", "headset-head-unit", "holding"},
     Scenario{"record noMusic hsp", "headset-head-unit", "idle"},
@@ -182,7 +187,7 @@ INSTANTIATE_TEST_SUITE_P(Guarding, ProfileGuardTest, testing::Values(
     Scenario{"rec hsp stop +3", "a2dp-sink-sbc", "holding", moved},
     // A switch with nothing recording is a person's: kept, also when something records later,
     // until the headphones reconnect (or the card is back in a music profile).
-    Scenario{"hsp", "headset-head-unit", "holding", byHand},
+    Scenario{"hsp", "headset-head-unit", "holding", byHand, "left in its headset profile: chosen by hand"},
     Scenario{"hsp record +5", "headset-head-unit", "holding", byHand},
     Scenario{"hsp record reconnect", "a2dp-sink-aac", "holding", moved},
     Scenario{"hsp a2dp record hsp", "a2dp-sink-sbc", "holding", moved},
@@ -190,9 +195,10 @@ INSTANTIATE_TEST_SUITE_P(Guarding, ProfileGuardTest, testing::Values(
     // restore step; restoreWait later, with no restore, the guard moves it back itself.
     Scenario{"record hsp stop", "headset-head-unit", "holding", handedBack},
     Scenario{"record hsp stop +2.9", "headset-head-unit", "holding", handedBack},
-    Scenario{"record hsp stop +3", "a2dp-sink-sbc", "holding", moved},
+    Scenario{"record hsp stop +3", "a2dp-sink-sbc", "holding", moved,
+             "moved back to its music profile: the server did not restore it"},
     // No other microphone: the headphones' is the only one, and the guard lets go.
-    Scenario{"nomic record hsp", "headset-head-unit", "released"},
+    Scenario{"nomic record hsp", "headset-head-unit", "released", "", "released: there is no other microphone"},
     // The server's answer decides: a card that reads as moved before it is not taken for moved, a
     // refusal is logged and tried again at the pace, and a server that keeps refusing is fought.
     Scenario{"record refuse hsp", "headset-head-unit", "holding", refused},
@@ -211,16 +217,20 @@ INSTANTIATE_TEST_SUITE_P(Guarding, ProfileGuardTest, testing::Values(
     Scenario{"call hsp hangup +2.9", "headset-head-unit", "released"},
     Scenario{"call hsp hangup +3", "a2dp-sink-sbc", "holding", moved},
     // A call detected after the guard undid the policy's switch gets the headset profile back.
-    Scenario{"record hsp call", "headset-head-unit", "released", handedBack},
+    Scenario{"record hsp call", "headset-head-unit", "released", handedBack,
+             "moved to its headset profile again: a call or the call mode needs the headphone microphone"},
     // With the server's automatic switch off the guard moves the card for a call (once: a refusal
     // waits for the next release) and back when the pinner returns.
     Scenario{"call", "a2dp-sink-sbc", "released"},
     Scenario{"serverSwitchOff call", "headset-head-unit", "released", handedBack},
     Scenario{"serverSwitchOff nomic", "headset-head-unit", "released", handedBack},
-    Scenario{"serverSwitchOff call hangup +2.9", "headset-head-unit", "released", handedBack},
+    Scenario{"serverSwitchOff call hangup +2.9", "headset-head-unit", "released", handedBack,
+             "moved to its headset profile: a call or the call mode needs the headphone microphone"},
     Scenario{"serverSwitchOff call hangup +3", "a2dp-sink-sbc", "holding", moved},
     Scenario{"serverSwitchOff refuse call +5", "a2dp-sink-sbc", "released",
-             "could not move WH-1000XM4 to its headset profile: Access denied"},
+             "could not move WH-1000XM4 to its headset profile: Access denied",
+             "moved to its headset profile: a call or the call mode needs the headphone microphone (refused: Access "
+             "denied)"},
     // The pinner's pace (a correction too soon waits) and fight record, which a call's end clears.
     Scenario{"record hsp +0.1 a2dp hsp +0.2", "a2dp-sink-sbc", "holding", moved},
     Scenario{"record hsp +1 hsp +1 hsp +1 hsp +1 hsp +1 hsp", "headset-head-unit", "fighting", fight},

@@ -173,7 +173,7 @@ bool ProfileGuard::observe(const AudioCard& card, Memory& memory) {
   if (card.activeKind() == ProfileKind::music) {
     memory.musicProfile = card.activeProfile;
     memory.chosenByHand = false;
-    memory.refusedWhy.clear();
+    memory.moveBackWhy.clear();
     if (memory.awaitingRestoreSince) {  // the policy's restore step has run (or someone did its work)
       memory.awaitingRestoreSince.reset();
       memory.recording = false;
@@ -205,6 +205,7 @@ bool ProfileGuard::decideReleased(const Guarded& guarded, Memory& memory) {
       movesCardsForCalls && movesCardsForCalls()) {
     memory.movedForCall = true;
     note(memory, "moved to its headset profile: " + releasedWhy_);
+    memory.releaseNoted = releasedWhy_;
     write(guarded, *headset, "moved " + guarded.name + " to its headset profile " + *headset,
           "could not move " + guarded.name + " to its headset profile: ");
     return false;
@@ -213,6 +214,7 @@ bool ProfileGuard::decideReleased(const Guarded& guarded, Memory& memory) {
   // gets it back, which the policy's restore step then remembers.
   if (kind == ProfileKind::music && !memory.policyHeadset.empty() && !memory.awaitingRestoreSince) {
     note(memory, "moved to its headset profile again: " + releasedWhy_);
+    memory.releaseNoted = releasedWhy_;
     handBack(guarded, memory);
     return false;
   }
@@ -220,7 +222,8 @@ bool ProfileGuard::decideReleased(const Guarded& guarded, Memory& memory) {
   if (kind == ProfileKind::headset && (memory.awaitingRestoreSince || !anyRecording())) {
     awaitRestore(memory, anyRecording());
   }
-  if (memory.lastAction.rfind("released", 0) != 0) note(memory, "released: " + releasedWhy_);
+  if (memory.releaseNoted != releasedWhy_) note(memory, "released: " + releasedWhy_);
+  memory.releaseNoted = releasedWhy_;
   return true;
 }
 
@@ -228,6 +231,7 @@ bool ProfileGuard::decide(const Guarded& guarded, Memory& memory, bool& holding)
   const AudioCard& card = guarded.card;
   const bool switched = observe(card, memory);
   const ProfileKind kind = card.activeKind();
+  memory.releaseNoted.clear();
   if (kind == ProfileKind::music) {
     holding = true;
     memory.movedForCall = false;
@@ -242,6 +246,7 @@ bool ProfileGuard::decide(const Guarded& guarded, Memory& memory, bool& holding)
   if (recordedFrom(guarded.address)) {  // its own microphone in use: the policy remembers a headset profile
     memory.policyHeadset.clear();
     memory.awaitingRestoreSince.reset();
+    memory.moveBackWhy.clear();
     note(memory, "left in its headset profile: its microphone records");
     return true;
   }
@@ -251,8 +256,8 @@ bool ProfileGuard::decide(const Guarded& guarded, Memory& memory, bool& holding)
     moveBack(guarded, memory, "the call is over");
     return false;
   }
-  if (!memory.refusedWhy.empty()) {  // a move back the server refused: tried again at the pace
-    moveBack(guarded, memory, memory.refusedWhy);
+  if (!memory.moveBackWhy.empty()) {  // a move back not yet made or refused: tried again at the pace
+    moveBack(guarded, memory, memory.moveBackWhy);
     return false;
   }
   const bool recording = anyRecording();
@@ -282,6 +287,7 @@ bool ProfileGuard::decide(const Guarded& guarded, Memory& memory, bool& holding)
 }
 
 void ProfileGuard::moveBack(const Guarded& guarded, Memory& memory, const std::string& why) {
+  memory.moveBackWhy = why;  // owed until the server accepts (a retry, a refusal, a fight's end)
   switch (pacer_.request(lifetime_.guard([this] { evaluate(); }))) {
     case CorrectionPacer::Verdict::deferred:
       return;
@@ -296,7 +302,6 @@ void ProfileGuard::moveBack(const Guarded& guarded, Memory& memory, const std::s
   // the evaluation after it finds the card where the server kept it and tries again at the
   // pinner's pace, so a server that keeps refusing ends in a fight.
   note(memory, "moved back to its music profile: " + why);
-  memory.refusedWhy = why;  // until the answer says otherwise
   write(guarded, *musicProfileFor(guarded.card, memory), "moved " + guarded.name + " back to its music profile",
         "could not move " + guarded.name + " back to its music profile: ");
 }
@@ -317,7 +322,7 @@ void ProfileGuard::write(const Guarded& guarded, const std::string& profile, std
                              const auto memory = memory_.find(card);
                              if (answer.accepted) {
                                Log::info(accepted);
-                               if (memory != memory_.end()) memory->second.refusedWhy.clear();
+                               if (memory != memory_.end()) memory->second.moveBackWhy.clear();
                              } else {
                                Log::error(refused + answer.reason);
                                if (memory != memory_.end()) memory->second.lastAction += " (refused: " + answer.reason + ")";

@@ -102,7 +102,8 @@ class ProfileGuard {
     // Since when the card waits in a headset profile for the policy's restore step.
     std::optional<double> awaitingRestoreSince;
     bool recording = false;  // something recorded at the last look while waiting
-    std::string refusedWhy;  // why the card was being moved back when the server refused
+    std::string moveBackWhy;  // a move back decided and not yet accepted by the server, and why
+    std::string releaseNoted;  // the release whose reason lastAction already tells
     bool movedForCall = false;  // the guard moved it to its headset profile for a call
     std::string lastAction;
   };
