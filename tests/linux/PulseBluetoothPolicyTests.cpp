@@ -54,9 +54,9 @@ TEST_P(PulseBluetoothPolicyTest, TurnsTheModulesSwitchOffAndPutsTheArgumentBack)
   }
 }
 
-class PulseAudioPolicyTest : public PulseBluetoothPolicyTest {};
+class PulseBluetoothPolicyRefusalTest : public PulseBluetoothPolicyTest {};
 
-TEST_P(PulseAudioPolicyTest, RefusedArgumentsLeaveThePersonsModuleLoaded) {
+TEST_P(PulseBluetoothPolicyRefusalTest, RefusedArgumentsLeaveThePersonsModuleLoaded) {
   ASSERT_EQ(rig.pactl({"load-module", "module-bluetooth-policy", "auto_switch=2"}).status, 0);
   PulseBluetoothPolicy policy(rig.server());
   const WriteAnswer answer = policy.putBack("auto_switch=1 no_such_argument=1");
@@ -72,7 +72,7 @@ TEST_P(PulseBluetoothPolicyTest, NoServerAnswersNothingWithinTheTimeOut) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, PulseBluetoothPolicyTest, test::bothSoundServers(), test::soundServerTestName);
-INSTANTIATE_TEST_SUITE_P(Servers, PulseAudioPolicyTest, testing::Values(test::SoundServer::pulseAudio),
+INSTANTIATE_TEST_SUITE_P(Servers, PulseBluetoothPolicyRefusalTest, testing::Values(test::SoundServer::pulseAudio),
                          test::soundServerTestName);
 
 }  // namespace
