@@ -197,8 +197,10 @@ int main(int argc, char** argv) {
   wh::AutoSwitchKeeper autoSwitch(settings, bluetoothPolicy, agentState);
   services.profileGuard.movesCardsForCalls = [&autoSwitch] { return autoSwitch.offByAgent(); };
   autoSwitch.onChange = [&services] { services.profileGuard.evaluate(); };
-  const auto autoSwitchSettings =
-      notifications.observe(wh::Settings::changedName, [&autoSwitch](const std::string&) { autoSwitch.evaluate(); });
+  // Volume changes come often and never matter here.
+  const auto autoSwitchSettings = notifications.observe(wh::Settings::changedName, [&autoSwitch](const std::string& key) {
+    if (key != wh::Keys::appVolumes) autoSwitch.evaluate();
+  });
   std::optional<wh::CA::Listener> autoSwitchCards;
   wh::Hotkeys hotkeys(hotkeyService, &hotkeyService);
   wh::BluetoothAccess access(authority, notifications);
