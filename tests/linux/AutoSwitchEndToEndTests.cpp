@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "platform/linux/settings/JsonFileStore.h"
 #include "support/AgentHome.h"
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
@@ -62,9 +63,11 @@ TEST_F(AutoSwitchEndToEndTest, OffWhileMusicQualityIsKeptAndThePersonsSettingBac
   ASSERT_TRUE(test::eventually([&] { return argument() == "auto_switch=0"; }, 10s)) << argument() << home.log();
   EXPECT_TRUE(onRecord()) << "written down before it was changed";
 
-  // "pinInput" off puts it back, on again turns it off (the settings program's way: write, then reload).
+  // "pinInput" off puts it back, on again turns it off (the settings program's way: write through the
+  // store, which merges with what the agent publishes there, then reload).
+  platform::JsonFileStore store(home.settingsFile());
   const auto pinInput = [&](bool on) {
-    home.writeSettings({{"pinInput", on}});
+    store.set("pinInput", StoreValue::boolean(on));
     ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
   };
   pinInput(false);
