@@ -41,8 +41,9 @@ class ProfileGuard {
   enum class Status {
     off,       // "pinInput" is off
     idle,      // no card of remembered headphones that pin their input is present
-    holding,   // every such card is in a music profile, or a recording from its microphone explains why not
-    released,  // the pinner lets the headphone microphone be used, or fights for the input itself
+    holding,   // every such card is in a music profile, or its headset profile is explained (a recording
+               // from its microphone, a person's choice, the policy's restore awaited)
+    released,  // the pinner lets the headphone microphone be used, has no other one, or fights for the input
     fighting,  // another program keeps switching the headphones back; the guard has paused
   };
 
