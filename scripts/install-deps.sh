@@ -23,7 +23,7 @@ packages=(
   lintian desktop-file-utils systemd
   # test rig: real services on private sockets
   # (the rig starts its own PulseAudio, PipeWire and WirePlumber on private sockets)
-  pulseaudio pulseaudio-utils pipewire pipewire-bin pipewire-pulse wireplumber util-linux dbus-daemon dbus-bin python3-dbusmock python3-gi libglib2.0-bin xvfb xauth
+  pulseaudio pulseaudio-utils pulseaudio-module-bluetooth pipewire pipewire-bin pipewire-pulse wireplumber util-linux dbus-daemon dbus-bin python3-dbusmock python3-gi libglib2.0-bin xvfb xauth
   # the tray's tests: the StatusNotifierWatcher stand-in (tests/support/sni_host.py)
   python3-dbus
 )

@@ -21,6 +21,7 @@
 #include "core/bluetooth/BluetoothAccess.h"
 #include "core/audio/AudioProcesses.h"
 #include "core/diagnostics/Diagnose.h"
+#include "core/quality/AutoSwitchKeeper.h"
 #include "core/quality/CallDetector.h"
 #include "core/quality/InputPinner.h"
 #include "core/log/Log.h"
@@ -38,6 +39,7 @@
 #include "platform/linux/bluetooth/LogindSleepWatcher.h"
 #include "platform/linux/audio/ProcFsProcessTable.h"
 #include "platform/linux/audio/PulseAudioHardware.h"
+#include "platform/linux/audio/PulseBluetoothPolicy.h"
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
@@ -91,9 +93,14 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
   wh::platform::BluezUPowerBatterySources batteries;
 
   wh::Diagnose::Sources sources = diagnoseSources(build, settings, pinner, batteries);
+  // The server's automatic headset switch, and whether the running agent has it off (its record).
+  wh::platform::PulseBluetoothPolicy bluetoothPolicy;
+  wh::platform::JsonFileStore agentState(wh::platform::stateHome() / wh::FileLog::sharedName() / "state.json");
+  wh::AutoSwitchKeeper autoSwitch(settings, bluetoothPolicy, agentState);
   if (audio.waitUntilReady(3.0)) {
     sources.audio = &audio;
     sources.processes = &monitor;
+    sources.autoSwitch = [&autoSwitch] { return autoSwitch.lookNow(); };
   } else {
     sources.audioProblem = audio.lastError().empty() ? "no answer" : audio.lastError();
   }
@@ -182,6 +189,19 @@ int main(int argc, char** argv) {
                          audioStack.grouping, audioStack.desktopEntries, taps, notifications,
                          {mediaKeySource, players, processes, [&grouping = audioStack.grouping] { return grouping.regularAppIDs(); }},
                          idlePlayPanel, {recorderPanel, &hotkeyService, &hotkeyService}});
+  // The server's own switch to the headset profile: off while music quality is kept, the person's
+  // setting on record in the agent's state file until it is back. Evaluated on settings changes and
+  // when cards come and go (headphones connecting, the server restarting with its own setting).
+  wh::platform::PulseBluetoothPolicy bluetoothPolicy;
+  wh::platform::JsonFileStore agentState(wh::platform::stateHome() / logName / "state.json");
+  wh::AutoSwitchKeeper autoSwitch(settings, bluetoothPolicy, agentState);
+  services.profileGuard.movesCardsForCalls = [&autoSwitch] { return autoSwitch.offByAgent(); };
+  autoSwitch.onChange = [&services] { services.profileGuard.evaluate(); };
+  // Volume changes come often and never matter here.
+  const auto autoSwitchSettings = notifications.observe(wh::Settings::changedName, [&autoSwitch](const std::string& key) {
+    if (key != wh::Keys::appVolumes) autoSwitch.evaluate();
+  });
+  std::optional<wh::CA::Listener> autoSwitchCards;
   wh::Hotkeys hotkeys(hotkeyService, &hotkeyService);
   wh::BluetoothAccess access(authority, notifications);
   wh::app::DesktopInstaller installer;
@@ -216,6 +236,8 @@ int main(int argc, char** argv) {
     wh::Diagnose::Sources diagnose = diagnoseSources(build, settings, services.pinner, batteries);
     diagnose.audio = &audio;
     diagnose.processes = &processes;
+    diagnose.autoSwitch = [&autoSwitch] { return autoSwitch.describe(); };
+    diagnose.guardAction = [&guard = services.profileGuard](const std::string& card) { return guard.lastAction(card); };
     wh::ReportProblem::Sources reportSources{
         [diagnose] { return wh::Diagnose(diagnose).text(); },
         fileLog, crashFolder, std::filesystem::temp_directory_path(),
@@ -230,9 +252,13 @@ int main(int argc, char** argv) {
 
   runtime.main().post([&] {
     delegate.applicationDidFinishLaunching();
+    autoSwitch.start();
+    autoSwitchCards.emplace(audio, wh::audioSystemObject, wh::AudioProperty::cards, [&autoSwitch] { autoSwitch.evaluate(); });
     if (headless) wh::Log::info("no display: running without tray icons");
   });
   const int status = QApplication::exec();
+  autoSwitchCards.reset();
+  autoSwitch.stop();
   delegate.applicationWillTerminate();
   fileLog->flush();
   wh::Log::install(nullptr, nullptr);

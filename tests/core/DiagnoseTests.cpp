@@ -64,5 +64,33 @@ TEST_F(DiagnoseTest, MarksRolesAndDefaultsNamesThePreferredMicTheCallBatteriesAn
   EXPECT_NE(text().find("Preferred mic: none\n\nAudio processes:\nIn a call: false\n"), std::string::npos) << text();
 }
 
+TEST_F(DiagnoseTest, ShowsUnderEachHeadphonesCardTheServersSwitchAndWhatTheGuardLastDid) {
+  const AudioCard headphones{9, "bluez_card.AA_BB_CC_DD_EE_FF", "WH-1000XM4", Transport::bluetooth, "a2dp-sink",
+                             {{"a2dp-sink", ProfileKind::music}, {"headset-head-unit", ProfileKind::headset}}};
+  hw.cardList = {headphones};
+  const std::string card = "  WH-1000XM4: a2dp-sink (music profile; offers a2dp-sink, headset-head-unit)\n";
+  EXPECT_NE(text().find(card + "\nAudio processes:"), std::string::npos) << "nothing more without the sources";
+
+  int reads = 0;
+  sources.autoSwitch = [&reads] {
+    ++reads;
+    return std::string("PulseAudio's module-bluetooth-policy: off, by Wrenhaven (the person's setting: auto_switch=1)");
+  };
+  sources.guardAction = [](const std::string& name) {
+    return name == "bluez_card.AA_BB_CC_DD_EE_FF" ? "moved back to its music profile: the call is over" : "";
+  };
+  hw.cardList.push_back(headphones);
+  hw.cardList.back().name = "bluez_card.11_22_33_44_55_66";
+  const std::string lines =
+      "    automatic headset switching: PulseAudio's module-bluetooth-policy: off, by Wrenhaven (the person's "
+      "setting: auto_switch=1)\n";
+  const std::string full = text();
+  EXPECT_NE(full.find(card + lines + "    profile guard: moved back to its music profile: the call is over\n" + card +
+                      lines + "    profile guard: nothing done since it came\n"),
+            std::string::npos)
+      << full;
+  EXPECT_EQ(reads, 1) << "the server is asked once";
+}
+
 }  // namespace
 }  // namespace wh

@@ -2,6 +2,9 @@
 // orders the server may send them.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <vector>
+
 #include "core/audio/CoreAudio.h"
 #include "doubles/VirtualRuntime.h"
 #include "platform/linux/audio/PulseMirror.h"
@@ -137,6 +140,37 @@ TEST_F(PulseMirrorTest, ListenersHearTheirOwnPropertyOncePerTurnAndNeverAfterRem
   EXPECT_EQ(running + dropped, 1);
   EXPECT_EQ(calls, (std::map<AudioProperty, int>{{AudioProperty::devices, 2}, {AudioProperty::defaultOutputDevice, 2},
                                                  {AudioProperty::processObjectList, 2}}));
+}
+
+// What the profile guard follows: a recording (a capture stream that is not a level meter) that
+// starts, stops or moves to another source; playback and corked moves are not recordings.
+TEST_F(PulseMirrorTest, RecordingsAreReportedWhenTheyStartStopOrMove) {
+  int reports = 0;
+  mirror.addListener(audioSystemObject, AudioProperty::recordings, [&] { ++reports; });
+  mirror.applyClient({3, 300, std::nullopt});
+  struct Step {
+    const char* what;
+    std::function<void()> change;
+    int reports;
+  };
+  const std::vector<Step> steps = {
+      {"starts", [&] { mirror.applyStream(false, {20, 3, false, false}, 5); }, 1},
+      {"reported again", [&] { mirror.applyStream(false, {20, 3, false, false}, 5); }, 0},
+      {"moves", [&] { mirror.applyStream(false, {20, 3, false, false}, 6); }, 1},
+      {"corked", [&] { mirror.applyStream(false, {20, 3, true, false}, 6); }, 1},
+      {"moves corked", [&] { mirror.applyStream(false, {20, 3, true, false}, 5); }, 0},
+      {"a level meter", [&] { mirror.applyStream(false, {21, 3, false, true}, 5); }, 0},
+      {"playback", [&] { mirror.applyStream(true, {22, 3, false, false}, 1); }, 0},
+      {"uncorked", [&] { mirror.applyStream(false, {20, 3, false, false}, 5); }, 1},
+      {"removed", [&] { mirror.removeStream(false, 20); }, 1},
+      {"meter removed", [&] { mirror.removeStream(false, 21); }, 0},
+  };
+  for (const auto& step : steps) {
+    reports = 0;
+    step.change();
+    rt.runReady();
+    EXPECT_EQ(reports, step.reports) << step.what;
+  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
 namespace wh::test {
 
@@ -213,6 +214,20 @@ std::unique_ptr<ChildProcess> PulseRig::keepMovingStreams(const std::string& sin
               "while :; do for input in $(pactl list short sink-inputs | cut -f1); do pactl move-sink-input \"$input\" " +
                   sink + "; done; sleep 0.3; done"},
              {});
+}
+
+std::vector<std::string> PulseRig::moduleArguments(const std::string& module) const {
+  std::vector<std::string> out;
+  std::istringstream lines(pactl({"list", "short", "modules"}).output);
+  for (std::string line; std::getline(lines, line);) {  // index, name, argument, use count: tab-separated
+    std::istringstream fields(line);
+    std::string index, name, argument;
+    std::getline(fields, index, '\t');
+    std::getline(fields, name, '\t');
+    std::getline(fields, argument, '\t');
+    if (name == module) out.push_back(argument);
+  }
+  return out;
 }
 
 std::unique_ptr<ChildProcess> PulseRig::client(const std::vector<std::string>& arguments,

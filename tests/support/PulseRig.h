@@ -53,6 +53,8 @@ class PulseRig {
   CommandResult pactl(const std::vector<std::string>& arguments) const;
   // pactl's output without the final line break ("get-default-sink" and the like).
   std::string pactlLine(const std::vector<std::string>& arguments) const;
+  // The argument of each loaded copy of the module, as pactl lists them.
+  std::vector<std::string> moduleArguments(const std::string& module) const;
 
   // pacat playing silence, parecord recording; tests/tools/pulse_client with `arguments` once its
   // stream is set up (null if it never is).

@@ -39,6 +39,7 @@ enum class AudioProperty {
   processIsRunningInput,      // process object
   processIsRunningOutput,     // process object
   cards,                      // system object: a card appearing, going, or changing its profiles
+  recordings,                 // system object: a recording starting, stopping or moving to another device
 };
 
 // What a card's profile does for the headphones' sound.

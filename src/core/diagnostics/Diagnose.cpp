@@ -84,8 +84,18 @@ std::string Diagnose::text() const {
   lines.push_back("Preferred mic: " + (microphone ? microphone->name : std::string("none")));
   if (sources_.audio) {
     lines.push_back("\nBluetooth cards:");
+    std::optional<std::string> autoSwitch;  // read once, and only when there is a card to show it for
     for (const auto& card : sources_.audio->cards()) {
-      if (Transport::isBluetooth(card.transport)) lines.push_back(cardLine(card));
+      if (!Transport::isBluetooth(card.transport)) continue;
+      lines.push_back(cardLine(card));
+      if (sources_.autoSwitch) {
+        if (!autoSwitch) autoSwitch = sources_.autoSwitch();
+        lines.push_back("    automatic headset switching: " + *autoSwitch);
+      }
+      if (sources_.guardAction) {
+        const std::string action = sources_.guardAction(card.name);
+        lines.push_back("    profile guard: " + (action.empty() ? std::string("nothing done since it came") : action));
+      }
     }
   }
 

@@ -31,6 +31,12 @@ class Diagnose {
     std::string audioProblem;
     // The microphone the input pinner would pin to.
     std::function<std::optional<AudioDevice>()> preferredMicrophone;
+    // The server's automatic switch to the headset profile and who set it (AutoSwitchKeeper); shown
+    // under each Bluetooth card when set.
+    std::function<std::string()> autoSwitch;
+    // What the profile guard last did about the card of that name and why; set where the guard
+    // runs in this process (the problem report), not for "--diagnose".
+    std::function<std::string(const std::string& cardName)> guardAction;
     // The applications whose capturing processes mean a call.
     std::vector<std::string> meetingApps;
     // The live battery source's entries (the slow source is never run for this report).

@@ -222,10 +222,16 @@ void PulseMirror::applyStream(bool playback, const PulseStreamInfo& info, std::o
     if (stream.client && (before.empty() || before[0].first != *stream.client)) {
       before.emplace_back(*stream.client, viewOf(*stream.client));
     }
+    // A recording that starts, stops or moves to another source.
+    const bool wasRunning = found != table.end() && found->second.running;
+    const bool moved = found != table.end() && found->second.device != stream.device;
     if (found != table.end()) addUsage(found->second, playback, -1);
     addUsage(stream, playback, +1);
     table[info.index] = stream;
     for (const auto& [client, view] : before) compareView(client, view, changes);
+    if (!playback && (wasRunning != stream.running || (stream.running && moved))) {
+      changes.emplace_back(audioSystemObject, AudioProperty::recordings);
+    }
   }
   report(changes);
 }
@@ -242,6 +248,7 @@ void PulseMirror::removeStream(bool playback, std::uint32_t index) {
     addUsage(stream, playback, -1);
     table.erase(found);
     if (stream.client) compareView(*stream.client, before, changes);
+    if (!playback && stream.running) changes.emplace_back(audioSystemObject, AudioProperty::recordings);
   }
   report(changes);
 }
