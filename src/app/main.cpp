@@ -96,7 +96,7 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
   // The server's automatic headset switch, and whether the running agent has it off (its record).
   wh::platform::PulseBluetoothPolicy bluetoothPolicy;
   wh::platform::JsonFileStore agentState(wh::platform::stateHome() / wh::FileLog::sharedName() / "state.json");
-  wh::AutoSwitchKeeper autoSwitch(settings, bluetoothPolicy, agentState);
+  wh::AutoSwitchKeeper autoSwitch(runtime, settings, bluetoothPolicy, agentState);
   if (audio.waitUntilReady(3.0)) {
     sources.audio = &audio;
     sources.processes = &monitor;
@@ -194,7 +194,7 @@ int main(int argc, char** argv) {
   // when cards come and go (headphones connecting, the server restarting with its own setting).
   wh::platform::PulseBluetoothPolicy bluetoothPolicy;
   wh::platform::JsonFileStore agentState(wh::platform::stateHome() / logName / "state.json");
-  wh::AutoSwitchKeeper autoSwitch(settings, bluetoothPolicy, agentState);
+  wh::AutoSwitchKeeper autoSwitch(runtime, settings, bluetoothPolicy, agentState);
   services.profileGuard.movesCardsForCalls = [&autoSwitch] { return autoSwitch.offByAgent(); };
   autoSwitch.onChange = [&services] { services.profileGuard.evaluate(); };
   // Volume changes come often and never matter here.

@@ -7,6 +7,7 @@
 
 #include "core/quality/AutoSwitchKeeper.h"
 #include "doubles/MemoryStore.h"
+#include "doubles/VirtualRuntime.h"
 #include "support/CapturedLog.h"
 
 namespace wh {
@@ -21,7 +22,10 @@ class MemoryAutoSwitch final : public HeadsetAutoSwitch {
   bool refuse = false;
   std::string setting = "auto_switch=2";
 
+  int reads = 0;
+
   std::optional<AutoSwitchReading> read() override {
+    ++reads;
     if (!present) return std::nullopt;
     return AutoSwitchReading{policy, setting != "auto_switch=0", setting};
   }
@@ -59,7 +63,7 @@ class AutoSwitchKeeperTest : public testing::TestWithParam<Scenario> {
       } else if (event == "stop") {
         keeper->stop();
       } else if (event == "crash") {
-        keeper = std::make_unique<AutoSwitchKeeper>(settings, server, state);
+        keeper = std::make_unique<AutoSwitchKeeper>(rt, settings, server, state);
         keeper->start();
       } else if (event == "pinOff" || event == "pinOn") {
         store.set(Keys::pinInput, StoreValue::boolean(event == "pinOn"));
@@ -74,15 +78,17 @@ class AutoSwitchKeeperTest : public testing::TestWithParam<Scenario> {
         server.present = event == "back";
       }
       keeper->evaluate();
+      rt.drainSerialQueues();
     }
   }
 
+  VirtualRuntime rt;
   test::CapturedLog log;
   MemoryStore store, state;
   NotificationCenter notifications;
   Settings settings{store, notifications, true, nullptr};
   MemoryAutoSwitch server;
-  std::unique_ptr<AutoSwitchKeeper> keeper = std::make_unique<AutoSwitchKeeper>(settings, server, state);
+  std::unique_ptr<AutoSwitchKeeper> keeper = std::make_unique<AutoSwitchKeeper>(rt, settings, server, state);
 };
 
 TEST_P(AutoSwitchKeeperTest, Scenario) {
@@ -128,6 +134,27 @@ INSTANTIATE_TEST_SUITE_P(Keeping, AutoSwitchKeeperTest, testing::Values(
     Scenario{"gone start", "auto_switch=2", false, "none"},
     Scenario{"start gone", "auto_switch=0", false, "none now (the person's setting to put back: auto_switch=2)"},
     Scenario{"start gone stop back", "auto_switch=2", false, on}));
+
+// The server is asked on the keeper's queue, never on the main thread; what is asked for while an
+// evaluation is on its way makes one more evaluation after it, not one each.
+TEST(AutoSwitchKeeperQueue, TheServerIsAskedOffTheMainThreadAndEvaluationsOnTheirWayAreJoined) {
+  VirtualRuntime rt;
+  MemoryStore store, state;
+  NotificationCenter notifications;
+  Settings settings{store, notifications, true, nullptr};
+  MemoryAutoSwitch server;
+  server.setting = "auto_switch=0";  // off by the person: each evaluation reads once
+  AutoSwitchKeeper keeper(rt, settings, server, state);
+  keeper.start();
+  keeper.evaluate();
+  keeper.evaluate();
+  EXPECT_EQ(server.reads, 0) << "nothing asked on the main thread";
+  rt.drainSerialQueues();
+  EXPECT_EQ(server.reads, 2);
+  EXPECT_EQ(keeper.describe(), policy + ": off, as the person set it");
+  keeper.stop();  // at exit: waits for its answer
+  EXPECT_EQ(server.reads, 3);
+}
 
 }  // namespace
 }  // namespace wh

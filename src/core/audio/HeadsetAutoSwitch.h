@@ -1,8 +1,8 @@
 #pragma once
 // The port to the sound server's own switch that moves Bluetooth headphones to their headset
 // profile when a call-like program records: PulseAudio's module-bluetooth-policy (its `auto_switch`
-// argument). Calls wait for the server's answer, with a time-out, and are made on the main thread.
-// Tests use a double.
+// argument). Calls wait for the server's answer, with a time-out: they are made on a serial queue
+// (never the main thread), one at a time. Tests use a double.
 
 #include <optional>
 #include <string>

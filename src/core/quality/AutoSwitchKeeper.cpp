@@ -11,10 +11,17 @@ std::string AutoSwitchKeeper::described(const std::optional<AutoSwitchReading>& 
   return reading->owner + ": off, by Wrenhaven (the person's setting: " + kept->setting + ")";
 }
 
-std::string AutoSwitchKeeper::lookNow() const { return described(server_.read(), record()); }
+AutoSwitchKeeper::AutoSwitchKeeper(Runtime& runtime, Settings& settings, HeadsetAutoSwitch& server, SettingsStore& state)
+    : runtime_(runtime),
+      settings_(settings),
+      server_(server),
+      state_(state),
+      queue_(runtime.makeSerialQueue(queueLabel, QueuePriority::utility)) {}
 
-std::optional<AutoSwitchKeeper::Record> AutoSwitchKeeper::record() const {
-  const auto stored = state_.object(recordKey);
+std::string AutoSwitchKeeper::lookNow() const { return described(server_.read(), record(state_)); }
+
+std::optional<AutoSwitchKeeper::Record> AutoSwitchKeeper::record(const SettingsStore& state) {
+  const auto stored = state.object(recordKey);
   if (!stored || stored->kind() != StoreValue::Kind::dictionary) return std::nullopt;
   const auto& json = stored->json();
   if (!json.contains("owner") || !json.contains("setting") || !json["owner"].is_string() ||
@@ -31,60 +38,77 @@ void AutoSwitchKeeper::start() {
 
 void AutoSwitchKeeper::stop() {
   running_ = false;
-  evaluate();
+  Outcome outcome;
+  queue_->sync([&] { outcome = decide(server_, state_, false, "the agent stops"); });
+  settle(std::move(outcome));
 }
 
 void AutoSwitchKeeper::evaluate() {
-  const auto reading = server_.read();
-  const auto kept = record();
-  if (!reading) {
-    // No switch, or no server: nothing to keep. A record stays for the server that comes back.
-    report(false, described(reading, kept));
+  if (std::exchange(onItsWay_, true)) {
+    again_ = true;
     return;
   }
-  if (running_ && settings_.boolValue(Keys::pinInput, true)) return keep(*reading);
-  if (kept) return putBack(*kept, running_ ? "music quality is no longer kept" : "the agent stops");
-  report(false, described(reading, std::nullopt));
+  const bool keeping = running_ && settings_.boolValue(Keys::pinInput, true);
+  const std::string why = running_ ? "music quality is no longer kept" : "the agent stops";
+  runThenMain<Outcome>(
+      *queue_, runtime_.main(), lifetime_,
+      [&server = server_, &state = state_, keeping, why] { return decide(server, state, keeping, why); },
+      [this](Outcome outcome) {
+        onItsWay_ = false;
+        settle(std::move(outcome));
+        if (std::exchange(again_, false)) evaluate();
+      });
 }
 
-void AutoSwitchKeeper::keep(const AutoSwitchReading& reading) {
+AutoSwitchKeeper::Outcome AutoSwitchKeeper::decide(HeadsetAutoSwitch& server, SettingsStore& state, bool keeping,
+                                                   const std::string& why) {
+  const auto reading = server.read();
+  const auto kept = record(state);
+  // No switch, or no server: nothing to keep. A record stays for the server that comes back.
+  if (!reading) return {false, described(reading, kept), {}};
+  if (keeping) return keep(server, state, *reading);
+  if (kept) return putBack(server, state, *kept, why);
+  return {false, described(reading, std::nullopt), {}};
+}
+
+AutoSwitchKeeper::Outcome AutoSwitchKeeper::keep(HeadsetAutoSwitch& server, SettingsStore& state,
+                                                 const AutoSwitchReading& reading) {
   if (!reading.on) {
     // Off already: by this agent (a record says what the person had), or by the person.
-    const auto kept = record();
-    report(kept.has_value(), described(reading, kept));
-    return;
+    const auto kept = record(state);
+    return {kept.has_value(), described(reading, kept), {}};
   }
   // On now: this is the person's setting (also after the server restarted with it). Written down
   // before it is changed, so a crash cannot lose it.
-  state_.set(recordKey, StoreValue::fromJson({{"owner", reading.owner}, {"setting", reading.setting}}));
-  const WriteAnswer answer = server_.turnOff();
+  state.set(recordKey, StoreValue::fromJson({{"owner", reading.owner}, {"setting", reading.setting}}));
+  const WriteAnswer answer = server.turnOff();
   if (!answer.accepted) {
-    Log::error("could not turn off automatic headset switching of " + reading.owner + ": " + answer.reason);
-    state_.set(recordKey, std::nullopt);
-    report(false, reading.owner + ": on, as the person set it (could not turn it off: " + answer.reason + ")");
-    return;
+    state.set(recordKey, std::nullopt);
+    return {false, reading.owner + ": on, as the person set it (could not turn it off: " + answer.reason + ")",
+            {{true, "could not turn off automatic headset switching of " + reading.owner + ": " + answer.reason}}};
   }
-  Log::info("turned off automatic headset switching of " + reading.owner + " while music quality is kept");
-  report(true, described(server_.read(), record()));
+  return {true, described(server.read(), record(state)),
+          {{false, "turned off automatic headset switching of " + reading.owner + " while music quality is kept"}}};
 }
 
-void AutoSwitchKeeper::putBack(const Record& kept, const std::string& when) {
-  const WriteAnswer answer = server_.putBack(kept.setting);
+AutoSwitchKeeper::Outcome AutoSwitchKeeper::putBack(HeadsetAutoSwitch& server, SettingsStore& state,
+                                                    const Record& kept, const std::string& why) {
+  const WriteAnswer answer = server.putBack(kept.setting);
   if (!answer.accepted) {
-    Log::error("could not put back automatic headset switching of " + kept.owner + ": " + answer.reason);
-    report(true, kept.owner + ": off, by Wrenhaven (could not put back " + kept.setting + ": " + answer.reason + ")");
-    return;
+    return {true, kept.owner + ": off, by Wrenhaven (could not put back " + kept.setting + ": " + answer.reason + ")",
+            {{true, "could not put back automatic headset switching of " + kept.owner + ": " + answer.reason}}};
   }
-  state_.set(recordKey, std::nullopt);
-  Log::info("put back automatic headset switching of " + kept.owner + " as the person set it (" + kept.setting +
-            "): " + when);
-  report(false, described(server_.read(), std::nullopt));
+  state.set(recordKey, std::nullopt);
+  return {false, described(server.read(), std::nullopt),
+          {{false, "put back automatic headset switching of " + kept.owner + " as the person set it (" + kept.setting +
+                       "): " + why}}};
 }
 
-void AutoSwitchKeeper::report(bool offByAgent, std::string description) {
-  if (offByAgent == offByAgent_ && description == description_) return;
-  offByAgent_ = offByAgent;
-  description_ = std::move(description);
+void AutoSwitchKeeper::settle(Outcome outcome) {
+  for (const auto& [error, line] : outcome.said) error ? Log::error(line) : Log::info(line);
+  if (outcome.offByAgent == offByAgent_ && outcome.description == description_) return;
+  offByAgent_ = outcome.offByAgent;
+  description_ = std::move(outcome.description);
   if (onChange) onChange();
 }
 

@@ -5,13 +5,18 @@
 // setting is put back when "pinInput" goes off and at exit. What it was is kept in the agent's
 // state store before it is changed, so that after a run that ended without putting it back (a
 // crash), the next start knows it: the record says the switch is off by the agent, and the
-// person's setting is what goes back.
+// person's setting is what goes back. The server is asked on the "wrenhaven.autoswitch" queue; what
+// it found comes back to the main thread.
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "core/audio/HeadsetAutoSwitch.h"
+#include "core/runtime/Runtime.h"
 #include "core/settings/Settings.h"
 
 namespace wh {
@@ -21,17 +26,20 @@ class AutoSwitchKeeper {
   // The state store key of the record: {"owner": ..., "setting": ...}.
   static constexpr const char* recordKey = "autoSwitch.personsSetting";
 
-  AutoSwitchKeeper(Settings& settings, HeadsetAutoSwitch& server, SettingsStore& state)
-      : settings_(settings), server_(server), state_(state) {}
+  static constexpr const char* queueLabel = "wrenhaven.autoswitch";
+
+  // The state store is written from the queue.
+  AutoSwitchKeeper(Runtime& runtime, Settings& settings, HeadsetAutoSwitch& server, SettingsStore& state);
 
   // Called when what it reports (offByAgent, describe) changes.
   std::function<void()> onChange;
 
   // Starts keeping: evaluates once. Call evaluate again on settings changes and whenever the server
-  // may have been restarted or its switch reloaded (a card appearing).
+  // may have been restarted or its switch reloaded (a card appearing). Evaluations asked for while
+  // one is on its way make one more after it.
   void start();
   void evaluate();
-  // Puts the person's setting back (at exit).
+  // Puts the person's setting back, and returns once it is (at exit: it waits for the queue).
   void stop();
 
   // The agent has turned automatic switching off: the guard moves cards for calls itself.
@@ -47,18 +55,30 @@ class AutoSwitchKeeper {
   struct Record {
     std::string owner, setting;
   };
-  std::optional<Record> record() const;
+  // What one evaluation found and did, and the lines to log for it (true: an error).
+  struct Outcome {
+    bool offByAgent = false;
+    std::string description;
+    std::vector<std::pair<bool, std::string>> said;
+  };
+  // One evaluation, on the queue: `keeping` whether the switch is to be off, `why` what puts it back.
+  static Outcome decide(HeadsetAutoSwitch& server, SettingsStore& state, bool keeping, const std::string& why);
+  static std::optional<Record> record(const SettingsStore& state);
   static std::string described(const std::optional<AutoSwitchReading>& reading, const std::optional<Record>& kept);
-  void keep(const AutoSwitchReading& reading);
-  void putBack(const Record& record, const std::string& when);
-  void report(bool offByAgent, std::string description);
+  static Outcome keep(HeadsetAutoSwitch& server, SettingsStore& state, const AutoSwitchReading& reading);
+  static Outcome putBack(HeadsetAutoSwitch& server, SettingsStore& state, const Record& record, const std::string& why);
+  void settle(Outcome outcome);
 
+  Runtime& runtime_;
   Settings& settings_;
   HeadsetAutoSwitch& server_;
   SettingsStore& state_;
+  std::shared_ptr<SerialQueue> queue_;
   bool running_ = false;
+  bool onItsWay_ = false, again_ = false;
   bool offByAgent_ = false;
   std::string description_ = "none";
+  Lifetime lifetime_;
 };
 
 }  // namespace wh
