@@ -131,7 +131,9 @@ void MediaKeyTap::processesChanged(const std::vector<AudioProcess>& processes) {
   const auto history = tracker_.history();
   const auto playing = tracker_.playing();
   tracker_.update(output);
-  followTarget(tracker_.history() != history || tracker_.playing() != playing);
+  // Only the tracker can move the target here; asking for it otherwise would read the running
+  // applications on every change of the process list.
+  if (tracker_.history() != history || tracker_.playing() != playing) followTarget(true);
 }
 
 bool MediaKeyTap::handle(const MediaKeyEvent& event) {

@@ -42,23 +42,12 @@ class Session {
     return done ? std::optional(answer.value) : std::nullopt;
   }
   bool unload(std::uint32_t index) {
-    Answer<int> answer{&session_, 0};
     PulseSession::Lock lock(session_);
-    return session_.await(pa_context_unload_module(session_.context(), index, &Session::onSuccess, &answer)) &&
-           answer.value != 0;
+    return session_.unloadModule(index);
   }
   bool load(const std::string& argument) {
-    Answer<std::uint32_t> answer{&session_, PA_INVALID_INDEX};
     PulseSession::Lock lock(session_);
-    return session_.await(pa_context_load_module(
-               session_.context(), moduleName, argument.c_str(),
-               [](pa_context*, std::uint32_t index, void* userdata) {
-                 auto& to = *static_cast<Answer<std::uint32_t>*>(userdata);
-                 to.value = index;
-                 to.session->signal();
-               },
-               &answer)) &&
-           answer.value != PA_INVALID_INDEX;
+    return session_.loadModule(moduleName, argument) != PA_INVALID_INDEX;
   }
 
  private:
@@ -67,11 +56,6 @@ class Session {
     PulseSession* session;
     T value;
   };
-  static void onSuccess(pa_context*, int success, void* userdata) {
-    auto& to = *static_cast<Answer<int>*>(userdata);
-    to.value = success;
-    to.session->signal();
-  }
 
   PulseSession session_;
   int error_;

@@ -112,7 +112,6 @@ struct Calls {
   struct Answer {
     PulseSession* session;
     bool success = false;
-    std::uint32_t index = PA_INVALID_INDEX;
   };
   static void onSuccess(pa_context*, int success, void* data) {
     auto* answer = static_cast<Answer*>(data);
@@ -136,23 +135,8 @@ struct Calls {
       return pa_context_move_sink_input_by_name(session.context(), input, sink.c_str(), done, answer);
     });
   }
-  bool unload(std::uint32_t module) {
-    return succeeds([&](auto done, Answer* answer) {
-      return pa_context_unload_module(session.context(), module, done, answer);
-    });
-  }
-  std::uint32_t load(const char* name, const std::string& arguments) {
-    Answer answer{&session};
-    session.await(pa_context_load_module(
-        session.context(), name, arguments.c_str(),
-        [](pa_context*, std::uint32_t index, void* data) {
-          auto* a = static_cast<Answer*>(data);
-          a->index = index;
-          a->session->signal();
-        },
-        &answer));
-    return answer.index;
-  }
+  bool unload(std::uint32_t module) { return session.unloadModule(module); }
+  std::uint32_t load(const char* name, const std::string& arguments) { return session.loadModule(name, arguments); }
 };
 
 // Moves the streams of the given sinks to the default output (or the first other sink).

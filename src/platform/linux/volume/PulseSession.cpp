@@ -53,6 +53,38 @@ bool PulseSession::await(pa_operation* operation) {
   return done;
 }
 
+std::uint32_t PulseSession::loadModule(const char* name, const std::string& arguments) {
+  struct Answer {
+    PulseSession* session;
+    std::uint32_t index = PA_INVALID_INDEX;
+  } answer{this};
+  const bool done = await(pa_context_load_module(
+      context_, name, arguments.c_str(),
+      [](pa_context*, std::uint32_t index, void* data) {
+        auto* to = static_cast<Answer*>(data);
+        to->index = index;
+        to->session->signal();
+      },
+      &answer));
+  return done ? answer.index : PA_INVALID_INDEX;
+}
+
+bool PulseSession::unloadModule(std::uint32_t index) {
+  struct Answer {
+    PulseSession* session;
+    bool success = false;
+  } answer{this};
+  const bool done = await(pa_context_unload_module(
+      context_, index,
+      [](pa_context*, int success, void* data) {
+        auto* to = static_cast<Answer*>(data);
+        to->success = success != 0;
+        to->session->signal();
+      },
+      &answer));
+  return done && answer.success;
+}
+
 void PulseSession::startDeadline() {
   late_ = false;
   timedOut_ = 0;

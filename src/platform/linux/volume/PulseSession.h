@@ -5,6 +5,7 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <cstdint>
 #include <string>
 
 namespace wh::platform {
@@ -39,6 +40,10 @@ class PulseSession {
   // With the lock held: waits until the operation has run its callbacks. False when it could not
   // start, the time ran out or the connection was lost.
   bool await(pa_operation* operation);
+  // With the lock held: loads a module; its index, or PA_INVALID_INDEX when the server did not.
+  std::uint32_t loadModule(const char* name, const std::string& arguments);
+  // With the lock held: whether the server unloaded the module.
+  bool unloadModule(std::uint32_t index);
   // With the lock held: waits until `ready` holds (callbacks wake the waiter through signal()), the
   // time runs out or, unless still connecting, the connection is lost.
   template <class Ready>
