@@ -39,6 +39,11 @@ set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${WRENHAVEN_BUILD_NUMBER})
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# Qt loads its platform plugins at run time, so dpkg-shlibdeps cannot see them. Where a release
+# splits them out of libqt6gui6, libqt6gui6 only recommends them, and an install without
+# recommends would draw nothing. The package test checks that every plugin the programs load comes
+# with these dependencies alone.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pipewire-pulse | pulseaudio, bluez")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)

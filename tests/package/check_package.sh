@@ -4,7 +4,7 @@
 # Usage: check_package.sh BUILD-DIR
 set -euo pipefail
 build=$1
-for tool in cpack dpkg-deb dpkg-shlibdeps lintian desktop-file-validate systemd-analyze; do
+for tool in cpack dpkg-deb dpkg-shlibdeps lintian desktop-file-validate systemd-analyze apt-get Xvfb; do
   if ! command -v "$tool" >/dev/null; then
     echo "SKIP: $tool is missing (scripts/install-deps.sh installs it)"
     # Under CI the package is part of what is tested: a missing tool fails the run.
@@ -14,7 +14,8 @@ for tool in cpack dpkg-deb dpkg-shlibdeps lintian desktop-file-validate systemd-
 done
 work=$(mktemp -d "${TMPDIR:-/tmp}/wrenhaven-package-XXXXXX")
 settings=""
-trap '[ -z "$settings" ] || kill "$settings" 2>/dev/null; rm -rf "$work"' EXIT
+display=""
+trap '[ -z "$settings" ] || kill "$settings" 2>/dev/null; [ -z "$display" ] || kill "$display" 2>/dev/null; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; exit 1; }
 
 cpack --config "$build/CPackConfig.cmake" -G DEB -B "$work/out" >"$work/cpack.log" 2>&1 || { cat "$work/cpack.log"; fail "cpack"; }
@@ -68,7 +69,7 @@ run() {
   shift
   exec env -i PATH=/usr/bin:/bin HOME="$home" XDG_RUNTIME_DIR="$home/runtime" PULSE_SERVER="unix:$home/none" \
     DBUS_SYSTEM_BUS_ADDRESS="unix:path=$home/none" ASAN_OPTIONS="${ASAN_OPTIONS:-}" \
-    UBSAN_OPTIONS="${UBSAN_OPTIONS:-}" LSAN_OPTIONS="${LSAN_OPTIONS:-}" QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-}" "$root/usr/bin/$program" "$@"
+    UBSAN_OPTIONS="${UBSAN_OPTIONS:-}" LSAN_OPTIONS="${LSAN_OPTIONS:-}" QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-}" ${DISPLAY:+DISPLAY="$DISPLAY"} "$root/usr/bin/$program" "$@"
 }
 packaged=$(dpkg-deb -f "$deb" Version)
 for program in wrenhaven wrenhaven-settings; do
@@ -87,6 +88,32 @@ sleep 3
 kill -0 $settings 2>/dev/null || { cat "$work/settings.log"; fail "the settings program ended at start"; }
 kill $settings && wait $settings 2>/dev/null || true
 settings=
+# What the programs load at run time comes with the package's dependencies alone. The packages
+# that an install without recommends brings onto an empty system (apt's own solver, against an
+# empty list of installed packages) must hold every Qt plugin either program loads on an X display.
+apt-get -s -o Dir::State::status=/dev/null install --no-install-recommends "$deb" >"$work/closure.log" 2>&1 ||
+  { cat "$work/closure.log"; fail "apt cannot install the package without recommends"; }
+sed -n 's/^Inst \([^ ]*\).*/\1/p' "$work/closure.log" | sort -u >"$work/closure"
+Xvfb -displayfd 3 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
+display=$!
+for _ in $(seq 50); do [ -s "$work/display" ] && break; sleep 0.1; done
+[ -s "$work/display" ] || { cat "$work/xvfb.log"; fail "Xvfb did not start"; }
+for program in wrenhaven-settings wrenhaven; do
+  (DISPLAY=":$(cat "$work/display")" run $program >"$work/$program.log" 2>&1) &
+  pid=$!
+  # The platform plugin is loaded first; the others by the time the first window or icon is up.
+  for _ in $(seq 100); do grep -q '/platforms/libqxcb' "/proc/$pid/maps" 2>/dev/null && break; sleep 0.1; done
+  sleep 2
+  grep -o '/[^ ]*/qt6/plugins/[^ ]*\.so' "/proc/$pid/maps" 2>/dev/null | sort -u >"$work/$program.plugins" || true
+  kill $pid 2>/dev/null && wait $pid 2>/dev/null || true
+  grep -q '/platforms/libqxcb' "$work/$program.plugins" || { cat "$work/$program.log"; fail "$program loaded no platform plugin"; }
+  while read -r plugin; do
+    owner=$(dpkg -S "$plugin" | cut -d: -f1)
+    grep -qx "$owner" "$work/closure" || fail "$program loads $plugin from $owner, which an install without recommends lacks"
+  done <"$work/$program.plugins"
+done
+kill $display && wait $display 2>/dev/null || true
+display=
 diagnostics=$(run wrenhaven --diagnose) || fail "--diagnose exited with $?"
 [[ "$diagnostics" == "Wrenhaven "* ]] || fail "--diagnose printed: $diagnostics"
 echo "package $(basename "$deb") checked"
