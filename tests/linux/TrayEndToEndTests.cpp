@@ -1,6 +1,8 @@
 // The real agent on an X display with a desktop tray on its session bus: it registers its main
-// item and one item per headphones that asks for one, a click on a headphones item toggles them
-// on the Bluetooth rig, their menu holds the device entries, and a restarted tray gets them back.
+// item and one item per headphones that asks for one, each under an id of its own, also with a
+// tray that starts after the agent; a click on a headphones item toggles them on the Bluetooth
+// rig, their menu holds the device entries and its entries act, an item hidden from its menu
+// leaves the tray, and a restarted tray gets the items back.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -25,9 +27,16 @@ class TrayEndToEndTest : public testing::Test {
   std::unique_ptr<test::TrayRig> tray;
 };
 
+// The id of the menu entry labelled `label` in a GetLayout answer; empty when there is none.
+std::string entryId(const std::string& layout, const std::string& label) {
+  const auto found = test::matches(layout, std::regex("\\((\\d+), \\{[^}]*'label': <'" + label + "'>"));
+  return found.empty() ? std::string() : found.front();
+}
+
 TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBackAfterTheTrayRestarts) {
   REQUIRE_RIG(bus.available(), bus.whyNot());
-  tray = std::make_unique<test::TrayRig>(bus.sessionBusAddress());
+  // The desktop's tray starts after the agent.
+  tray = std::make_unique<test::TrayRig>(bus.sessionBusAddress(), false);
   REQUIRE_RIG(tray->available(), tray->whyNot());
   ASSERT_TRUE(bus.addHeadphones());
   const nlohmann::json devices = nlohmann::json::array(
@@ -43,9 +52,15 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   auto agent = home.launch(environment, failure);
   ASSERT_TRUE(agent) << failure;
 
+  ASSERT_TRUE(test::eventually([&] { return home.log().find("no tray") != std::string::npos; }, 15s)) << home.log();
+  ASSERT_TRUE(tray->startTray());
   ASSERT_TRUE(test::eventually([&] { return tray->items().size() == 2; }, 15s)) << home.log();
   const std::string item = tray->itemShowing("WH-1000XM4");
   ASSERT_FALSE(item.empty()) << tray->toolTip(tray->items()[0]) << tray->toolTip(tray->items()[1]);
+  std::string ids;
+  for (const auto& each : tray->items()) ids += tray->property(each, "Id");
+  EXPECT_NE(ids.find("'wrenhaven'"), std::string::npos) << ids;
+  EXPECT_NE(ids.find("'wrenhaven-aa-bb-cc-dd-ee-ff'"), std::string::npos) << ids;
   const std::string menu = tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
   std::string labels;
   for (const auto& label : test::matches(menu, std::regex("'label': <'([^']*)'>"))) labels += label + "|";
@@ -57,8 +72,20 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   EXPECT_TRUE(test::eventually([&] { return tray->toolTip(item).find("WH-1000XM4: Connected") != std::string::npos; }, 10s))
       << tray->toolTip(item);
 
+  // The menu the tray draws follows the state, and its entries act.
+  std::string layout;
+  ASSERT_TRUE(test::eventually([&] {
+    layout = tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
+    return !entryId(layout, "Disconnect").empty();
+  }, 10s)) << layout;
+  tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.Event", entryId(layout, "Disconnect"), "clicked", "<0>", "0"});
+  EXPECT_TRUE(test::eventually([&] { return !bus.isConnected(kHeadphones); }, 20s)) << home.log();
+  layout = tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
+  tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.Event", entryId(layout, "Show in Tray"), "clicked", "<0>", "0"});
+  EXPECT_TRUE(test::eventually([&] { return tray->items().size() == 1; }, 10s)) << home.log();
+
   ASSERT_TRUE(tray->restartTray());
-  EXPECT_TRUE(test::eventually([&] { return tray->items().size() == 2; }, 15s));
+  EXPECT_TRUE(test::eventually([&] { return tray->items().size() == 1; }, 15s));
   EXPECT_TRUE(agent->running());
 }
 

@@ -11,8 +11,9 @@ class NJPanel : public QWidget {
  public:
   explicit NJPanel(QWidget* parent = nullptr);
 
-  // Places the panel below `anchor` (the tray icon's rectangle), or under `pointer` when the
-  // tray cannot say where its icon is, kept inside the screen's available area.
+  // Places the panel below `anchor` (the tray icon's rectangle), or under `pointer` (where the
+  // tray says it was clicked, or the pointer) when the tray cannot say where its icon is, kept
+  // inside the screen's available area, off the bars that area leaves out.
   void placeNear(const QRect& anchor, const QPoint& pointer);
 
  signals:

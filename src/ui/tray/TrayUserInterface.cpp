@@ -1,6 +1,7 @@
 #include "ui/tray/TrayUserInterface.h"
 
 #include <QApplication>
+#include <QGuiApplication>
 #include <QCursor>
 #include <QEvent>
 
@@ -32,18 +33,66 @@ nj::NJGlyphState stateOf(Kind phase) {
 
 }  // namespace
 
+TrayItem::TrayItem(QString id, QString category, std::function<void(Click, QPoint)> clicked)
+    : clicked_(std::move(clicked)), item_(std::move(id), std::move(category)) {
+  connect(&item_, &StatusNotifierItem::activated, this, [this](QPoint at) { clicked_(Click::plain, at); });
+  connect(&item_, &StatusNotifierItem::secondaryActivated, this, [this](QPoint at) { clicked_(Click::middle, at); });
+  connect(&item_, &StatusNotifierItem::menuRequested, this, [this](QPoint at) { clicked_(Click::menu, at); });
+  connect(&item_, &StatusNotifierItem::registeredChanged, this, [this] { followWatcher(); });
+  // XEmbed only where it is the only tray from the start: Qt picks the tray protocol once per
+  // program, so an icon made while a watcher is there would speak StatusNotifierItem.
+  if (!StatusNotifierItem::watcherPresent() && QGuiApplication::platformName() == QLatin1String("xcb") &&
+      QSystemTrayIcon::isSystemTrayAvailable()) {
+    xembed_ = std::make_unique<QSystemTrayIcon>();
+    xembed_->setContextMenu(&menu_);
+    connect(xembed_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+      if (reason == QSystemTrayIcon::Trigger) clicked_(Click::plain, {});
+      if (reason == QSystemTrayIcon::MiddleClick) clicked_(Click::middle, {});
+    });
+  }
+}
+
+void TrayItem::setLook(const StatusNotifierItem::Look& look) {
+  item_.setLook(look);
+  if (xembed_) {
+    xembed_->setIcon(look.pixmaps);
+    xembed_->setToolTip(look.toolTip);
+  }
+}
+
+void TrayItem::setMenu(const ui::Menu& menu) {
+  item_.setMenu(menu);
+  // An open menu is not rebuilt under the pointer; it is filled again before it next opens.
+  if (!menu_.isVisible()) nj::NJMenu::fill(menu_, menu);
+}
+
+void TrayItem::setVisible(bool visible) {
+  visible_ = visible;
+  item_.setVisible(visible);
+  followWatcher();
+}
+
+void TrayItem::followWatcher() {
+  if (xembed_) xembed_->setVisible(visible_ && !item_.isRegistered());
+}
+
+void TrayItem::popUpMenu() { menu_.popup(QCursor::pos()); }
+
+QRect TrayItem::geometry() const { return xembed_ && xembed_->isVisible() ? xembed_->geometry() : QRect(); }
+
 // One headphones' tray item: its icon, tooltip and the menu the tray shows on a right click.
 class TrayUserInterface::DeviceTrayItem final : public ui::DeviceItem {
  public:
   DeviceTrayItem(TrayUserInterface& owner, const std::string& address, std::function<void(Click)> clicked)
-      : owner_(owner) {
-    icon_.setContextMenu(&menu_);
-    QObject::connect(&icon_, &QSystemTrayIcon::activated, &icon_, [clicked = std::move(clicked)](auto reason) {
-      // Trays without modified clicks: the middle click stands for the menu click.
-      if (reason == QSystemTrayIcon::Trigger) clicked(Click::plain);
-      if (reason == QSystemTrayIcon::MiddleClick) clicked(Click::menu);
-    });
-    icon_.setObjectName(QString::fromStdString("Wrenhaven.device." + address));
+      : owner_(owner),
+        // The address names the item from one session to the next.
+        item_(QString::fromStdString("wrenhaven-" + address), QStringLiteral("Hardware"),
+              [clicked = std::move(clicked)](TrayItem::Click click, QPoint) {
+                // Trays without modified clicks: the middle click stands for the menu click.
+                if (click == TrayItem::Click::plain) clicked(Click::plain);
+                if (click == TrayItem::Click::middle) clicked(Click::menu);
+              }) {
+    item_.setObjectName(QString::fromStdString("Wrenhaven.device." + address));
     owner_.deviceItems_.push_back(this);
   }
   ~DeviceTrayItem() override { std::erase(owner_.deviceItems_, this); }
@@ -53,24 +102,23 @@ class TrayUserInterface::DeviceTrayItem final : public ui::DeviceItem {
       look_ = look;
       redraw();
     }
-    // An open menu is not rebuilt under the pointer; it is filled again before it next opens.
-    if (!menu_.isVisible()) nj::NJMenu::fill(menu_, menu);
-    if (!icon_.isVisible()) icon_.show();
+    item_.setMenu(menu);
+    item_.setVisible(true);
   }
-  void popUpMenu() override { menu_.popup(QCursor::pos()); }
+  void popUpMenu() override { item_.popUpMenu(); }
 
   void redraw() {
     if (!look_) return;
     const nj::NJColors& c = themeColors();
-    icon_.setIcon(nj::NJGlyphs::trayIcon(nj::NJGlyphs::forDevice(look_->icon), stateOf(look_->phase), look_->battery, c.text,
-                                         c.positive, c.warning));
-    icon_.setToolTip(QString::fromStdString(look_->toolTip));
+    item_.setLook({QString(),
+                   nj::NJGlyphs::trayIcon(nj::NJGlyphs::forDevice(look_->icon), stateOf(look_->phase), look_->battery,
+                                          c.text, c.positive, c.warning),
+                   QStringLiteral("Wrenhaven"), QString::fromStdString(look_->toolTip)});
   }
 
  private:
   TrayUserInterface& owner_;
-  QSystemTrayIcon icon_;
-  QMenu menu_;
+  TrayItem item_;
   std::optional<ui::DeviceItemLook> look_;
 };
 
@@ -92,14 +140,16 @@ std::unique_ptr<ui::StatusMenuController> TrayUserInterface::makeStatusMenu() {
   controller_ = controller.get();
   // The desktop's theme changing reaches the application object.
   qApp->installEventFilter(this);
-  if (!QSystemTrayIcon::isSystemTrayAvailable()) {
-    Log::info("no tray: the status items are not shown; the agent keeps working");
+  if (!StatusNotifierItem::watcherPresent() && !QSystemTrayIcon::isSystemTrayAvailable()) {
+    Log::info("no tray: the status items are not shown until a tray appears; the agent keeps working");
   }
-  item_ = std::make_unique<QSystemTrayIcon>(mainIcon());
-  item_->setToolTip("Wrenhaven");
-  connect(item_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-    if (controller_ && (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context)) controller_->clicked();
-  });
+  item_ = std::make_unique<TrayItem>(QStringLiteral("wrenhaven"), QStringLiteral("ApplicationStatus"),
+                                     [this](TrayItem::Click click, QPoint at) {
+                                       if (!controller_ || click == TrayItem::Click::middle) return;
+                                       clickedAt_ = at;
+                                       controller_->clicked();
+                                     });
+  item_->setLook(mainLook());
   return controller;
 }
 
@@ -113,9 +163,11 @@ std::unique_ptr<ui::DeviceItem> TrayUserInterface::makeItem(const std::string& a
   return std::make_unique<DeviceTrayItem>(*this, address, std::move(clicked));
 }
 
-QIcon TrayUserInterface::mainIcon() const {
+StatusNotifierItem::Look TrayUserInterface::mainLook() const {
   const nj::NJColors& c = themeColors();
-  return nj::NJGlyphs::trayIcon(nj::NJGlyph::brand, nj::NJGlyphState::plain, std::nullopt, c.text, c.accent, c.warning);
+  return {QString(),
+          nj::NJGlyphs::trayIcon(nj::NJGlyph::brand, nj::NJGlyphState::plain, std::nullopt, c.text, c.accent, c.warning),
+          QStringLiteral("Wrenhaven"), QStringLiteral("Wrenhaven")};
 }
 
 void TrayUserInterface::setItemVisible(bool visible) {
@@ -133,7 +185,10 @@ void TrayUserInterface::createPanel(ui::PanelModel&) {
 
 void TrayUserInterface::showPanel() {
   panel_->rebuild();
-  panel_->placeNear(item_ ? item_->geometry() : QRect(), QCursor::pos());
+  // The host's coordinates of the click where it gave them, else the pointer.
+  const QRect icon = item_ ? item_->geometry() : QRect();
+  panel_->placeNear(icon, clickedAt_.isNull() ? QCursor::pos() : clickedAt_);
+  clickedAt_ = {};
   panel_->show();
   panel_->activateWindow();
   panel_->setFocus();
@@ -156,7 +211,7 @@ void TrayUserInterface::showAbout() {
 void TrayUserInterface::quit() { QApplication::quit(); }
 
 void TrayUserInterface::followTheme() {
-  if (item_) item_->setIcon(mainIcon());
+  if (item_) item_->setLook(mainLook());
   for (auto* item : deviceItems_) item->redraw();
   if (panelVisible()) panel_->rebuild();
 }

@@ -1,19 +1,50 @@
 #pragma once
-// The tray on Qt: the main item (StatusNotifierItem, or XEmbed where no watcher exists) with its
-// panel, one item per headphones that asks for one, and the kit's fonts.
+// The tray on Qt: the main item with its panel, one item per headphones that asks for one, and
+// the kit's fonts. Items are StatusNotifierItems, registered whenever a watcher is on the bus; on
+// an X11 desktop that has no watcher when the agent starts, but an XEmbed tray, they are shown
+// there until a watcher appears.
 
 #include <QMenu>
 #include <QPointer>
 #include <QSystemTrayIcon>
+
+#include <functional>
 
 #include <map>
 #include <memory>
 
 #include "core/ui/UserInterface.h"
 #include "ui/kit/NJAboutWindow.h"
+#include "ui/tray/StatusNotifierItem.h"
 #include "ui/tray/StatusPanel.h"
 
 namespace wh::tray {
+
+// One tray item on whichever tray the desktop has: a StatusNotifierItem, and an XEmbed icon while
+// only an XEmbed tray is there.
+class TrayItem final : public QObject {
+ public:
+  enum class Click { plain, middle, menu };
+  TrayItem(QString id, QString category, std::function<void(Click, QPoint)> clicked);
+
+  void setLook(const StatusNotifierItem::Look& look);
+  // The menu the tray shows for the item; also what popUpMenu opens.
+  void setMenu(const ui::Menu& menu);
+  void setVisible(bool visible);
+  void popUpMenu();
+  // Where the icon is on the screen, where the tray says (XEmbed only).
+  QRect geometry() const;
+  StatusNotifierItem& statusNotifier() { return item_; }
+
+ private:
+  void followWatcher();
+
+  std::function<void(Click, QPoint)> clicked_;
+  StatusNotifierItem item_;
+  std::unique_ptr<QSystemTrayIcon> xembed_;
+  QMenu menu_;
+  bool visible_ = false;
+};
 
 // What the tray is built over.
 struct TraySources {
@@ -53,13 +84,15 @@ class TrayUserInterface final : public QObject, public ui::UserInterface, ui::St
   // DeviceTray
   std::unique_ptr<ui::DeviceItem> makeItem(const std::string& address, std::function<void(Click)> clicked) override;
 
-  QIcon mainIcon() const;
+  StatusNotifierItem::Look mainLook() const;
   void followTheme();
   bool eventFilter(QObject* watched, QEvent* event) override;
 
   TraySources sources_;
   ui::StatusMenuController* controller_ = nullptr;
-  std::unique_ptr<QSystemTrayIcon> item_;
+  std::unique_ptr<TrayItem> item_;
+  // Where the host says the main item was clicked (null: it did not say).
+  QPoint clickedAt_;
   QPointer<StatusPanel> panel_;
   QPointer<nj::NJAboutWindow> about_;
   std::vector<DeviceTrayItem*> deviceItems_;
