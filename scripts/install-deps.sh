@@ -9,7 +9,7 @@ packages=(
   # the thread-race build (scripts/tsan.sh): clang and its ThreadSanitizer runtime
   clang libclang-rt-dev
   # libraries
-  qt6-base-dev libqt6dbus6 nlohmann-json3-dev libpulse-dev libsystemd-dev
+  qt6-base-dev libqt6dbus6 nlohmann-json3-dev libpulse-dev libpipewire-0.3-dev libsystemd-dev
   libevdev-dev libarchive-dev
   # media keys: root-window grabs (xcb, key symbols, XKB auto-repeat); key presses and MPRIS stand-ins in the tests
   libxcb1-dev libxcb-keysyms1-dev libxcb-xkb-dev xdotool python3-dbus

@@ -142,8 +142,7 @@ bool PulseRig::launch() {
   }
   const auto died = [&] { return std::any_of(daemons_.begin(), daemons_.end(), [](auto& d) { return !d->running(); }); };
   bool up = eventually([&] { return died() || pactl({"info"}).status == 0; }, 15s) && !died();
-  auto environment = clientEnvironment();
-  environment["PIPEWIRE_RUNTIME_DIR"] = (folder_.path() / "runtime").string();
+  const auto environment = clientEnvironment();
   for (const auto& device : devices_) {
     // Sources are virtual: a null node of class Audio/Source gets no usable ports on PipeWire 0.3,
     // and WirePlumber then links no stream at all.
@@ -184,8 +183,7 @@ bool PulseRig::removeDevice(const std::string& name) const {
   if (at == std::string::npos) return false;
   const std::string id = std::to_string(std::stoul(sinks.substr(at + key.size())));
   if (kind_ == SoundServer::pulseAudio) return pactl({"unload-module", id}).status == 0;
-  auto environment = clientEnvironment();
-  environment["PIPEWIRE_RUNTIME_DIR"] = (folder_.path() / "runtime").string();
+  const auto environment = clientEnvironment();
   return runCommand({"pw-cli", "destroy", id}, environment, 10s).status == 0;
 }
 
@@ -196,6 +194,8 @@ void PulseRig::signalDaemon(int signal) {
 ChildProcess::Environment PulseRig::clientEnvironment(const std::string& properties) const {
   return {{"PULSE_SERVER", server_},
           {"PULSE_PROP", properties.empty() ? std::nullopt : std::optional(properties)},
+          {"PIPEWIRE_RUNTIME_DIR", (folder_.path() / "runtime").string()},
+          {"PIPEWIRE_REMOTE", std::nullopt},
           {"DISPLAY", std::nullopt}};
 }
 

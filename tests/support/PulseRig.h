@@ -47,8 +47,11 @@ class PulseRig {
   const std::string& whyNot() const { return whyNot_; }
   const std::string& server() const { return server_; }  // "unix:<socket>"
   std::string nodeName(std::string name) const;  // as this server spells it (PulseAudio refuses ":")
+  // The PipeWire daemon's socket (there is none on PulseAudio).
+  std::string pipeWireSocket() const { return (folder_.path() / "runtime" / "pipewire-0").string(); }
 
   // A client's environment; `properties` goes to PULSE_PROP ("application.id=org.example.Player").
+  // PipeWire's own clients find the rig's daemon through PIPEWIRE_RUNTIME_DIR.
   ChildProcess::Environment clientEnvironment(const std::string& properties = {}) const;
   CommandResult pactl(const std::vector<std::string>& arguments) const;
   // pactl's output without the final line break ("get-default-sink" and the like).

@@ -1,0 +1,29 @@
+#pragma once
+// libpipewire's method calls are C macros that cast the object to its interface; these functions
+// make those calls once, here, so the casts stay out of the code that uses them.
+
+#include <pipewire/pipewire.h>
+
+namespace wh::platform::pw {
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+#pragma GCC diagnostic ignored "-Wpedantic"  // clang: the macros are GNU statement expressions
+
+inline int addListener(pw_core* core, spa_hook* hook, const pw_core_events* events, void* data) {
+  return pw_core_add_listener(core, hook, events, data);
+}
+inline int addListener(pw_registry* registry, spa_hook* hook, const pw_registry_events* events, void* data) {
+  return pw_registry_add_listener(registry, hook, events, data);
+}
+inline pw_registry* registry(pw_core* core) { return pw_core_get_registry(core, PW_VERSION_REGISTRY, 0); }
+inline int sync(pw_core* core) { return pw_core_sync(core, PW_ID_CORE, 0); }
+// A proxy for an object the daemon makes with `factory` ("link-factory", "adapter").
+inline pw_proxy* createObject(pw_core* core, const char* factory, const char* type, std::uint32_t version,
+                              const spa_dict* properties) {
+  return static_cast<pw_proxy*>(pw_core_create_object(core, factory, type, version, properties, 0));
+}
+
+#pragma GCC diagnostic pop
+
+}  // namespace wh::platform::pw
