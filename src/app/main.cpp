@@ -40,6 +40,7 @@
 #include "platform/linux/audio/ProcFsProcessTable.h"
 #include "platform/linux/audio/PulseAudioHardware.h"
 #include "platform/linux/audio/PulseBluetoothPolicy.h"
+#include "platform/linux/audio/WirePlumberAutoSwitch.h"
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
@@ -94,7 +95,9 @@ std::string diagnosticsText(int argc, char** argv, const wh::BuildInfo& build) {
 
   wh::Diagnose::Sources sources = diagnoseSources(build, settings, pinner, batteries);
   // The server's automatic headset switch, and whether the running agent has it off (its record).
-  wh::platform::PulseBluetoothPolicy bluetoothPolicy;
+  wh::platform::PulseBluetoothPolicy pulsePolicy;
+  wh::platform::WirePlumberAutoSwitch wirePlumberPolicy;
+  wh::platform::EitherAutoSwitch bluetoothPolicy(wirePlumberPolicy, pulsePolicy);
   wh::platform::JsonFileStore agentState(wh::platform::stateHome() / wh::FileLog::sharedName() / "state.json");
   wh::AutoSwitchKeeper autoSwitch(runtime, settings, bluetoothPolicy, agentState);
   if (audio.waitUntilReady(3.0)) {
@@ -192,7 +195,9 @@ int main(int argc, char** argv) {
   // The server's own switch to the headset profile: off while music quality is kept, the person's
   // setting on record in the agent's state file until it is back. Evaluated on settings changes and
   // when cards come and go (headphones connecting, the server restarting with its own setting).
-  wh::platform::PulseBluetoothPolicy bluetoothPolicy;
+  wh::platform::PulseBluetoothPolicy pulsePolicy;
+  wh::platform::WirePlumberAutoSwitch wirePlumberPolicy;
+  wh::platform::EitherAutoSwitch bluetoothPolicy(wirePlumberPolicy, pulsePolicy);
   wh::platform::JsonFileStore agentState(wh::platform::stateHome() / logName / "state.json");
   wh::AutoSwitchKeeper autoSwitch(runtime, settings, bluetoothPolicy, agentState);
   services.profileGuard.movesCardsForCalls = [&autoSwitch] { return autoSwitch.offByAgent(); };

@@ -2,6 +2,7 @@
 // libpipewire's method calls are C macros that cast the object to its interface; these functions
 // make those calls once, here, so the casts stay out of the code that uses them.
 
+#include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
 
 namespace wh::platform::pw {
@@ -22,6 +23,18 @@ inline int sync(pw_core* core) { return pw_core_sync(core, PW_ID_CORE, 0); }
 inline pw_proxy* createObject(pw_core* core, const char* factory, const char* type, std::uint32_t version,
                               const spa_dict* properties) {
   return static_cast<pw_proxy*>(pw_core_create_object(core, factory, type, version, properties, 0));
+}
+
+inline pw_metadata* bindMetadata(pw_registry* registry, std::uint32_t id) {
+  return static_cast<pw_metadata*>(pw_registry_bind(registry, id, PW_TYPE_INTERFACE_Metadata, PW_VERSION_METADATA, 0));
+}
+inline int addListener(pw_metadata* metadata, spa_hook* hook, const pw_metadata_events* events, void* data) {
+  return pw_metadata_add_listener(metadata, hook, events, data);
+}
+// `type` and `value` null: the key is removed.
+inline int setProperty(pw_metadata* metadata, std::uint32_t subject, const char* key, const char* type,
+                       const char* value) {
+  return pw_metadata_set_property(metadata, subject, key, type, value);
 }
 
 #pragma GCC diagnostic pop
