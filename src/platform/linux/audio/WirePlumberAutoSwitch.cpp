@@ -17,7 +17,8 @@ class SettingsMetadata {
  public:
   // Nothing when the daemon cannot be reached or has no such metadata (`why` says which).
   static std::unique_ptr<SettingsMetadata> open(const std::string& remote, double timeout, std::string& why) {
-    auto opened = PipeWireConnection::open({.remote = remote, .threadName = "wrenhaven.autoswitch", .timeout = timeout});
+    auto opened =
+        PipeWireConnection::open({.remote = remote, .threadName = "wrenhaven.autoswitch", .timeout = timeout});
     if (auto* failure = std::get_if<PipeWireConnection::Failure>(&opened)) {
       why = failure->text();
       return nullptr;
@@ -139,7 +140,8 @@ WriteAnswer WirePlumberAutoSwitch::write(const std::optional<std::string>& value
 }
 
 std::optional<AutoSwitchReading> EitherAutoSwitch::read() {
-  for (HeadsetAutoSwitch* each : {static_cast<HeadsetAutoSwitch*>(&wirePlumber_), static_cast<HeadsetAutoSwitch*>(&pulse_)}) {
+  for (HeadsetAutoSwitch* each :
+       {static_cast<HeadsetAutoSwitch*>(&wirePlumber_), static_cast<HeadsetAutoSwitch*>(&pulse_)}) {
     if (auto reading = each->read()) {
       lastRead_ = each;
       return reading;
