@@ -26,6 +26,9 @@ packages=(
   pulseaudio pulseaudio-utils pulseaudio-module-bluetooth pipewire pipewire-bin pipewire-pulse wireplumber util-linux dbus-daemon dbus-bin python3-dbusmock python3-gi libglib2.0-bin xvfb xauth
   # the tray's tests: the StatusNotifierWatcher stand-in (tests/support/sni_host.py)
   python3-dbus
+  # the Wayland desktop of the tray's tests (tests/support/WaylandRig): sway on its headless
+  # backend, waybar's bar and tray, grim for pictures, and Qt's Wayland platform for the agent
+  sway waybar grim qt6-wayland
 )
 
 missing=()

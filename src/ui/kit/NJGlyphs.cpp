@@ -1,6 +1,7 @@
 #include "ui/kit/NJGlyphs.h"
 
 #include <QPainterPath>
+#include <QPainterPathStroker>
 
 #include <algorithm>
 
@@ -155,14 +156,18 @@ void NJGlyphs::paint(QPainter& painter, NJGlyph glyph, const QRectF& box, const 
   painter.save();
   painter.setRenderHint(QPainter::Antialiasing);
   onGrid(painter, box);
-  const QPainterPath path = pathOf(glyph);
+  QPainterPath path = pathOf(glyph);
+  // A stroked glyph is drawn as the filled outline of its stroke: the same picture, and in an SVG
+  // a shape that hosts recolouring symbolic icons (by their fill) can recolour.
   if (stroked(glyph)) {
-    painter.setPen(QPen(color, stroke, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
-    painter.setBrush(Qt::NoBrush);
-  } else {
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(color);
+    QPainterPathStroker stroker;
+    stroker.setWidth(stroke);
+    stroker.setCapStyle(Qt::RoundCap);
+    stroker.setJoinStyle(Qt::RoundJoin);
+    path = stroker.createStroke(path);
   }
+  painter.setPen(Qt::NoPen);
+  painter.setBrush(color);
   painter.drawPath(path);
   painter.restore();
 }
@@ -222,6 +227,42 @@ QPixmap NJGlyphs::pixmap(NJGlyph glyph, int size, const QColor& color, double pi
   return image;
 }
 
+void NJGlyphs::paintTray(QPainter& painter, int size, NJGlyph glyph, NJGlyphState state, std::optional<int> battery,
+                         const QColor& color, const QColor& accent, const QColor& warning) {
+  painter.setRenderHint(QPainter::Antialiasing);
+  QColor tint = color;
+  if (state == NJGlyphState::idle) tint.setAlphaF(0.45);
+  const double glyphSize = battery ? size * 0.82 : size;
+  paint(painter, glyph, QRectF(0, 0, glyphSize, glyphSize), tint);
+  const double dot = size * 0.3;
+  const QRectF corner(size - dot, 0, dot, dot);
+  painter.setPen(Qt::NoPen);
+  if (state == NJGlyphState::busy) {
+    painter.setPen(QPen(accent, size / 12.0, Qt::DotLine, Qt::RoundCap));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawEllipse(corner.adjusted(1, 1, -1, -1));
+  } else if (state == NJGlyphState::failed) {
+    painter.setBrush(warning);
+    painter.drawEllipse(corner);
+  } else if (state == NJGlyphState::active) {
+    painter.setBrush(accent);
+    painter.drawEllipse(corner.adjusted(dot * 0.15, dot * 0.15, -dot * 0.15, -dot * 0.15));
+  }
+  if (battery) {
+    const double bar = size * 0.22;
+    const QRectF track(size * 0.1, size - bar * 0.75, size * 0.8, bar * 0.6);
+    painter.setPen(Qt::NoPen);
+    QColor faint = tint;
+    faint.setAlpha(70);
+    painter.setBrush(faint);
+    painter.drawRoundedRect(track, track.height() / 2, track.height() / 2);
+    painter.setBrush(*battery <= lowBattery ? warning : tint);
+    QRectF fill = track;
+    fill.setWidth(std::max(track.height(), track.width() * std::clamp(*battery, 0, 100) / 100.0));
+    painter.drawRoundedRect(fill, track.height() / 2, track.height() / 2);
+  }
+}
+
 QIcon NJGlyphs::trayIcon(NJGlyph glyph, NJGlyphState state, std::optional<int> battery, const QColor& color,
                          const QColor& accent, const QColor& warning) {
   QIcon icon;
@@ -231,35 +272,7 @@ QIcon NJGlyphs::trayIcon(NJGlyph glyph, NJGlyphState state, std::optional<int> b
       image.setDevicePixelRatio(ratio);
       image.fill(Qt::transparent);
       QPainter painter(&image);
-      painter.setRenderHint(QPainter::Antialiasing);
-      QColor tint = color;
-      if (state == NJGlyphState::idle) tint.setAlphaF(0.45);
-      const double glyphSize = battery ? size * 0.82 : size;
-      paint(painter, glyph, QRectF(0, 0, glyphSize, glyphSize), tint);
-      const double dot = size * 0.3;
-      const QRectF corner(size - dot, 0, dot, dot);
-      painter.setPen(Qt::NoPen);
-      if (state == NJGlyphState::busy) {
-        painter.setPen(QPen(accent, size / 12.0, Qt::DotLine, Qt::RoundCap));
-        painter.setBrush(Qt::NoBrush);
-        painter.drawEllipse(corner.adjusted(1, 1, -1, -1));
-      } else if (state == NJGlyphState::failed) {
-        painter.setBrush(warning);
-        painter.drawEllipse(corner);
-      } else if (state == NJGlyphState::active) {
-        painter.setBrush(accent);
-        painter.drawEllipse(corner.adjusted(dot * 0.15, dot * 0.15, -dot * 0.15, -dot * 0.15));
-      }
-      if (battery) {
-        const double bar = size * 0.22;
-        const QRectF track(size * 0.1, size - bar * 0.75, size * 0.8, bar * 0.6);
-        painter.setBrush(QColor(tint.red(), tint.green(), tint.blue(), 70));
-        painter.drawRoundedRect(track, track.height() / 2, track.height() / 2);
-        painter.setBrush(*battery <= lowBattery ? warning : tint);
-        QRectF fill = track;
-        fill.setWidth(std::max(track.height(), track.width() * std::clamp(*battery, 0, 100) / 100.0));
-        painter.drawRoundedRect(fill, track.height() / 2, track.height() / 2);
-      }
+      paintTray(painter, size, glyph, state, battery, color, accent, warning);
       painter.end();
       icon.addPixmap(image);
     }

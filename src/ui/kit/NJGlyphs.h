@@ -37,6 +37,9 @@ class NJGlyphs {
   // when a level is known.
   static QIcon trayIcon(NJGlyph glyph, NJGlyphState state, std::optional<int> battery, const QColor& color,
                         const QColor& accent, const QColor& warning);
+  // The same drawing at `size` pixels on any painter (a pixmap, an SVG).
+  static void paintTray(QPainter& painter, int size, NJGlyph glyph, NJGlyphState state, std::optional<int> battery,
+                        const QColor& color, const QColor& accent, const QColor& warning);
 
   // Levels at or below this show in the warning colour.
   static constexpr int lowBattery = 20;

@@ -72,7 +72,8 @@ bool StatusNotifierItem::watcherPresent() {
 }
 
 void StatusNotifierItem::setLook(const Look& look) {
-  const bool icon = look.iconName != look_.iconName || look.pixmaps.cacheKey() != look_.pixmaps.cacheKey();
+  const bool icon = look.iconName != look_.iconName || look.iconThemePath != look_.iconThemePath ||
+                    look.pixmaps.cacheKey() != look_.pixmaps.cacheKey();
   const bool title = look.title != look_.title;
   const bool toolTip = look.toolTip != look_.toolTip || title;
   look_ = look;
@@ -147,6 +148,7 @@ StatusNotifierItemAdaptor::StatusNotifierItemAdaptor(StatusNotifierItem& item)
 }
 
 QString StatusNotifierItemAdaptor::iconThemePath() const {
+  if (!item_.look().iconThemePath.isEmpty()) return item_.look().iconThemePath;
   // The icons installed beside the program (share/icons next to bin/), for installs outside the
   // folders the desktop searches.
   const QDir icons(QCoreApplication::applicationDirPath() + QStringLiteral("/../share/icons"));

@@ -44,7 +44,8 @@ class StatusNotifierItem final : public QObject {
   static constexpr const char* watcherService = "org.kde.StatusNotifierWatcher";
 
   struct Look {
-    QString iconName;  // from the icon theme; empty: the pixmaps alone
+    QString iconName;       // from the icon theme; empty: the pixmaps alone
+    QString iconThemePath;  // a folder to look for `iconName` in before the theme
     QIcon pixmaps;     // drawn here; hosts that cannot find the name show these
     QString title;
     QString toolTip;

@@ -86,7 +86,8 @@ class TrayUserInterface::DeviceTrayItem final : public ui::DeviceItem {
   DeviceTrayItem(TrayUserInterface& owner, const std::string& address, std::function<void(Click)> clicked)
       : owner_(owner),
         // The address names the item from one session to the next.
-        item_(QString::fromStdString("wrenhaven-" + address), QStringLiteral("Hardware"),
+        id_(QString::fromStdString("wrenhaven-" + address)),
+        item_(id_, QStringLiteral("Hardware"),
               [clicked = std::move(clicked)](TrayItem::Click click, QPoint) {
                 // Trays without modified clicks: the middle click stands for the menu click.
                 if (click == TrayItem::Click::plain) clicked(Click::plain);
@@ -109,15 +110,13 @@ class TrayUserInterface::DeviceTrayItem final : public ui::DeviceItem {
 
   void redraw() {
     if (!look_) return;
-    const nj::NJColors& c = themeColors();
-    item_.setLook({QString(),
-                   nj::NJGlyphs::trayIcon(nj::NJGlyphs::forDevice(look_->icon), stateOf(look_->phase), look_->battery,
-                                          c.text, c.positive, c.warning),
-                   QStringLiteral("Wrenhaven"), QString::fromStdString(look_->toolTip)});
+    item_.setLook(owner_.look(id_, nj::NJGlyphs::forDevice(look_->icon), stateOf(look_->phase), look_->battery,
+                              QString::fromStdString(look_->toolTip)));
   }
 
  private:
   TrayUserInterface& owner_;
+  QString id_;
   TrayItem item_;
   std::optional<ui::DeviceItemLook> look_;
 };
@@ -163,11 +162,18 @@ std::unique_ptr<ui::DeviceItem> TrayUserInterface::makeItem(const std::string& a
   return std::make_unique<DeviceTrayItem>(*this, address, std::move(clicked));
 }
 
-StatusNotifierItem::Look TrayUserInterface::mainLook() const {
+StatusNotifierItem::Look TrayUserInterface::mainLook() {
+  return look(QStringLiteral("wrenhaven"), nj::NJGlyph::brand, nj::NJGlyphState::plain, std::nullopt,
+              QStringLiteral("Wrenhaven"));
+}
+
+StatusNotifierItem::Look TrayUserInterface::look(const QString& item, nj::NJGlyph glyph, nj::NJGlyphState state,
+                                                 std::optional<int> battery, QString toolTip) {
   const nj::NJColors& c = themeColors();
-  return {QString(),
-          nj::NJGlyphs::trayIcon(nj::NJGlyph::brand, nj::NJGlyphState::plain, std::nullopt, c.text, c.accent, c.warning),
-          QStringLiteral("Wrenhaven"), QStringLiteral("Wrenhaven")};
+  const auto name = icons_.put(item, SymbolicTrayIcons::svg(glyph, state, battery));
+  return {name.value_or(QString()), name ? icons_.folder() : QString(),
+          nj::NJGlyphs::trayIcon(glyph, state, battery, c.text, c.positive, c.warning), QStringLiteral("Wrenhaven"),
+          std::move(toolTip)};
 }
 
 void TrayUserInterface::setItemVisible(bool visible) {

@@ -16,6 +16,7 @@
 #include "core/ui/UserInterface.h"
 #include "ui/kit/NJAboutWindow.h"
 #include "ui/tray/StatusNotifierItem.h"
+#include "ui/tray/SymbolicTrayIcons.h"
 #include "ui/tray/StatusPanel.h"
 
 namespace wh::tray {
@@ -84,7 +85,10 @@ class TrayUserInterface final : public QObject, public ui::UserInterface, ui::St
   // DeviceTray
   std::unique_ptr<ui::DeviceItem> makeItem(const std::string& address, std::function<void(Click)> clicked) override;
 
-  StatusNotifierItem::Look mainLook() const;
+  StatusNotifierItem::Look mainLook();
+  // An item's look: its symbolic icon by name, and pixmaps drawn in the palette's text colour.
+  StatusNotifierItem::Look look(const QString& item, nj::NJGlyph glyph, nj::NJGlyphState state,
+                                std::optional<int> battery, QString toolTip);
   void followTheme();
   bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -96,6 +100,7 @@ class TrayUserInterface final : public QObject, public ui::UserInterface, ui::St
   QPointer<StatusPanel> panel_;
   QPointer<nj::NJAboutWindow> about_;
   std::vector<DeviceTrayItem*> deviceItems_;
+  SymbolicTrayIcons icons_{SymbolicTrayIcons::defaultFolder(), SymbolicTrayIcons::shellRecolours()};
 };
 
 }  // namespace wh::tray

@@ -1,0 +1,82 @@
+// The real agent as a native Wayland client of sway, with waybar's tray on its session bus: its
+// items register in the tray, and each one stands out from the bar, on a dark bar and on a light
+// one. The pictures of the tray are saved for review.
+#include <gtest/gtest.h>
+
+#include <QColor>
+#include <QImage>
+
+#include <cstdlib>
+
+#include "support/AgentHome.h"
+#include "support/RigRequired.h"
+#include "support/SystemBusRig.h"
+#include "support/WaylandRig.h"
+
+namespace wh {
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Bar {
+  const char* name;
+  const char* colour;
+  const char* text;
+};
+
+class WaylandTrayEndToEndTest : public testing::TestWithParam<Bar> {
+ protected:
+  test::AgentHome home;
+  test::SystemBusRig bus{{.bluez = true, .logind = false, .upower = false, .sessionBus = true, .denyBluez = false}};
+};
+
+// How many pixels of the picture differ clearly in lightness from its first column's (the bar).
+// Headphones that are not connected are drawn faint, on purpose: the threshold lets them count.
+int standingOut(const QImage& picture) {
+  const int bar = QColor(picture.pixel(0, picture.height() / 2)).lightness();
+  int count = 0;
+  for (int y = 0; y < picture.height(); ++y) {
+    for (int x = 0; x < picture.width(); ++x) count += std::abs(QColor(picture.pixel(x, y)).lightness() - bar) > 40;
+  }
+  return count;
+}
+
+TEST_P(WaylandTrayEndToEndTest, ItemsRegisterInTheBarsTrayAndStandOutFromTheBar) {
+  REQUIRE_RIG(bus.available(), bus.whyNot());
+  test::WaylandRig desktop({.sessionBus = bus.sessionBusAddress(), .barColour = GetParam().colour,
+                            .textColour = GetParam().text});
+  REQUIRE_RIG(desktop.available(), desktop.whyNot());
+  ASSERT_TRUE(bus.addHeadphones());
+  home.writeSettings({{"devices", test::AgentHome::devicesValue(nlohmann::json::array(
+                                      {{{"address", "aa-bb-cc-dd-ee-ff"}, {"name", "WH-1000XM4"}}}))}});
+  auto environment = home.environment(bus.environment());
+  for (const auto& [name, value] : desktop.environment()) environment[name] = value;
+  std::string failure;
+  auto agent = home.launch(environment, failure);
+  ASSERT_TRUE(agent) << failure;
+  ASSERT_TRUE(test::eventually([&] { return desktop.trayItems().size() == 2; }, 20s)) << home.log();
+
+  // The tray sits at the bar's right end; its items are drawn a moment after they register.
+  const int trayWidth = 120;
+  const auto file = std::filesystem::path(WRENHAVEN_SCREENSHOT_DIR) / (std::string("tray-wayland-") + GetParam().name + ".png");
+  std::filesystem::create_directories(file.parent_path());
+  QImage picture;
+  EXPECT_TRUE(test::eventually(
+      [&] {
+        const std::string region = std::to_string(test::WaylandRig::width - trayWidth) + ",0 " +
+                                   std::to_string(trayWidth) + "x" + std::to_string(test::WaylandRig::barHeight);
+        return desktop.screenshot(file, region) && picture.load(QString::fromStdString(file.string())) &&
+               standingOut(picture) >= 2 * 30;
+      },
+      10s))
+      << "the items do not stand out from the bar: " << (picture.isNull() ? -1 : standingOut(picture))
+      << " clear pixels in " << file;
+  EXPECT_TRUE(agent->running()) << home.log();
+}
+
+INSTANTIATE_TEST_SUITE_P(Bars, WaylandTrayEndToEndTest,
+                         testing::Values(Bar{"dark", "#202020", "#ffffff"}, Bar{"light", "#f2f2f2", "#202020"}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
+}  // namespace wh
