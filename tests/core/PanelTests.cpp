@@ -48,8 +48,11 @@ struct View final : ui::StatusMenuView, ui::DeviceTray {
     items[address] = item.get(), clicks[address] = std::move(click);
     return item;
   }
-  bool itemVisible = true, open = false;
-  int panels = 0, quits = 0, popUps = 0;
+  bool wantsItemMenu() const override { return shellMenus; }
+  void setItemMenu(const Menu& entries) override { itemMenu = entries, ++itemMenus; }
+  bool itemVisible = true, open = false, shellMenus = false;
+  int panels = 0, quits = 0, popUps = 0, itemMenus = 0;
+  Menu itemMenu;
   std::function<void()> closed;
   std::map<std::string, Item*> items;
   std::map<std::string, std::function<void(Click)>> clicks;
@@ -120,6 +123,56 @@ TEST_F(PanelTest, FooterAndMoreOptionsOfferOnlyWhatExistsAndHidingStoresTheChoic
   menu.moreOptions().back().run();
   EXPECT_FALSE(view.open);
   EXPECT_EQ(store.object(Keys::hideMenuIcon), StoreValue::boolean(true));
+}
+
+TEST_F(PanelTest, TheItemsOwnMenuConnectsHeadphonesFlipsTheSwitchesAndOpensThePanel) {
+  menu.refresh();
+  EXPECT_EQ(view.itemMenus, 0) << "only a view whose shell draws the menu gets one";
+  view.shellMenus = true;
+  menu.openSettings = [] {};
+  menu.refresh();
+  EXPECT_EQ(titles(view.itemMenu), "Add Your Headphones…|-|Keep Music Quality|Media Keys|-|Open Wrenhaven…|Settings…|Quit Wrenhaven");
+  entry(view.itemMenu, "Add Your Headphones…")->run();
+  EXPECT_TRUE(view.open);
+  menu.model().close();
+
+  remember();
+  struct Case {
+    Phase phase;
+    std::string title;
+    bool checked, enabled;
+  };
+  for (const Case& c : {Case{Phase::disconnected(), "Sleep Buds", false, true},
+                        Case{Phase::connecting(), "Sleep Buds (Connecting…)", false, false},
+                        Case{Phase::connected(), "Sleep Buds", true, true},
+                        Case{Phase::failed("The device did not answer"), "Sleep Buds (The device did not answer)", false, true}}) {
+    connect(c.phase);
+    menu.refresh();
+    const ui::MenuEntry& first = view.itemMenu.at(0);
+    EXPECT_EQ(std::tuple(first.title, first.checked.value_or(false), first.enabled), std::tuple(c.title, c.checked, c.enabled));
+  }
+  view.itemMenu.at(0).run();
+  rt.drainSerialQueues();
+  EXPECT_EQ(stack.calls.back(), "open " + std::string(buds)) << "failed headphones are tried again";
+  connect();
+  menu.refresh();
+  view.itemMenu.at(0).run();
+  rt.drainSerialQueues();
+  EXPECT_EQ(stack.calls.back(), "close " + std::string(buds));
+
+  // The switches store the opposite of what the menu showed, and the next menu shows it.
+  entry(view.itemMenu, "Keep Music Quality")->run();
+  entry(view.itemMenu, "Media Keys")->run();
+  EXPECT_EQ(store.object(Keys::pinInput), StoreValue::boolean(false));
+  EXPECT_EQ(store.object(Keys::mediaKeysEnabled), StoreValue::boolean(true));
+  menu.refresh();
+  EXPECT_EQ(std::pair(*entry(view.itemMenu, "Keep Music Quality")->checked, *entry(view.itemMenu, "Media Keys")->checked),
+            std::pair(false, true));
+  entry(view.itemMenu, "Open Wrenhaven…")->run();
+  entry(view.itemMenu, "Open Wrenhaven…")->run();
+  EXPECT_TRUE(view.open) << "opening an open panel leaves it open";
+  entry(view.itemMenu, "Quit Wrenhaven")->run();
+  EXPECT_EQ(view.quits, 1);
 }
 
 TEST_F(PanelTest, MusicQualityRowTextsAndActionsFollowThePinner) {

@@ -27,12 +27,6 @@ class TrayEndToEndTest : public testing::Test {
   std::unique_ptr<test::TrayRig> tray;
 };
 
-// The id of the menu entry labelled `label` in a GetLayout answer; empty when there is none.
-std::string entryId(const std::string& layout, const std::string& label) {
-  const auto found = test::matches(layout, std::regex("\\((\\d+), \\{[^}]*'label': <'" + label + "'>"));
-  return found.empty() ? std::string() : found.front();
-}
-
 TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBackAfterTheTrayRestarts) {
   REQUIRE_RIG(bus.available(), bus.whyNot());
   // The desktop's tray starts after the agent.
@@ -76,12 +70,12 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   std::string layout;
   ASSERT_TRUE(test::eventually([&] {
     layout = tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
-    return !entryId(layout, "Disconnect").empty();
+    return !test::menuEntryId(layout, "Disconnect").empty();
   }, 10s)) << layout;
-  tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.Event", entryId(layout, "Disconnect"), "clicked", "<0>", "0"});
+  tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.Event", test::menuEntryId(layout, "Disconnect"), "clicked", "<0>", "0"});
   EXPECT_TRUE(test::eventually([&] { return !bus.isConnected(kHeadphones); }, 20s)) << home.log();
   layout = tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
-  tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.Event", entryId(layout, "Show in Tray"), "clicked", "<0>", "0"});
+  tray->call(item, "/MenuBar", {"com.canonical.dbusmenu.Event", test::menuEntryId(layout, "Show in Tray"), "clicked", "<0>", "0"});
   EXPECT_TRUE(test::eventually([&] { return tray->items().size() == 1; }, 10s)) << home.log();
 
   ASSERT_TRUE(tray->restartTray());

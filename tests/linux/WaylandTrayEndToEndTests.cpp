@@ -7,10 +7,12 @@
 #include <QImage>
 
 #include <cstdlib>
+#include <regex>
 
 #include "support/AgentHome.h"
 #include "support/RigRequired.h"
 #include "support/SystemBusRig.h"
+#include "support/TrayRig.h"
 #include "support/WaylandRig.h"
 
 namespace wh {
@@ -29,6 +31,14 @@ class WaylandTrayEndToEndTest : public testing::TestWithParam<Bar> {
   test::AgentHome home;
   test::SystemBusRig bus{{.bluez = true, .logind = false, .upower = false, .sessionBus = true, .denyBluez = false}};
 };
+
+// The agent as a client of the desktop, with the Bluetooth rig's buses.
+std::unique_ptr<test::ChildProcess> launchOn(const test::WaylandRig& desktop, const test::AgentHome& home,
+                                             const test::SystemBusRig& bus, std::string& failure) {
+  auto environment = home.environment(bus.environment());
+  for (const auto& [name, value] : desktop.environment()) environment[name] = value;
+  return home.launch(environment, failure);
+}
 
 // How many pixels of the picture differ clearly in lightness from its first column's (the bar).
 // Headphones that are not connected are drawn faint, on purpose: the threshold lets them count.
@@ -49,10 +59,8 @@ TEST_P(WaylandTrayEndToEndTest, ItemsRegisterInTheBarsTrayAndStandOutFromTheBar)
   ASSERT_TRUE(bus.addHeadphones());
   home.writeSettings({{"devices", test::AgentHome::devicesValue(nlohmann::json::array(
                                       {{{"address", "aa-bb-cc-dd-ee-ff"}, {"name", "WH-1000XM4"}}}))}});
-  auto environment = home.environment(bus.environment());
-  for (const auto& [name, value] : desktop.environment()) environment[name] = value;
   std::string failure;
-  auto agent = home.launch(environment, failure);
+  auto agent = launchOn(desktop, home, bus, failure);
   ASSERT_TRUE(agent) << failure;
   ASSERT_TRUE(test::eventually([&] { return desktop.trayItems().size() == 2; }, 20s)) << home.log();
 
@@ -71,6 +79,53 @@ TEST_P(WaylandTrayEndToEndTest, ItemsRegisterInTheBarsTrayAndStandOutFromTheBar)
       10s))
       << "the items do not stand out from the bar: " << (picture.isNull() ? -1 : standingOut(picture))
       << " clear pixels in " << file;
+  EXPECT_TRUE(agent->running()) << home.log();
+}
+
+TEST(WaylandPanelEndToEndTest, TheShellDrawsTheMainItemsMenuAndItsEntryOpensThePanelAsAWindow) {
+  test::AgentHome home;
+  test::SystemBusRig bus{{.bluez = true, .logind = false, .upower = false, .sessionBus = true, .denyBluez = false}};
+  REQUIRE_RIG(bus.available(), bus.whyNot());
+  test::WaylandRig desktop({.sessionBus = bus.sessionBusAddress()});
+  REQUIRE_RIG(desktop.available(), desktop.whyNot());
+  // Past the first run: the settings program's guide would cover the panel.
+  home.writeSettings({{"onboardingDone", true}});
+  std::string failure;
+  auto agent = launchOn(desktop, home, bus, failure);
+  ASSERT_TRUE(agent) << failure;
+  ASSERT_TRUE(test::eventually([&] { return desktop.trayItems().size() == 1; }, 20s)) << home.log();
+  const std::string item = desktop.trayItems().front();
+  const std::string service = item.substr(0, item.find('/'));
+  const auto call = [&](const std::string& path, const std::vector<std::string>& method) {
+    std::vector<std::string> argv{"gdbus", "call", "--session", "--dest", service, "--object-path", path, "--method"};
+    argv.insert(argv.end(), method.begin(), method.end());
+    return test::runCommand(argv, {{"DBUS_SESSION_BUS_ADDRESS", bus.sessionBusAddress()}}).output;
+  };
+  EXPECT_NE(call("/StatusNotifierItem", {"org.freedesktop.DBus.Properties.Get", "org.kde.StatusNotifierItem", "ItemIsMenu"})
+                .find("true"),
+            std::string::npos);
+  const std::string layout = call("/MenuBar", {"com.canonical.dbusmenu.GetLayout", "0", "--", "-1", "[]"});
+  std::string labels;
+  for (const auto& label : test::matches(layout, std::regex("'label': <'([^']*)'>"))) labels += label + "|";
+  EXPECT_EQ(labels, "Add Your Headphones…|Keep Music Quality|Media Keys|Open Wrenhaven…|Settings…|Quit Wrenhaven|");
+
+  EXPECT_TRUE(desktop.windows().empty());
+  call("/MenuBar", {"com.canonical.dbusmenu.Event", test::menuEntryId(layout, "Open Wrenhaven…"), "clicked", "<0>", "0"});
+  EXPECT_TRUE(test::eventually([&] { return desktop.windows() == std::vector<std::string>{"Wrenhaven"}; }, 10s))
+      << "windows: " << desktop.windows().size() << "\n" << home.log();
+  // The panel is drawn: the desktop below the bar is no longer all one colour.
+  const auto file = std::filesystem::path(WRENHAVEN_SCREENSHOT_DIR) / "panel-wayland.png";
+  QImage picture;
+  EXPECT_TRUE(test::eventually(
+      [&] {
+        const std::string region = "0," + std::to_string(test::WaylandRig::barHeight) + " " +
+                                   std::to_string(test::WaylandRig::width) + "x" +
+                                   std::to_string(test::WaylandRig::height - test::WaylandRig::barHeight);
+        return desktop.screenshot(file, region) && picture.load(QString::fromStdString(file.string())) &&
+               standingOut(picture) > 5000;
+      },
+      10s))
+      << file;
   EXPECT_TRUE(agent->running()) << home.log();
 }
 

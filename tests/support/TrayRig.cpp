@@ -13,6 +13,11 @@ std::vector<std::string> matches(const std::string& text, const std::regex& patt
   return found;
 }
 
+std::string menuEntryId(const std::string& layout, const std::string& label) {
+  const auto found = matches(layout, std::regex("\\((\\d+), \\{[^}]*'label': <'" + label + "'>"));
+  return found.empty() ? std::string() : found.front();
+}
+
 TrayRig::TrayRig(const std::string& sessionBus, bool withTray) : bus_(sessionBus) {
   if (!xvfb_.available) {
     whyNot_ = "no Xvfb with xdotool";

@@ -14,6 +14,9 @@ namespace wh::test {
 
 // The first group of every match of `pattern` in `text`, in order.
 std::vector<std::string> matches(const std::string& text, const std::regex& pattern);
+// The id of the menu entry labelled `label` in gdbus's print of a dbusmenu GetLayout answer; empty
+// when there is none.
+std::string menuEntryId(const std::string& layout, const std::string& label);
 
 class TrayRig {
  public:

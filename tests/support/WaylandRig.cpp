@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <functional>
 #include <regex>
+
+#include <nlohmann/json.hpp>
 
 #include "support/TrayRig.h"
 
@@ -73,6 +76,29 @@ bool WaylandRig::screenshot(const std::filesystem::path& file, const std::string
   return runCommand({"grim", "-g", region, file.string()},
                     {{"WAYLAND_DISPLAY", display_}, {"XDG_RUNTIME_DIR", (folder_.path() / "runtime").string()}})
              .status == 0;
+}
+
+std::vector<std::string> WaylandRig::windows() const {
+  std::string socket;
+  for (const auto& entry : std::filesystem::directory_iterator(folder_.path() / "runtime")) {
+    if (entry.path().filename().string().starts_with("sway-ipc.")) socket = entry.path().string();
+  }
+  if (socket.empty()) return {};
+  const auto tree = nlohmann::json::parse(runCommand({"swaymsg", "-r", "-s", socket, "-t", "get_tree"}).output,
+                                          nullptr, false);
+  // Views of Wayland clients are the nodes with a shell; their names are the windows' titles.
+  std::vector<std::string> titles;
+  const std::function<void(const nlohmann::json&)> walk = [&](const nlohmann::json& node) {
+    if (!node.is_object()) return;
+    if (node.value("shell", "") == "xdg_shell") titles.push_back(node.value("name", ""));
+    for (const char* children : {"nodes", "floating_nodes"}) {
+      if (node.contains(children)) {
+        for (const auto& child : node[children]) walk(child);
+      }
+    }
+  };
+  walk(tree);
+  return titles;
 }
 
 CommandResult WaylandRig::call(const std::vector<std::string>& method) const {

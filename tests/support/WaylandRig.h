@@ -37,6 +37,8 @@ class WaylandRig {
   bool screenshot(const std::filesystem::path& file, const std::string& region) const;
   // The items the bar's tray has registered (their bus names and paths).
   std::vector<std::string> trayItems() const;
+  // The titles of the windows the compositor shows now.
+  std::vector<std::string> windows() const;
 
  private:
   // gdbus's call of `method` (and its arguments) on the tray's watcher.

@@ -64,6 +64,11 @@ inline constexpr const char* kNeedsAccessibility = "Needs key access to read the
 inline constexpr const char* kShowInTray = "Show in Tray";
 inline constexpr const char* kShowTrayIcon = "Show Tray Icon";
 inline constexpr const char* kHideTrayIcon = "Hide Tray Icon";
+// The main item's own menu, which the shell draws at the icon where the panel cannot open there
+// (Wayland); "Open Wrenhaven…" opens the full panel.
+inline constexpr const char* kKeepMusicQuality = "Keep Music Quality";
+inline constexpr const char* kMediaKeysSwitch = "Media Keys";
+inline constexpr const char* kOpenPanel = "Open Wrenhaven…";
 inline constexpr const char* kHideTrayIconToolTip = "Open Wrenhaven again from the applications menu to bring it back.";
 // Why the app volume section asks for audio recording.
 inline constexpr const char* kAppVolumeRecording =

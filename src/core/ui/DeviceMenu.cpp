@@ -22,7 +22,7 @@ std::string DeviceMenu::displayName(const DeviceSetting& device) {
 const std::array<DeviceMenu::Flag, 5>& DeviceMenu::flags() {
   static constexpr std::array<Flag, 5> all{{
       {texts::kShowInTray, &DeviceSetting::showInMenuBar},
-      {"Keep Music Quality", &DeviceSetting::pinInput},
+      {texts::kKeepMusicQuality, &DeviceSetting::pinInput},
       {"Connect Only", &DeviceSetting::connectOnly},
       {"Connect After Wake", &DeviceSetting::connectOnWake},
       {"Disconnect Before Sleep", &DeviceSetting::disconnectOnSleep},

@@ -2,6 +2,7 @@
 
 #include "core/settings/Address.h"
 #include "core/texts/PlatformTexts.h"
+#include "core/ui/PanelRows.h"
 
 namespace wh::ui {
 
@@ -29,6 +30,7 @@ StatusMenuController::StatusMenuController(Runtime& runtime, Services& services,
 }
 
 void StatusMenuController::refresh() {
+  if (view_.wantsItemMenu()) view_.setItemMenu(itemMenu());
   if (!panelCreated_ || !view_.panelVisible()) return;
   ++model_.generation;
   if (model_.onGeneration) model_.onGeneration();
@@ -46,6 +48,50 @@ void StatusMenuController::clicked() {
   if (closedAt_ && runtime_.clock().now() - *closedAt_ < reopenRefusal) return;
   willOpen();
   view_.showPanel();
+}
+
+void StatusMenuController::openPanel() {
+  if (!panelCreated_) {
+    view_.createPanel(model_);
+    panelCreated_ = true;
+  }
+  if (view_.panelVisible()) return;
+  willOpen();
+  view_.showPanel();
+}
+
+Menu StatusMenuController::itemMenu() {
+  using Kind = BluetoothManager::Phase::Kind;
+  Menu menu;
+  const DevicesSection devices = devicesSection(model_, runtime_.clock().wallNow());
+  for (const auto& device : devices.devices) {
+    // Checked while connected; a connection under way or failed says so beside the name.
+    const bool settled = device.phase == Kind::connected || device.phase == Kind::disconnected;
+    MenuEntry entry = MenuEntry::check(settled ? device.name : device.name + " (" + device.status + ")",
+                                       device.phase == Kind::connected, device.toggle);
+    entry.enabled = device.phase != Kind::connecting && device.phase != Kind::disconnecting;
+    menu.push_back(std::move(entry));
+  }
+  if (devices.devices.empty()) {
+    menu.push_back(MenuEntry::item(devices.addTitle.value_or("Add Your Headphones…"),
+                                   lifetime_.guard([this] { openPanel(); })));
+  }
+  menu.push_back(MenuEntry::separator());
+  const auto toggle = [this](const char* title, const char* key, bool fallback) {
+    const bool on = settings_.boolValue(key, fallback);
+    return MenuEntry::check(title, on, lifetime_.guard([this, key, on] {
+                              settings_.store().set(key, StoreValue::boolean(!on));
+                              settings_.changed(key);
+                            }));
+  };
+  menu.push_back(toggle(texts::kKeepMusicQuality, Keys::pinInput, true));
+  menu.push_back(toggle(texts::kMediaKeysSwitch, Keys::mediaKeysEnabled, false));
+  menu.push_back(MenuEntry::separator());
+  menu.push_back(MenuEntry::item(texts::kOpenPanel, lifetime_.guard([this] { openPanel(); })));
+  for (auto& row : footer()) {
+    if (row.title == "Settings…" || row.title == "Quit Wrenhaven") menu.push_back(MenuEntry::item(row.title, row.run));
+  }
+  return menu;
 }
 
 void StatusMenuController::willOpen() {

@@ -57,6 +57,10 @@ class StatusMenuView {
   virtual void closePanel() = 0;
   virtual void showAbout() = 0;
   virtual void quit() = 0;
+  // Where the desktop's shell draws the main item's menu itself (Wayland, where a window cannot
+  // place itself at the icon), the menu to give it; kept up to date while the item shows.
+  virtual bool wantsItemMenu() const { return false; }
+  virtual void setItemMenu(const Menu& /*menu*/) {}
 };
 
 // Services of other parts of the agent that the footer and "More options" offer when they exist.
@@ -85,9 +89,15 @@ class StatusMenuController {
   std::function<void()> openSettings;
   std::function<void()> openGuide;
 
-  // The services changed: an open panel reads again; a closed one reads when it opens.
+  // The services changed: an open panel reads again; a closed one reads when it opens; the main
+  // item's own menu, where the view has one, is made again.
   void refresh();
   void clicked();
+  // Opens the panel (or leaves it open).
+  void openPanel();
+  // The main item's own menu: each remembered pair of headphones to connect or disconnect, the
+  // music quality and media keys switches, the full panel, settings and quit.
+  Menu itemMenu();
   void willOpen();
   // The view reports that the panel went away.
   void panelClosed();

@@ -29,9 +29,18 @@ void paintFrame(QWidget& widget, double radius) {
 
 }  // namespace
 
-NJPanel::NJPanel(QWidget* parent) : QWidget(parent, Qt::Popup | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint) {
+bool NJPanel::windowsPlaceThemselves() { return !QGuiApplication::platformName().startsWith(QLatin1String("wayland")); }
+
+NJPanel::NJPanel(QWidget* parent)
+    : QWidget(parent, windowsPlaceThemselves()
+                          ? Qt::Popup | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint
+                          // On Wayland a popup needs a parent window to open from, which a tray
+                          // icon is not, and the compositor places windows: an ordinary frameless
+                          // window, closed when it loses the keyboard as a popup would be.
+                          : Qt::Window | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint) {
   setAttribute(Qt::WA_TranslucentBackground);
   setFixedWidth(NJTokens::panelWidth);
+  if (!windowsPlaceThemselves()) setWindowTitle(QStringLiteral("Wrenhaven"));
 }
 
 void NJPanel::placeNear(const QRect& anchor, const QPoint& pointer) {
@@ -87,6 +96,9 @@ void NJPanel::hideEvent(QHideEvent* event) {
 
 void NJPanel::changeEvent(QEvent* event) {
   if (event->type() == QEvent::PaletteChange) update();
+  if (event->type() == QEvent::ActivationChange && !windowsPlaceThemselves() && isVisible() && !isActiveWindow()) {
+    close();
+  }
   QWidget::changeEvent(event);
 }
 

@@ -11,6 +11,10 @@ class NJPanel : public QWidget {
  public:
   explicit NJPanel(QWidget* parent = nullptr);
 
+  // Whether windows can place themselves on the screen (X11), so that the panel is a popup at the
+  // icon; on Wayland it is a window that the compositor places.
+  static bool windowsPlaceThemselves();
+
   // Places the panel below `anchor` (the tray icon's rectangle), or under `pointer` (where the
   // tray says it was clicked, or the pointer) when the tray cannot say where its icon is, kept
   // inside the screen's available area, off the bars that area leaves out.

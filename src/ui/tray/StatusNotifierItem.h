@@ -64,6 +64,9 @@ class StatusNotifierItem final : public QObject {
   void setMenu(ui::Menu menu);
   void setVisible(bool visible);
   bool isVisible() const { return visible_; }
+  // The host shows the menu on a plain click too.
+  void setItemIsMenu(bool only) { itemIsMenu_ = only; }
+  bool itemIsMenu() const { return itemIsMenu_; }
   // Registered with a watcher now.
   bool isRegistered() const { return registered_; }
 
@@ -101,6 +104,7 @@ class StatusNotifierItem final : public QObject {
   Look look_;
   SniPixmaps pixmaps_;
   bool hasMenu_ = false;
+  bool itemIsMenu_ = false;
   bool visible_ = false;
   bool registered_ = false;
   QString connectionName_;
@@ -143,7 +147,7 @@ class StatusNotifierItemAdaptor final : public QDBusAbstractAdaptor {
   QString empty() const { return {}; }
   SniPixmaps noPixmaps() const { return {}; }
   SniToolTip toolTip() const;
-  bool itemIsMenu() const { return false; }
+  bool itemIsMenu() const { return item_.itemIsMenu() && item_.hasMenu(); }
   QDBusObjectPath menu() const;
 
  public slots:

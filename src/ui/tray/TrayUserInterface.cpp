@@ -149,6 +149,7 @@ std::unique_ptr<ui::StatusMenuController> TrayUserInterface::makeStatusMenu() {
                                        controller_->clicked();
                                      });
   item_->setLook(mainLook());
+  controller_->refresh();
   return controller;
 }
 
@@ -215,6 +216,15 @@ void TrayUserInterface::showAbout() {
 }
 
 void TrayUserInterface::quit() { QApplication::quit(); }
+
+// Where a window cannot place itself at the icon, the shell draws the item's menu there instead.
+bool TrayUserInterface::wantsItemMenu() const { return !nj::NJPanel::windowsPlaceThemselves(); }
+
+void TrayUserInterface::setItemMenu(const ui::Menu& menu) {
+  if (!item_) return;
+  item_->setMenu(menu);
+  item_->setOnlyMenu(true);
+}
 
 void TrayUserInterface::followTheme() {
   if (item_) item_->setLook(mainLook());

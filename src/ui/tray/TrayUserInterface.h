@@ -31,6 +31,8 @@ class TrayItem final : public QObject {
   void setLook(const StatusNotifierItem::Look& look);
   // The menu the tray shows for the item; also what popUpMenu opens.
   void setMenu(const ui::Menu& menu);
+  // The host shows the menu on any click (the item is only its menu).
+  void setOnlyMenu(bool only) { item_.setItemIsMenu(only); }
   void setVisible(bool visible);
   void popUpMenu();
   // Where the icon is on the screen, where the tray says (XEmbed only).
@@ -82,6 +84,8 @@ class TrayUserInterface final : public QObject, public ui::UserInterface, ui::St
   void closePanel() override;
   void showAbout() override;
   void quit() override;
+  bool wantsItemMenu() const override;
+  void setItemMenu(const ui::Menu& menu) override;
   // DeviceTray
   std::unique_ptr<ui::DeviceItem> makeItem(const std::string& address, std::function<void(Click)> clicked) override;
 
