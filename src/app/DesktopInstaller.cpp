@@ -68,14 +68,15 @@ std::string DesktopInstaller::launchLater(const std::string& path) {
   return process.startDetached() ? "" : process.errorString().toStdString();
 }
 
-void DesktopInstaller::ask(const std::string& title, const std::string& text, const std::string& accept,
-                           const std::string& decline, std::function<void(Choice)> answered) {
+void DesktopInstaller::ask(const std::string& title, const std::string& text, const std::string& detail,
+                           const std::string& accept, const std::string& decline, std::function<void(Choice)> answered) {
   if (!canAsk()) {
     answered(Choice::notNow);
     return;
   }
   // Not modal: the agent's services run while the question waits.
   auto* box = new QMessageBox(QMessageBox::Question, QString::fromStdString(title), QString::fromStdString(text));
+  box->setInformativeText(QString::fromStdString(detail));
   box->setAttribute(Qt::WA_DeleteOnClose);
   box->setWindowModality(Qt::NonModal);
   QPushButton* move = box->addButton(QString::fromStdString(accept), QMessageBox::AcceptRole);

@@ -21,7 +21,7 @@ class DesktopInstaller final : public ProgramInstaller {
   std::string moveToTrash(const std::string& path) override;
   std::string copy(const std::string& from, const std::string& to) override;
   std::string launchLater(const std::string& path) override;
-  void ask(const std::string& title, const std::string& text, const std::string& accept,
+  void ask(const std::string& title, const std::string& text, const std::string& detail, const std::string& accept,
            const std::string& decline, std::function<void(Choice)> answered) override;
   void alert(const std::string& title, const std::string& text) override;
   void quit() override;

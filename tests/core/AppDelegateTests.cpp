@@ -222,6 +222,13 @@ TEST_F(AppDelegateTest, AMoveIsOfferedOnlyWhereItHelpsAndTheQuestionWaitsBesideT
     fake.done.clear();
     MoveToApplications offer(fake);
     offer.offerIfNeeded();
+    // The question says where the copy goes, and that an older one there is replaced.
+    for (const std::string& step : c.done) {
+      if (step.starts_with("copy ")) {
+        EXPECT_NE(fake.detail.find(step.substr(step.rfind(' ') + 1)), std::string::npos) << fake.detail;
+      }
+    }
+    EXPECT_EQ(fake.detail.find("trash") != std::string::npos, !c.existing.empty()) << fake.detail;
     fake.answer(c.choice);
     EXPECT_EQ(fake.done, c.done) << c.path;
   }

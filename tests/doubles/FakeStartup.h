@@ -20,9 +20,10 @@ class FakeInstaller : public ProgramInstaller {
   std::string copy(const std::string& from, const std::string& to) override { return act("copy " + from + " " + to); }
   std::string launchLater(const std::string& target) override { return act("launch " + target); }
   bool inBuildTree() const override { return buildTree; }
-  void ask(const std::string&, const std::string&, const std::string&, const std::string&,
+  void ask(const std::string&, const std::string&, const std::string& what, const std::string&, const std::string&,
            std::function<void(Choice)> answered) override {
     done.push_back("ask");
+    detail = what;
     pending = std::move(answered);
   }
   // The person answers the open question.
@@ -36,6 +37,7 @@ class FakeInstaller : public ProgramInstaller {
   bool appImage = false;
   bool buildTree = false;
   std::string existing;
+  std::string detail;  // of the last question
   std::function<void(Choice)> pending;
   std::string failing;  // the first word of the step that fails
   std::vector<std::string> done;

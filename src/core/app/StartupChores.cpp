@@ -29,17 +29,24 @@ void MoveToApplications::offerIfNeeded() {
                    installer_.applicationsFolder())) {
     return;
   }
+  const std::string copy = target();
+  std::string detail = "Wrenhaven will be copied to " + copy + " and started from there";
+  if (installer_.exists(copy)) detail += ", in place of the copy there, which goes to the trash";
+  detail += ". This copy then quits. Start-up goes on while you decide.";
   installer_.ask("Move Wrenhaven to Applications?",
-                 "It needs to live in your Applications folder to keep its permissions and start at login.",
+                 "It needs to live in your Applications folder to keep its permissions and start at login.", detail,
                  "Move to Applications", "Not Now", lifetime_.guard([this](ProgramInstaller::Choice choice) {
                    if (choice == ProgramInstaller::Choice::move) move();
                  }));
 }
 
+std::string MoveToApplications::target() const {
+  return installer_.applicationsFolder() + (installer_.isAppImage() ? "/Wrenhaven.AppImage" : "/Wrenhaven");
+}
+
 void MoveToApplications::move() {
   const std::string program = installer_.programPath();
-  const std::string target =
-      installer_.applicationsFolder() + (installer_.isAppImage() ? "/Wrenhaven.AppImage" : "/Wrenhaven");
+  const std::string target = this->target();
   std::string error;
   if (installer_.exists(target)) error = installer_.moveToTrash(target);
   if (error.empty()) error = installer_.copy(program, target);

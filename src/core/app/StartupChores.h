@@ -29,9 +29,10 @@ class ProgramInstaller {
   // Starts the program at `path` as a new process one second from now.
   virtual std::string launchLater(const std::string& path) = 0;
   // Shows the question and returns at once; `answered` runs on the main queue when the person
-  // answers (`accept` is the default button). Where nobody can answer, it answers notNow.
-  virtual void ask(const std::string& title, const std::string& text, const std::string& accept,
-                   const std::string& decline, std::function<void(Choice)> answered) = 0;
+  // answers (`accept` is the default button). `detail` says what the answer will do on this system.
+  // Where nobody can answer, it answers notNow.
+  virtual void ask(const std::string& title, const std::string& text, const std::string& detail,
+                   const std::string& accept, const std::string& decline, std::function<void(Choice)> answered) = 0;
   virtual void alert(const std::string& title, const std::string& text) = 0;
   // Ends this instance from the main queue.
   virtual void quit() = 0;
@@ -51,6 +52,8 @@ class MoveToApplications {
 
  private:
   void move();
+  // Where the copy goes.
+  std::string target() const;
 
   ProgramInstaller& installer_;
   Lifetime lifetime_;
