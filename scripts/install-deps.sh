@@ -12,7 +12,7 @@ packages=(
   qt6-base-dev libqt6dbus6 nlohmann-json3-dev libpulse-dev libpipewire-0.3-dev libsystemd-dev
   libevdev-dev libarchive-dev
   # media keys: root-window grabs (xcb, key symbols, XKB auto-repeat); key presses and MPRIS stand-ins in the tests
-  libxcb1-dev libxcb-keysyms1-dev libxcb-xkb-dev xdotool python3-dbus
+  libxcb1-dev libxcb-keysyms1-dev libxcb-xkb-dev libxkbcommon-dev xdotool python3-dbus
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev
   # fuzzing (scripts/fuzz.sh): clang++, and libFuzzer with the sanitizer runtimes
@@ -29,6 +29,8 @@ packages=(
   # the Wayland desktop of the tray's tests (tests/support/WaylandRig): sway on its headless
   # backend, waybar's bar and tray, grim for pictures, and Qt's Wayland platform for the agent
   sway waybar grim qt6-wayland
+  # the desktop portal's frontend, for hotkeys through GlobalShortcuts (tests/support/PortalRig)
+  xdg-desktop-portal
 )
 
 missing=()
