@@ -244,7 +244,7 @@ int main(int argc, char** argv) {
         wh::build::kReportService, wh::build::kSupportAddress, build.shortVersion, wh::platform::systemVersion(),
         [] { return std::chrono::system_clock::now(); }};
     report.emplace(std::move(reportSources), reportZip, reportUploader, *reportWindow);
-    reportWindow->send = [&report](const std::string& note, const std::string& email) { report->send(note, email); };
+    reportWindow->actOn(*report);
     extras.reportProblem = [&reportWindow] { reportWindow->show(); };
     tray.emplace(wh::tray::TraySources{runtime, services, settings, audio, access, build.versionText(), extras});
     delegate.setUserInterface(&*tray);

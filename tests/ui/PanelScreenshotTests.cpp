@@ -138,7 +138,7 @@ TEST_F(PanelScreenshotTest, MediaKeysAppVolumesTheIdlePlayPanelAndTheReportDrawT
   report.send = [&](const std::string& note, const std::string& email) { sent = note + "|" + email; };
   report.show();
   report.form()->findChild<QPlainTextEdit*>()->setPlainText("It hums");
-  EXPECT_EQ(shoot("report", *report.form()), "Cancel|Send Report|");
+  EXPECT_EQ(shoot("report", *report.form()), "Cancel|Save Report…|Send Report|");
   report.form()->findChildren<nj::NJButton*>().back()->click();
   EXPECT_EQ(sent, "It hums|");
   report.offerSave("The report could not be sent", "Save it instead and email it to support@example.com.", "/tmp/r.zip");
