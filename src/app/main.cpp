@@ -227,6 +227,12 @@ int main(int argc, char** argv) {
   if (!headless) {
     wh::ui::PanelServices extras;
     extras.openBluetoothSettings = [&host] { host.openBluetoothSettings(); };
+    extras.showKeyAccess = [&host] { host.showKeyAccess(); };
+    // A check in the key access panel: the media keys try again with what it found.
+    host.keyAccessChecked = [&agentStatus, &services] {
+      agentStatus.accessibility().recheck();
+      services.mediaKeys.sync();
+    };
     extras.startsAtLogin = [&loginItem] { return loginItem.enabled(); };
     extras.setStartAtLogin = [&loginItem, &delegate](bool on) {
       loginItem.set(on);

@@ -138,8 +138,7 @@ void OnboardingGuide::redraw() {
                                          QString::fromStdString(view.mediaKeysState)));
       auto* access = new nj::NJButton("Check Key Access", nj::NJButton::Style::plain);
       access->setAccessibleName(texts::kKeyAccess);
-      connect(access, &QAbstractButton::clicked, this,
-              [this] { actions_.send("requestAccessibility", nlohmann::json::object()); });
+      connect(access, &QAbstractButton::clicked, this, [this] { checkKeyAccess(actions_); });
       layout->addWidget(access);
       break;
     }

@@ -233,6 +233,11 @@ void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) con
   }
 }
 
+void checkKeyAccess(const PageActions& actions) {
+  if (actions.showKeyAccess) return actions.showKeyAccess();
+  actions.send("requestAccessibility", nlohmann::json::object());
+}
+
 void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(new nj::NJSectionHeader("Media keys"));
   layout.addWidget(switchRow("Media keys", view.mediaKeysEnabled,
@@ -241,8 +246,7 @@ void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const
                              [this](bool on) { setFlag(settings_, Keys::mediaKeysPaused, on); }));
   layout.addWidget(choiceRow<IdlePlayAction>("When Nothing Is Playing", allIdlePlayActions, view.idlePlay, &ui::idlePlayLabel,
                                              [this](IdlePlayAction action) { settings_.setIdlePlay(action); }));
-  layout.addWidget(buttonRow(texts::kKeyAccess, "Check Again",
-                             [this] { actions_.send("requestAccessibility", nlohmann::json::object()); }));
+  layout.addWidget(buttonRow(texts::kKeyAccess, "Check Again", [this] { checkKeyAccess(actions_); }));
 }
 
 void PageBuilder::volume(const SettingsView& view, QVBoxLayout& layout) const {

@@ -32,7 +32,11 @@ struct PageActions {
   const KeyboardLayout* keyboard = nullptr;
   std::function<void()> reportProblem;  // opens the report panel
   std::string version;                  // shown in the About window ("0.1.0 (1)")
+  std::function<void()> showKeyAccess;  // opens the key access panel (absent: asks the agent to)
 };
+
+// "Check Again" and "Check Key Access": the key access panel, or, without one, the agent's.
+void checkKeyAccess(const PageActions& actions);
 
 // Fills `layout` with one page's rows for `view`.
 class PageBuilder {

@@ -9,7 +9,7 @@ class AgentStatusTest : public test::AgentWorld {
     remember();
     stack.add("11-22-33-44-55-66", "Studio Cans");
     status.listen({[this] { ++bluetoothStarts; }, [this](bool onboarding) { opened.push_back(onboarding); },
-                   [this] { host.openBluetoothSettings(); }});
+                   [this] { host.openBluetoothSettings(); }, [this] { host.showKeyAccess(); }});
   }
   int bluetoothStarts = 0;
   std::vector<bool> opened;
@@ -59,6 +59,12 @@ TEST_F(AgentStatusTest, AccessibilityIsAskedOffTheMainThreadAndAChangeComesBackT
   rt.drainSerialQueues();
   EXPECT_EQ(refreshes, 3);
   EXPECT_EQ(host.accessChecks, 4);
+  EXPECT_EQ(host.keyAccessShown, 1) << "the person sees how access is granted";
+  // The settings program shows its own panel and only asks the agent to look again.
+  channel.send("requestAccessibility", {{"panel", false}});
+  rt.drainSerialQueues();
+  EXPECT_EQ(host.keyAccessShown, 1);
+  EXPECT_EQ(host.accessChecks, 5);
 }
 
 TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {

@@ -107,7 +107,7 @@ TEST_F(PanelTest, FooterAndMoreOptionsOfferOnlyWhatExistsAndHidingStoresTheChoic
   bool atLogin = false;
   ui::StatusMenuController full{rt, services, settings, hardware, access, view,
                                 {[&] { return atLogin; }, [&](bool on) { atLogin = on; }, [] {}, [] { return true; },
-                                 [](bool) {}, [] {}, [] {}}};
+                                 [](bool) {}, [] {}, [] {}, [] {}}};
   full.openSettings = [] {};
   footer.clear();
   for (const auto& row : full.footer()) footer += row.title + row.keyHint + "|";

@@ -46,7 +46,14 @@ class PanelScreenshotTest : public AgentWorld {
     rt.advance(0.4);
   }
 
-  tray::TrayUserInterface view{{rt, services, settings, hardware, access, "0.1.0 (1)", {}}};
+  ui::PanelServices countingKeyAccess() {
+    ui::PanelServices extras;
+    extras.showKeyAccess = [this] { ++keyAccessShown; };
+    return extras;
+  }
+
+  int keyAccessShown = 0;
+  tray::TrayUserInterface view{{rt, services, settings, hardware, access, "0.1.0 (1)", countingKeyAccess()}};
   std::unique_ptr<ui::StatusMenuController> menu;
   int settingsOpened = 0;
 };
@@ -118,6 +125,8 @@ TEST_F(PanelScreenshotTest, MediaKeysAppVolumesTheIdlePlayPanelAndTheReportDrawT
   rt.drainSerialQueues();
   EXPECT_EQ(shoot("panel-media-keys-apps", *view.panel()), "More options|Allow Bluetooth…|Allow Headphone Mic Now|"
             "Microphone and calls ▾|Allow Key Access…|Media key options ▾|Mute|");
+  EXPECT_TRUE(press(*view.panel(), "Allow Key Access…"));
+  EXPECT_EQ(keyAccessShown, 1) << "the steps are shown, not only logged";
   auto* slider = view.panel()->findChild<nj::NJSlider*>();
   ASSERT_TRUE(slider);
   slider->setValue(40);  // a click on the track, not a drag: written at once

@@ -65,7 +65,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
   settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr,
                                    [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
-                                   &keyboard, [&report] { report.show(); }, "1.0 (1)"};
+                                   &keyboard, [&report] { report.show(); }, "1.0 (1)", nullptr};
 
   settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}, nullptr, 3000});
   settingsapp::AudioInputs inputs(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });

@@ -159,9 +159,12 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
       access_.whenAllowed(lifetime_.guard([this] { publishPaired(); }));
     }
   } else if (command == "requestAccessibility") {
-    // Access cannot be asked for here: the log says how it is granted, and a change comes back
-    // through the refresh (and the tap's own one-second check).
+    // Access cannot be asked for here: the key access panel says how it is granted (unless the
+    // settings program shows its own: "panel" false), and a change comes back through the refresh
+    // (and the tap's own one-second check).
     Log::info(texts::kAccessibilityHelp);
+    const bool panel = !userInfo.is_object() || !userInfo.contains("panel") || boolValue(userInfo, "panel");
+    if (panel && actions_.showKeyAccess) actions_.showKeyAccess();
     accessibility_.recheck();
     services_.mediaKeys.sync();
   } else if (command == "listPaired") {

@@ -51,6 +51,7 @@ class AgentStatus {
     Work startBluetooth;                                 // start the Bluetooth manager unless started
     std::function<void(bool onboarding)> openSettings;  // open the settings program (absent: ignored)
     Work openBluetoothSettings;                          // show where Bluetooth access is granted
+    Work showKeyAccess;                                  // show how key access is granted
   };
 
   static constexpr double onboardingWatchInterval = 3.0;

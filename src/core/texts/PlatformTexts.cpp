@@ -29,6 +29,32 @@ std::string accessibilityLine(const InputAccess& access) {
          ", /dev/uinput writable: " + yesNo(access.uinputWritable) + ")";
 }
 
+std::vector<KeyAccessStep> keyAccessSteps(const KeyAccessSystem& system) {
+  std::vector<KeyAccessStep> steps;
+  const std::string trigger = "sudo udevadm trigger --subsystem-match=input --subsystem-match=misc";
+  if (system.ruleInstalled) {
+    steps.push_back({"Wrenhaven's rule is in /etc/udev/rules.d already. Apply it to the devices that are plugged in:",
+                     "sudo udevadm control --reload && " + trigger});
+  } else {
+    steps.push_back({"Either let the person at this computer use the keyboards while logged in: copy the rule "
+                     "the package installed and apply it (at once, no new login):",
+                     "sudo cp " + system.ruleFile + " /etc/udev/rules.d/ && sudo udevadm control --reload && " + trigger});
+  }
+  const std::string user = system.userName.empty() ? std::string("$USER") : system.userName;
+  steps.push_back({"Or add " + user + " to the \"input\" group, then log out and in again (every program " + user +
+                       " runs can then read the keyboards):",
+                   "sudo usermod -aG input " + user});
+  return steps;
+}
+
+std::string keyAccessFinding(const InputAccess& access) {
+  if (access.trusted()) return "Key access is allowed: the media keys go to your player.";
+  std::string missing;
+  if (!access.mediaKeyDevicesReadable) missing = "no keyboard with media keys can be read";
+  if (!access.uinputWritable) missing += std::string(missing.empty() ? "" : ", and ") + "/dev/uinput cannot be written";
+  return "Still no key access: " + missing + ".";
+}
+
 std::string systemNameFromOsRelease(std::string_view osRelease) {
   std::map<std::string, std::string, std::less<>> fields;
   std::istringstream lines{std::string(osRelease)};

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace wh::texts {
 
@@ -52,6 +53,25 @@ struct InputAccess {
 inline constexpr const char* kKeyAccess = "Key access";
 // "Key access: not allowed (media-key input devices readable: yes, /dev/uinput writable: no)".
 std::string accessibilityLine(const InputAccess& access);
+
+// The key access panel ("Allow Key Access…", "requestAccessibility", the settings program's
+// "Check Again"): the steps that grant access on this system, and what a check found.
+struct KeyAccessSystem {
+  std::string ruleFile;        // the udev rule the package installs
+  bool ruleInstalled = false;  // a copy is in /etc/udev/rules.d already
+  std::string userName;        // who runs the agent
+};
+struct KeyAccessStep {
+  std::string text;
+  std::string command;  // to run in a terminal; empty when the step is words only
+};
+inline constexpr const char* kKeyAccessTitle = "Allow Key Access";
+inline constexpr const char* kKeyAccessIntro =
+    "Wrenhaven reads the media keys from the keyboards under /dev/input and passes every other key on "
+    "through /dev/uinput. This user may not use them yet. Do one of these, then press Check Again.";
+std::vector<KeyAccessStep> keyAccessSteps(const KeyAccessSystem& system);
+// What a check found: "Key access is allowed: …" or "Still no key access: " and what is missing.
+std::string keyAccessFinding(const InputAccess& access);
 
 // The media keys row of the panel while the agent leaves the keys alone, and its action where
 // reading the keys needs the input devices.

@@ -203,8 +203,9 @@ PanelRow mediaKeysRow(PanelModel& model) {
   state.installed = [&players = model.s.mediaKeys.players()](IdlePlayAction action) {
     return players.isInstalled(action == IdlePlayAction::spotify ? ScriptablePlayer::spotify : ScriptablePlayer::music);
   };
-  state.openAccessibility = [&tap = model.s.mediaKeys] {
+  state.openAccessibility = [&tap = model.s.mediaKeys, show = model.showKeyAccess] {
     Log::info(texts::kAccessibilityHelp);
+    if (show) show();
     tap.sync();
   };
   return mediaKeysRow(model.settings, state);

@@ -24,24 +24,6 @@ constexpr int formWidth = 420;
 constexpr int resultWidth = 340;
 constexpr int noteHeight = 110;
 
-nj::NJWindow* window(const QString& title, int width, QVBoxLayout*& layout) {
-  auto* out = new nj::NJWindow(title);
-  out->setAttribute(Qt::WA_DeleteOnClose);
-  out->setFixedWidth(width);
-  layout = new QVBoxLayout(out);
-  const int margin = NJTokens::space3 * 2;
-  layout->setContentsMargins(margin, margin, margin, margin);
-  layout->setSpacing(NJTokens::space2);
-  layout->addWidget(label(title, NJTokens::titleSize, false, out));
-  return out;
-}
-
-nj::NJButton* addButton(QHBoxLayout& buttons, const QString& title, nj::NJButton::Style style, QWidget* parent) {
-  auto* button = new nj::NJButton(title, style, parent);
-  buttons.addWidget(button);
-  return button;
-}
-
 }  // namespace
 
 ReportWindow::ReportWindow(std::string systemName) : systemName_(std::move(systemName)) {}
@@ -66,7 +48,7 @@ void ReportWindow::show() {
 
 nj::NJWindow* ReportWindow::buildForm() {
   QVBoxLayout* layout = nullptr;
-  nj::NJWindow* form = window(formTitle, formWidth, layout);
+  nj::NJWindow* form = panelWindow(formTitle, formWidth, layout);
   form->setObjectName("reportPanel");
   layout->addWidget(label(qs(ReportProblem::explanation(systemName_)), NJTokens::captionSize, true, form));
   auto* note = new QPlainTextEdit(form);
@@ -99,7 +81,7 @@ nj::NJWindow* ReportWindow::showResult(const std::string& title, const std::stri
   // Later: this may run from a button of the window it replaces.
   if (result_) result_->deleteLater();
   QVBoxLayout* layout = nullptr;
-  result_ = window(qs(title), resultWidth, layout);
+  result_ = panelWindow(qs(title), resultWidth, layout);
   result_->setObjectName("reportResult");
   if (!text.empty()) layout->addWidget(label(qs(text), NJTokens::captionSize, true, result_));
   return result_;
