@@ -118,6 +118,7 @@ void PageBuilder::addHeadphonesChoices(const SettingsView& view, QVBoxLayout& la
 }
 
 void PageBuilder::headphones(const SettingsView& view, QVBoxLayout& layout) const {
+  addBluetoothProblem(view, layout);
   for (const auto& row : view.headphones) {
     const std::string address = row.setting.address;
     layout.addWidget(new nj::NJSectionHeader(qt(row.setting.name)));
@@ -231,6 +232,12 @@ void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) con
     }
     layout.addWidget(row);
   }
+}
+
+void PageBuilder::addBluetoothProblem(const SettingsView& view, QVBoxLayout& layout) const {
+  if (!view.bluetoothProblem) return;
+  layout.addWidget(new nj::NJSectionHeader(qt(view.bluetoothProblem->title)));
+  layout.addWidget(paragraph(qt(view.bluetoothProblem->fix)));
 }
 
 void checkKeyAccess(const PageActions& actions) {

@@ -50,6 +50,8 @@ class PageBuilder {
   // Rows shared with the first-run guide.
   QWidget* switchRow(const QString& title, bool on, std::function<void(bool)> changed, const QString& detail = {}) const;
   void addHeadphonesChoices(const SettingsView& view, QVBoxLayout& layout, bool offerTry) const;
+  // What stops Bluetooth and what fixes it, when something does.
+  void addBluetoothProblem(const SettingsView& view, QVBoxLayout& layout) const;
 
  private:
   void headphones(const SettingsView& view, QVBoxLayout& layout) const;

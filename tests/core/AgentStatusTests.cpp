@@ -31,6 +31,17 @@ TEST_F(AgentStatusTest, PublishWritesTheKeysAndSignalsOnlyWhenSomethingChanged) 
   EXPECT_EQ(channel.statusPosts, 2);
   EXPECT_EQ(stored(StatusKeys::bluetooth), (nlohmann::json{{buds, "failed:Bluetooth is off"}}));
   EXPECT_EQ(stored(StatusKeys::bluetoothAccess), "denied");
+
+  // The adapter's state is published, and a change of it reaches the refresh by itself.
+  EXPECT_EQ(stored(StatusKeys::bluetoothAdapter), "on");
+  int changes = 0;
+  services.bluetooth.onChange = [&] { ++changes, status.publish(); };
+  for (auto state : {BluetoothAdapterState::noService, BluetoothAdapterState::noAdapter, BluetoothAdapterState::off}) {
+    stack.setAdapter(state);
+    EXPECT_EQ(AgentStatus::adapterState(stored(StatusKeys::bluetoothAdapter).get<std::string>()), state) << "read back as it was written";
+  }
+  EXPECT_EQ(changes, 3);
+  EXPECT_EQ(channel.statusPosts, 5);
 }
 
 TEST_F(AgentStatusTest, AccessibilityIsAskedOffTheMainThreadAndAChangeComesBackThroughTheRefresh) {

@@ -146,6 +146,24 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
     guide.go(static_cast<settingsapp::OnboardingGuide::Step>(step));
     QApplication::processEvents();
     saveInBothThemes(guide, QString("settings-guide-") + steps[step]);
+    if (step == 1) {
+      // bluetoothd is missing: the guide and the window say so and how to start it; nothing waits.
+      store.set(StatusKeys::bluetoothAdapter, StoreValue::string("noService"));
+      guide.refresh();
+      window.refresh();
+      QApplication::processEvents();
+      saveInBothThemes(guide, "settings-guide-bluetooth-missing");
+      QStringList said;
+      for (auto* label : guide.findChildren<QLabel*>()) said << label->text();
+      EXPECT_TRUE(said.join("|").contains("systemctl enable --now bluetooth")) << said.join("|").toStdString();
+      EXPECT_FALSE(press(guide, "Allow Bluetooth…"));
+      bool headed = false;
+      for (auto* header : window.findChildren<nj::NJSectionHeader*>()) headed = headed || header->accessibleName() == "Bluetooth is not running";
+      EXPECT_TRUE(headed) << "the headphones page says it too";
+      store.set(StatusKeys::bluetoothAdapter, StoreValue::string("on"));
+      guide.refresh();
+      QApplication::processEvents();
+    }
     if (step == 2) {
       EXPECT_TRUE(press(guide, "Add"));
     }

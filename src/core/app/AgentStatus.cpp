@@ -19,6 +19,29 @@ AgentStatus::AgentStatus(Runtime& runtime, Settings& settings, Services& service
       accessibility_(runtime, host),
       loginItem_(loginItem) {}
 
+namespace {
+
+constexpr std::pair<BluetoothAdapterState, const char*> adapterTexts[] = {
+    {BluetoothAdapterState::unknown, "unknown"}, {BluetoothAdapterState::noService, "noService"},
+    {BluetoothAdapterState::noAdapter, "noAdapter"}, {BluetoothAdapterState::off, "off"},
+    {BluetoothAdapterState::on, "on"}};
+
+}  // namespace
+
+const char* AgentStatus::adapterText(BluetoothAdapterState state) {
+  for (const auto& [value, text] : adapterTexts) {
+    if (value == state) return text;
+  }
+  return "unknown";
+}
+
+BluetoothAdapterState AgentStatus::adapterState(const std::string& text) {
+  for (const auto& [value, name] : adapterTexts) {
+    if (text == name) return value;
+  }
+  return BluetoothAdapterState::unknown;
+}
+
 const char* AgentStatus::accessText(BluetoothAuthorization authorization) {
   switch (authorization) {
     case BluetoothAuthorization::allowedAlways:
@@ -64,6 +87,7 @@ void AgentStatus::publish() { publish(false); }
 void AgentStatus::publish(bool signalAnyway) {
   std::vector<std::pair<std::string, std::optional<StoreValue>>> changes;
   put(changes, StatusKeys::bluetoothAccess, StoreValue::string(accessText(access_.authorization())));
+  put(changes, StatusKeys::bluetoothAdapter, StoreValue::string(adapterText(services_.bluetooth.adapterState())));
 
   nlohmann::json phases = nlohmann::json::object();
   for (const auto& [address, phase] : services_.bluetooth.phase()) phases[address] = phase.text();

@@ -29,6 +29,28 @@ std::string accessibilityLine(const InputAccess& access) {
          ", /dev/uinput writable: " + yesNo(access.uinputWritable) + ")";
 }
 
+std::optional<BluetoothProblem> bluetoothProblem(BluetoothAdapterState state) {
+  switch (state) {
+    case BluetoothAdapterState::noService:
+      return BluetoothProblem{"Bluetooth is not running",
+                              "The Bluetooth service (bluetoothd) is not running. Start it with "
+                              "\"sudo systemctl enable --now bluetooth\"; install the bluez package if it is missing.",
+                              false};
+    case BluetoothAdapterState::noAdapter:
+      return BluetoothProblem{"No Bluetooth adapter",
+                              "This computer shows no Bluetooth adapter. Plug one in, or unblock it with "
+                              "\"rfkill unblock bluetooth\".",
+                              false};
+    case BluetoothAdapterState::off:
+      return BluetoothProblem{"Bluetooth is off",
+                              "Turn Bluetooth on in the desktop's Bluetooth settings, or with \"bluetoothctl power on\".", true};
+    case BluetoothAdapterState::unknown:
+    case BluetoothAdapterState::on:
+      break;
+  }
+  return std::nullopt;
+}
+
 std::vector<KeyAccessStep> keyAccessSteps(const KeyAccessSystem& system) {
   std::vector<KeyAccessStep> steps;
   const std::string trigger = "sudo udevadm trigger --subsystem-match=input --subsystem-match=misc";

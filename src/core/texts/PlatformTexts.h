@@ -2,9 +2,12 @@
 // Every user-visible text that names the operating system, in one place. The agent's texts are
 // otherwise fixed; only these say the platform's own words.
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "core/bluetooth/BluetoothPorts.h"
 
 namespace wh::texts {
 
@@ -30,6 +33,15 @@ inline constexpr const char* kAccessibilityHelp =
     "media keys need read access to the keyboards under /dev/input and write access to /dev/uinput: "
     "add this user to the \"input\" group, or copy /usr/share/wrenhaven/udev/70-wrenhaven-input.rules to "
     "/etc/udev/rules.d/, then log in again";
+
+// What stops Bluetooth on this computer, and what fixes it: shown by the panel, the settings
+// window and the guide while the adapter is not on.
+struct BluetoothProblem {
+  std::string title;
+  std::string fix;
+  bool settingsHelp = false;  // the desktop's Bluetooth settings can fix it
+};
+std::optional<BluetoothProblem> bluetoothProblem(BluetoothAdapterState state);
 
 // The desktops' Bluetooth settings pages, tried in this order.
 inline constexpr const char* kBluetoothSettingsCommands[][3] = {
