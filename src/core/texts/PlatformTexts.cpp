@@ -29,6 +29,11 @@ std::string accessibilityLine(const InputAccess& access) {
          ", /dev/uinput writable: " + yesNo(access.uinputWritable) + ")";
 }
 
+std::string unusableKey(const std::string& keyName) {
+  return (keyName.empty() ? std::string("This key") : keyName) +
+         " cannot be a hotkey here. Use a letter A–Z, a digit or a function key.";
+}
+
 std::optional<BluetoothProblem> bluetoothProblem(BluetoothAdapterState state) {
   switch (state) {
     case BluetoothAdapterState::noService:

@@ -34,6 +34,13 @@ inline constexpr const char* kAccessibilityHelp =
     "add this user to the \"input\" group, or copy /usr/share/wrenhaven/udev/70-wrenhaven-input.rules to "
     "/etc/udev/rules.d/, then log in again";
 
+// The recorder's answers for keys it cannot take: combinations the system keeps for itself (after
+// their display text) and keys without a stored code (after their name).
+inline constexpr const char* kReservedConsoleSwitch = " switches to a text console on Linux. Choose another combination.";
+inline constexpr const char* kReservedEndSession = " can end the graphical session. Choose another combination.";
+inline constexpr const char* kReservedRestart = " can restart the computer. Choose another combination.";
+std::string unusableKey(const std::string& keyName);
+
 // What stops Bluetooth on this computer, and what fixes it: shown by the panel, the settings
 // window and the guide while the adapter is not on.
 struct BluetoothProblem {
