@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QMenu>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QTest>
 
 #include "core/AgentWorld.h"
@@ -131,6 +132,21 @@ TEST_F(PanelScreenshotTest, MediaKeysAppVolumesTheIdlePlayPanelAndTheReportDrawT
   ASSERT_TRUE(slider);
   slider->setValue(40);  // a click on the track, not a drag: written at once
   EXPECT_FLOAT_EQ(services.volume.setting("tuner").gain, 0.4F);
+  // A status change while the slider is dragged leaves the drag alone; letting go draws it.
+  QPointer<nj::NJSlider> dragged = view.panel()->findChild<nj::NJSlider*>();
+  dragged->setSliderDown(true);
+  dragged->setValue(70);
+  services.mediaKeys.sync();
+  menu->refresh();
+  QApplication::processEvents();
+  ASSERT_TRUE(dragged && dragged->isSliderDown()) << "the slider under the pointer was kept";
+  EXPECT_FLOAT_EQ(services.volume.setting("tuner").gain, 0.4F) << "nothing written during the drag";
+  dragged->setSliderDown(false);
+  QApplication::processEvents();
+  rt.advance(0.1);
+  QApplication::processEvents();
+  EXPECT_FLOAT_EQ(services.volume.setting("tuner").gain, 0.7F);
+  EXPECT_FALSE(dragged) << "drawn again once let go";
 
   IdleChoice choice;
   IdlePlayAction chosen = IdlePlayAction::nothing;

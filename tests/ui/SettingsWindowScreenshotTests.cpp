@@ -4,6 +4,8 @@
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -94,6 +96,20 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
       EXPECT_EQ(microphones()[0]->accessibleDescription() + microphones()[1]->accessibleName(), "ChosenYeti") << "no Bluetooth input";
       QTest::mouseClick(microphones()[1], Qt::LeftButton);
       EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
+      // Text being typed survives a status change that draws the page again, and is written when done.
+      const auto meetingApps = [&] { return window.findChild<QLineEdit*>(); };
+      QApplication::setActiveWindow(&window);
+      meetingApps()->setFocus();
+      QTest::keyClicks(meetingApps(), "zoom, tea");
+      const QPointer<QLineEdit> typedInto = meetingApps();
+      store.set(StatusKeys::pinStatus, StoreValue::string("fighting"));
+      window.refresh();
+      ASSERT_TRUE(QTest::qWaitFor([&] { return !typedInto; })) << "the page is drawn again";
+      EXPECT_EQ(meetingApps()->text(), "zoom, tea") << "and keeps what was typed";
+      EXPECT_FALSE(settings.store().object(Keys::meetingApps)) << "nothing written while typing";
+      QTest::keyClicks(meetingApps(), "ms");
+      QTest::keyClick(meetingApps(), Qt::Key_Return);
+      EXPECT_EQ(settings.store().object(Keys::meetingApps)->asStringArray(), (std::vector<std::string>{"zoom", "teams"}));
     }
     if (page == 4) {
       EXPECT_TRUE(press(window, "About") && shown("About Wrenhaven"));
@@ -172,7 +188,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_TRUE(finished);
   EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
   ASSERT_EQ(settings.devices().size(), 2U - 1U);
-  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "reload", "reload", "toggle", "reload",
+  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "reload", "reload", "reload", "toggle", "reload",
                                                   "onboardingVisible", "reload", "onboardingVisible", "reload"}));
 }
 
