@@ -64,6 +64,10 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   rt.drainSerialQueues();
   ASSERT_TRUE(view.panel() && view.panel()->isVisible());
   EXPECT_EQ(shoot("panel-first-run", *view.panel()), "More options|Allow Bluetooth…|Allow Headphone Mic Now|Microphone and calls ▾|Media key options ▾|");
+  stack.adapter = BluetoothAdapterState::noService;  // bluetoothd is not running: nothing offers to wait for it
+  menu->refresh();
+  EXPECT_EQ(shoot("panel-bluetooth-missing", *view.panel()), "More options|Allow Headphone Mic Now|Microphone and calls ▾|Media key options ▾|");
+  stack.adapter = BluetoothAdapterState::on;
 
   authority.change(BluetoothAuthorization::allowedAlways);
   remember();
