@@ -32,8 +32,8 @@ void LinuxAppHost::openBluetoothSettings() {
 }
 
 void LinuxAppHost::showKeyAccess() {
-  Log::info(texts::kAccessibilityHelp);
-  if (QGuiApplication::platformName() == "offscreen") return;  // no display to show it on
+  // Whoever asks has logged the help already; without a display that line is all there is.
+  if (QGuiApplication::platformName() == "offscreen") return;
   if (!keyAccess_) {
     keyAccess_ = std::make_unique<panels::KeyAccessWindow>(
         texts::keyAccessSteps(platform::keyAccessSystem(QCoreApplication::applicationFilePath().toStdString())),

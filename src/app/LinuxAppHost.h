@@ -16,7 +16,7 @@ class LinuxAppHost final : public AppHost {
   std::string systemVersion() const override;
   bool accessibilityTrusted() const override;
   void openBluetoothSettings() override;
-  // The key access panel where there is a display; the log's help line otherwise.
+  // The key access panel where there is a display (the caller logs the help line).
   void showKeyAccess() override;
 
   // After each check of the panel.
