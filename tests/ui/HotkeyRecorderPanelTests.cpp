@@ -40,8 +40,6 @@ TEST(HotkeyRecorderPanelTest, KeysWithoutACodeAndTheSystemsOwnCombinationsEarnAH
            {0x0424 /* Ф */, 0, Qt::ControlModifier, "Ф cannot be a hotkey here. Use a letter A–Z, a digit or a function key."},
            {Qt::Key_F1, 67, Qt::ControlModifier | Qt::AltModifier,
             "⌃⌥F1 switches to a text console on Linux. Choose another combination."},
-           {Qt::Key_Backspace, 22, Qt::ControlModifier | Qt::AltModifier,
-            "⌃⌥⌫ can end the graphical session. Choose another combination."},
            {Qt::Key_A, 38, Qt::NoModifier, "Add ⌘, ⌥ or ⌃ to A"}}) {
     pressKey(c.key, c.nativeCode, c.modifiers);
     EXPECT_EQ(hint(), c.hint);

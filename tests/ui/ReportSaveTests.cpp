@@ -99,6 +99,7 @@ TEST(ReportSaveTest, TheFormAndAFailedSendSaveTheArchiveWhereTheDialogSaysAndSho
   fill("Crackles");
   ASSERT_TRUE(press(*window.form(), "Send Report"));
   ASSERT_TRUE(window.result() && window.result()->windowTitle() == "Could not send the report.");
+  EXPECT_EQ(log->lines.back(), "report a problem: this build has no report service to send to");
   answerSaveDialog(QString::fromStdString((home.path() / "a-file" / "r.zip").string()));
   ASSERT_TRUE(press(*window.result(), "Save to File…"));
   ASSERT_TRUE(QTest::qWaitFor([&] { return window.result() && window.result()->isVisible(); }));
