@@ -10,7 +10,7 @@ install(FILES data/70-wrenhaven-input.rules DESTINATION ${CMAKE_INSTALL_DATADIR}
 install(DIRECTORY ${WRENHAVEN_ICON_DIR} DESTINATION ${CMAKE_INSTALL_DATADIR}/icons)
 install(FILES data/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/wrenhaven)
 # The typefaces compiled into both programs come with their licences.
-install(FILES assets/fonts/InstrumentSans-OFL.txt assets/fonts/GeistMono-OFL.txt
+install(FILES assets/fonts/InstrumentSans-OFL.txt assets/fonts/GeistMono-OFL.txt assets/fonts/NotoSansSymbols-OFL.txt
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/wrenhaven/fonts)
 install(CODE "
   set(WRENHAVEN_SOURCE_DIR \"${PROJECT_SOURCE_DIR}\")

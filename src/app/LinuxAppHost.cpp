@@ -1,5 +1,7 @@
 #include "app/LinuxAppHost.h"
 
+#include <QCoreApplication>
+#include <QGuiApplication>
 #include <QProcess>
 #include <QStandardPaths>
 
@@ -27,6 +29,20 @@ void LinuxAppHost::openBluetoothSettings() {
     for (int i = 1; i < 3 && command[i] != nullptr; ++i) arguments << command[i];
     if (QProcess::startDetached(command[0], arguments)) return;
   }
+}
+
+void LinuxAppHost::showKeyAccess() {
+  // Whoever asks has logged the help already; without a display that line is all there is.
+  if (QGuiApplication::platformName() == "offscreen") return;
+  if (!keyAccess_) {
+    keyAccess_ = std::make_unique<panels::KeyAccessWindow>(
+        texts::keyAccessSteps(platform::keyAccessSystem(QCoreApplication::applicationFilePath().toStdString())),
+        [] { return platform::inputAccess(); });
+    keyAccess_->checked = [this](const texts::InputAccess&) {
+      if (keyAccessChecked) keyAccessChecked();
+    };
+  }
+  keyAccess_->show();
 }
 
 }  // namespace wh::app

@@ -232,6 +232,12 @@ int main(int argc, char** argv) {
   if (!headless) {
     wh::ui::PanelServices extras;
     extras.openBluetoothSettings = [&host] { host.openBluetoothSettings(); };
+    extras.showKeyAccess = [&host] { host.showKeyAccess(); };
+    // A check in the key access panel: the media keys try again with what it found.
+    host.keyAccessChecked = [&agentStatus, &services] {
+      agentStatus.accessibility().recheck();
+      services.mediaKeys.sync();
+    };
     extras.startsAtLogin = [&loginItem] { return loginItem.enabled(); };
     extras.setStartAtLogin = [&loginItem, &delegate](bool on) {
       loginItem.set(on);
@@ -249,7 +255,7 @@ int main(int argc, char** argv) {
         wh::build::kReportService, wh::build::kSupportAddress, build.shortVersion, wh::platform::systemVersion(),
         [] { return std::chrono::system_clock::now(); }};
     report.emplace(std::move(reportSources), reportZip, reportUploader, *reportWindow);
-    reportWindow->send = [&report](const std::string& note, const std::string& email) { report->send(note, email); };
+    reportWindow->actOn(*report);
     extras.reportProblem = [&reportWindow] { reportWindow->show(); };
     tray.emplace(wh::tray::TraySources{runtime, services, settings, audio, access, build.versionText(), extras});
     delegate.setUserInterface(&*tray);

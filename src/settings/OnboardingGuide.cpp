@@ -110,6 +110,11 @@ void OnboardingGuide::redraw() {
       break;
     case Step::bluetooth:
       layout->addWidget(new nj::NJSectionHeader("Bluetooth"));
+      // Asking for access while Bluetooth itself is stopped could only wait: say what stops it.
+      if (view.bluetoothProblem) {
+        pages_.addBluetoothProblem(view, *layout);
+        break;
+      }
       layout->addWidget(paragraph(accessExplanation(view.bluetoothAccess)));
       if (view.bluetoothAccess != "allowed") {
         auto* ask = new nj::NJButton("Allow Bluetooth…", nj::NJButton::Style::accent);
@@ -138,8 +143,7 @@ void OnboardingGuide::redraw() {
                                          QString::fromStdString(view.mediaKeysState)));
       auto* access = new nj::NJButton("Check Key Access", nj::NJButton::Style::plain);
       access->setAccessibleName(texts::kKeyAccess);
-      connect(access, &QAbstractButton::clicked, this,
-              [this] { actions_.send("requestAccessibility", nlohmann::json::object()); });
+      connect(access, &QAbstractButton::clicked, this, [this] { checkKeyAccess(actions_); });
       layout->addWidget(access);
       break;
     }

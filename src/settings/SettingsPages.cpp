@@ -118,6 +118,7 @@ void PageBuilder::addHeadphonesChoices(const SettingsView& view, QVBoxLayout& la
 }
 
 void PageBuilder::headphones(const SettingsView& view, QVBoxLayout& layout) const {
+  addBluetoothProblem(view, layout);
   for (const auto& row : view.headphones) {
     const std::string address = row.setting.address;
     layout.addWidget(new nj::NJSectionHeader(qt(row.setting.name)));
@@ -233,6 +234,17 @@ void PageBuilder::microphones(const SettingsView& view, QVBoxLayout& layout) con
   }
 }
 
+void PageBuilder::addBluetoothProblem(const SettingsView& view, QVBoxLayout& layout) const {
+  if (!view.bluetoothProblem) return;
+  layout.addWidget(new nj::NJSectionHeader(qt(view.bluetoothProblem->title)));
+  layout.addWidget(paragraph(qt(view.bluetoothProblem->fix)));
+}
+
+void checkKeyAccess(const PageActions& actions) {
+  if (actions.showKeyAccess) return actions.showKeyAccess();
+  actions.send("requestAccessibility", nlohmann::json::object());
+}
+
 void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(new nj::NJSectionHeader("Media keys"));
   layout.addWidget(switchRow("Media keys", view.mediaKeysEnabled,
@@ -241,8 +253,7 @@ void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const
                              [this](bool on) { setFlag(settings_, Keys::mediaKeysPaused, on); }));
   layout.addWidget(choiceRow<IdlePlayAction>("When Nothing Is Playing", allIdlePlayActions, view.idlePlay, &ui::idlePlayLabel,
                                              [this](IdlePlayAction action) { settings_.setIdlePlay(action); }));
-  layout.addWidget(buttonRow(texts::kKeyAccess, "Check Again",
-                             [this] { actions_.send("requestAccessibility", nlohmann::json::object()); }));
+  layout.addWidget(buttonRow(texts::kKeyAccess, "Check Again", [this] { checkKeyAccess(actions_); }));
 }
 
 void PageBuilder::volume(const SettingsView& view, QVBoxLayout& layout) const {

@@ -32,7 +32,11 @@ struct PageActions {
   const KeyboardLayout* keyboard = nullptr;
   std::function<void()> reportProblem;  // opens the report panel
   std::string version;                  // shown in the About window ("0.1.0 (1)")
+  std::function<void()> showKeyAccess;  // opens the key access panel (absent: asks the agent to)
 };
+
+// "Check Again" and "Check Key Access": the key access panel, or, without one, the agent's.
+void checkKeyAccess(const PageActions& actions);
 
 // Fills `layout` with one page's rows for `view`.
 class PageBuilder {
@@ -46,6 +50,8 @@ class PageBuilder {
   // Rows shared with the first-run guide.
   QWidget* switchRow(const QString& title, bool on, std::function<void(bool)> changed, const QString& detail = {}) const;
   void addHeadphonesChoices(const SettingsView& view, QVBoxLayout& layout, bool offerTry) const;
+  // What stops Bluetooth and what fixes it, when something does.
+  void addBluetoothProblem(const SettingsView& view, QVBoxLayout& layout) const;
 
  private:
   void headphones(const SettingsView& view, QVBoxLayout& layout) const;

@@ -37,7 +37,7 @@ SettingsReport::SettingsReport(Runtime& runtime, Settings& settings, platform::A
             return reportSources(runtime, std::move(diagnose), build, std::move(service));
           }(),
           zip_, uploader_, window_) {
-  window_.send = [this](const std::string& note, const std::string& email) { report_.send(note, email); };
+  window_.actOn(report_);
 }
 
 }  // namespace wh::settingsapp

@@ -4,10 +4,13 @@
 #include <QApplication>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QScrollArea>
 #include <QTimer>
 #include <QVBoxLayout>
+
+#include <vector>
 
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJFonts.h"
@@ -131,10 +134,32 @@ void SettingsWindow::redraw() {
 }
 
 void SettingsWindow::rebuildPage() {
+  // Text being typed (not yet written: the field writes when editing ends) survives the page
+  // being drawn again, with its cursor and the keyboard focus.
+  struct Typed {
+    QString name, text;
+    int cursor = 0;
+    bool focused = false;
+  };
+  std::vector<Typed> typed;
+  if (content_->widget() != nullptr) {
+    for (const auto* edit : content_->widget()->findChildren<QLineEdit*>()) {
+      if (edit->isModified()) typed.push_back({edit->accessibleName(), edit->text(), edit->cursorPosition(), edit->hasFocus()});
+    }
+  }
   auto* page = new QWidget;
   auto* layout = new QVBoxLayout(page);
   pages_.build(static_cast<PageBuilder::Page>(std::max(0, navigation_->currentRow())), readView(settings_, devices_), *layout);
   content_->setWidget(page);  // deletes the page drawn before
+  for (const Typed& kept : typed) {
+    for (auto* edit : page->findChildren<QLineEdit*>()) {
+      if (edit->accessibleName() != kept.name) continue;
+      edit->setText(kept.text);
+      edit->setModified(true);
+      edit->setCursorPosition(kept.cursor);
+      if (kept.focused) edit->setFocus();
+    }
+  }
 }
 
 }  // namespace wh::settingsapp

@@ -15,6 +15,7 @@
 #include "core/app/BuildInfo.h"
 #include "core/log/Log.h"
 #include "platform/linux/app/BusNames.h"
+#include "platform/linux/app/SystemInfo.h"
 #include "platform/linux/app/CommandLine.h"
 #include "platform/linux/app/SessionBusChannel.h"
 #include "platform/linux/app/SessionBusInstance.h"
@@ -32,6 +33,7 @@
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJFonts.h"
 #include "ui/kit/NJGlyphs.h"
+#include "ui/panels/KeyAccessWindow.h"
 
 namespace {
 
@@ -96,6 +98,15 @@ int main(int argc, char** argv) {
   wh::hotkeys::HotkeyRecorderPanel recorderPanel(&keyboard);
   wh::HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
 
+  // The key access panel: this program checks the devices itself (same user, same machine) and
+  // tells the agent to look again, without a second panel of its own.
+  wh::panels::KeyAccessWindow keyAccess(
+      wh::texts::keyAccessSteps(wh::platform::keyAccessSystem(QCoreApplication::applicationFilePath().toStdString())),
+      [] { return wh::platform::inputAccess(); });
+  keyAccess.checked = [&channel](const wh::texts::InputAccess&) {
+    channel.send("requestAccessibility", {{"panel", false}});
+  };
+
   std::unique_ptr<wh::settingsapp::OnboardingGuide> guide;
   std::function<void()> openGuide;
   const wh::settingsapp::PageActions actions{
@@ -104,7 +115,8 @@ int main(int argc, char** argv) {
       [&recorder](const std::string& name, wh::HotkeyRecorder::Completion done) { recorder.record(name, std::move(done)); },
       &keyboard,
       [&report] { report.show(); },
-      build.versionText()};
+      build.versionText(),
+      [&keyAccess] { keyAccess.show(); }};
   wh::settingsapp::SettingsWindow window(
       settings, actions,
       {agentRunning, startAgent, [&channel] { channel.send(wh::statusCommand, nlohmann::json::object()); }});

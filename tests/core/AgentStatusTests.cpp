@@ -9,7 +9,7 @@ class AgentStatusTest : public test::AgentWorld {
     remember();
     stack.add("11-22-33-44-55-66", "Studio Cans");
     status.listen({[this] { ++bluetoothStarts; }, [this](bool onboarding) { opened.push_back(onboarding); },
-                   [this] { host.openBluetoothSettings(); }});
+                   [this] { host.openBluetoothSettings(); }, [this] { host.showKeyAccess(); }});
   }
   int bluetoothStarts = 0;
   std::vector<bool> opened;
@@ -31,6 +31,17 @@ TEST_F(AgentStatusTest, PublishWritesTheKeysAndSignalsOnlyWhenSomethingChanged) 
   EXPECT_EQ(channel.statusPosts, 2);
   EXPECT_EQ(stored(StatusKeys::bluetooth), (nlohmann::json{{buds, "failed:Bluetooth is off"}}));
   EXPECT_EQ(stored(StatusKeys::bluetoothAccess), "denied");
+
+  // The adapter's state is published, and a change of it reaches the refresh by itself.
+  EXPECT_EQ(stored(StatusKeys::bluetoothAdapter), "on");
+  int changes = 0;
+  services.bluetooth.onChange = [&] { ++changes, status.publish(); };
+  for (auto state : {BluetoothAdapterState::noService, BluetoothAdapterState::noAdapter, BluetoothAdapterState::off}) {
+    stack.setAdapter(state);
+    EXPECT_EQ(AgentStatus::adapterState(stored(StatusKeys::bluetoothAdapter).get<std::string>()), state) << "read back as it was written";
+  }
+  EXPECT_EQ(changes, 3);
+  EXPECT_EQ(channel.statusPosts, 5);
 }
 
 TEST_F(AgentStatusTest, AccessibilityIsAskedOffTheMainThreadAndAChangeComesBackThroughTheRefresh) {
@@ -59,6 +70,12 @@ TEST_F(AgentStatusTest, AccessibilityIsAskedOffTheMainThreadAndAChangeComesBackT
   rt.drainSerialQueues();
   EXPECT_EQ(refreshes, 3);
   EXPECT_EQ(host.accessChecks, 4);
+  EXPECT_EQ(host.keyAccessShown, 1) << "the person sees how access is granted";
+  // The settings program shows its own panel and only asks the agent to look again.
+  channel.send("requestAccessibility", {{"panel", false}});
+  rt.drainSerialQueues();
+  EXPECT_EQ(host.keyAccessShown, 1);
+  EXPECT_EQ(host.accessChecks, 5);
 }
 
 TEST_F(AgentStatusTest, BatteryLevelsArePublishedWhileLessThanTenMinutesOld) {

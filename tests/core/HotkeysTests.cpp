@@ -55,7 +55,12 @@ TEST(HotkeyRecorder, EscapeCancelsModifierlessKeysEarnAHintOthersAreTakenAndASec
   const std::tuple<HotkeyCombo, const char*, std::size_t> keys[] = {
       {{0, shift}, "Add ⌘, ⌥ or ⌃ to ⇧A", 0},  // shift alone does not count
       {{110, 0}, "Add ⌘, ⌥ or ⌃ to #110", 0},
-      {{96, ctrl | shift}, "Add ⌘, ⌥ or ⌃ to #110", 1},
+      // What the system keeps for itself is refused with the reason, Shift or not.
+      {{122, ctrl | option}, "⌃⌥F1 switches to a text console on Linux. Choose another combination.", 0},
+      {{111, ctrl | option | shift}, "⌃⌥⇧F12 switches to a text console on Linux. Choose another combination.", 0},
+      {{51, ctrl | option}, "⌃⌥⌫ can end the graphical session. Choose another combination.", 0},
+      {{117, ctrl | option}, "⌃⌥⌦ can restart the computer. Choose another combination.", 0},
+      {{96, ctrl | shift}, "⌃⌥⌦ can restart the computer. Choose another combination.", 1},
   };
   for (const auto& [combo, hint, count] : keys) {
     panel.handlers.keyDown(combo);
@@ -63,6 +68,12 @@ TEST(HotkeyRecorder, EscapeCancelsModifierlessKeysEarnAHintOthersAreTakenAndASec
     EXPECT_EQ(results.size(), count);
   }
   EXPECT_FALSE(panel.shown);
+  recorder.record("Sleep Buds", keep);
+  panel.handlers.unknownKey("Ö");
+  EXPECT_EQ(panel.hint, "Ö cannot be a hotkey here. Use a letter A–Z, a digit or a function key.");
+  panel.handlers.keyDown({122, ctrl | option | super});  // with ⌘ it is the person's own
+  EXPECT_EQ(results.back(), "⌃⌥⌘F1");
+  results.pop_back();
   recorder.record("Sleep Buds", keep);
   auto first = panel.handlers;
   recorder.record("Desk Speaker", keep);  // cancels the first

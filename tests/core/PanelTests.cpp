@@ -110,7 +110,7 @@ TEST_F(PanelTest, FooterAndMoreOptionsOfferOnlyWhatExistsAndHidingStoresTheChoic
   bool atLogin = false;
   ui::StatusMenuController full{rt, services, settings, hardware, access, view,
                                 {[&] { return atLogin; }, [&](bool on) { atLogin = on; }, [] {}, [] { return true; },
-                                 [](bool) {}, [] {}, [] {}}};
+                                 [](bool) {}, [] {}, [] {}, [] {}}};
   full.openSettings = [] {};
   footer.clear();
   for (const auto& row : full.footer()) footer += row.title + row.keyHint + "|";
@@ -320,6 +320,39 @@ TEST_F(PanelTest, DevicesSectionFollowsThePermissionAndOffersPairedHeadphonesNot
   EXPECT_EQ(*filled.addTitle, "Add Headphones…");
   EXPECT_EQ(filled.devices.at(0).status, "The device did not answer");
   EXPECT_EQ(titles(filled.addMenu), "11-22-33-44-55-66");
+}
+
+TEST_F(PanelTest, WhatStopsBluetoothItselfIsSaidBeforeAnyPermissionAndNothingOffersToWait) {
+  using enum BluetoothAdapterState;
+  remember();
+  bool settingsOpened = false;
+  menu.model().openBluetoothSettings = [&] { settingsOpened = true; };
+  const auto section = [this] { return ui::devicesSection(menu.model(), rt.clock().wallNow()); };
+  struct Case {
+    BluetoothAdapterState state;
+    BluetoothAuthorization authorization;
+    std::string notice, action;
+  };
+  for (const auto& c : std::vector<Case>{
+           {noService, BluetoothAuthorization::undetermined, "Bluetooth is not running", ""},
+           {noAdapter, BluetoothAuthorization::allowedAlways, "No Bluetooth adapter", ""},
+           {off, BluetoothAuthorization::allowedAlways, "Bluetooth is off", "Open Bluetooth Settings…"},
+           {unknown, BluetoothAuthorization::undetermined, "", "Allow Bluetooth…"},
+           {on, BluetoothAuthorization::allowedAlways, "", ""}}) {
+    stack.adapter = c.state;
+    authority.state = c.authorization;
+    const auto shown = section();
+    EXPECT_EQ(shown.notice, c.notice);
+    EXPECT_EQ(shown.noticeAction ? shown.noticeAction->title : "", c.action);
+    EXPECT_EQ(shown.notice.empty(), shown.noticeDetail.find("sudo") == std::string::npos &&
+                                        shown.noticeDetail.find("bluetoothctl") == std::string::npos &&
+                                        shown.noticeDetail.find("rfkill") == std::string::npos)
+        << "each problem says what fixes it: " << shown.noticeDetail;
+    EXPECT_EQ(shown.devices.size(), 1u) << "the headphones stay listed";
+  }
+  stack.adapter = off;
+  section().noticeAction->run();
+  EXPECT_TRUE(settingsOpened);
 }
 
 TEST_F(PanelTest, DeviceStatusLineShowsTheFailureAndOnlyAFreshBattery) {

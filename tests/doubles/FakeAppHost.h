@@ -21,10 +21,11 @@ class FakeAppHost : public AppHost {
   std::string systemVersion() const override { return "Debian GNU/Linux 12 (bookworm)"; }
   bool accessibilityTrusted() const override { return ++accessChecks, trusted; }
   void openBluetoothSettings() override { ++bluetoothSettingsOpened; }
+  void showKeyAccess() override { ++keyAccessShown; }
 
   std::set<std::string> variables;
   bool otherInstance = false, trusted = false;
-  int claims = 0, bluetoothSettingsOpened = 0;
+  int claims = 0, bluetoothSettingsOpened = 0, keyAccessShown = 0;
   mutable int accessChecks = 0;
   std::function<void()> reopen;  // what a later instance's reopen calls
 };

@@ -75,6 +75,20 @@ class FakeBluetoothStack : public BluetoothStack {
     return std::make_unique<FakeRegistration>(observing);
   }
 
+  BluetoothAdapterState adapterState() override { return adapter; }
+  std::unique_ptr<Registration> observeAdapter(std::function<void()> changed) override {
+    onAdapter = std::move(changed);
+    return std::make_unique<FakeRegistration>(observingAdapter);
+  }
+  // The adapter is switched, bluetoothd comes or goes; the stack reports it.
+  void setAdapter(BluetoothAdapterState next) {
+    adapter = next;
+    if (observingAdapter && onAdapter) onAdapter();
+  }
+  BluetoothAdapterState adapter = BluetoothAdapterState::on;
+  bool observingAdapter = false;
+  std::function<void()> onAdapter;
+
   // Something outside the agent connects or disconnects the device; the stack reports it.
   void connectFromOutside(const std::string& address) { fromOutside(address, true); }
   void disconnectFromOutside(const std::string& address) { fromOutside(address, false); }

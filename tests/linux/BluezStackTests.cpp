@@ -179,5 +179,35 @@ TEST_F(BluezStackTest, WhileBluetoothdIsAbsentNothingIsAnsweredAndItIsFollowedWh
                               "connected aa-bb-cc-dd-ee-ff"}));
 }
 
+TEST_F(BluezStackTest, TheAdapterStateFollowsBluetoothdItsAdapterAndItsPowerAndEachChangeIsReported) {
+  if (!start({.bluez = false})) return;
+  std::vector<BluetoothAdapterState> told;  // the state at each report
+  const auto adapterNote = stack->observeAdapter([&] {
+    EXPECT_EQ(std::this_thread::get_id(), mainThread);
+    told.push_back(stack->adapterState());
+  });
+  const auto becomesState = [&](BluetoothAdapterState state) { return becomes([&] { return stack->adapterState(); }, state); };
+  EXPECT_TRUE(becomesState(BluetoothAdapterState::noService)) << "bluetoothd is not on the bus";
+  ASSERT_TRUE(rig->startBluez());
+  EXPECT_TRUE(becomesState(BluetoothAdapterState::noAdapter));
+  ASSERT_TRUE(rig->addHeadphones());  // brings a powered adapter
+  EXPECT_TRUE(becomesState(BluetoothAdapterState::on));
+  ASSERT_TRUE(rig->setAdapterPowered(false));
+  EXPECT_TRUE(becomesState(BluetoothAdapterState::off));
+  EXPECT_EQ(change(headphones, true), BluetoothStatus::bluetoothOff);
+  ASSERT_TRUE(rig->setAdapterPowered(true));
+  EXPECT_TRUE(becomesState(BluetoothAdapterState::on));
+  rig->stopBluez();
+  EXPECT_TRUE(becomesState(BluetoothAdapterState::noService));
+  using enum BluetoothAdapterState;
+  EXPECT_TRUE(test::spinUntil([&] { return !told.empty() && told.back() == noService && told.size() >= 6; }));
+  // Each change is reported once (the mock's new adapter may show unpowered for a moment first).
+  EXPECT_EQ(std::adjacent_find(told.begin(), told.end()), told.end()) << "no report without a change";
+  std::vector<BluetoothAdapterState> seen = told;
+  std::erase(seen, unknown);
+  if (seen.size() == 7 && seen[2] == off) seen.erase(seen.begin() + 2);
+  EXPECT_EQ(seen, (std::vector<BluetoothAdapterState>{noService, noAdapter, on, off, on, noService}));
+}
+
 }  // namespace
 }  // namespace wh::platform

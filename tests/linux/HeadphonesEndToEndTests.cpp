@@ -163,8 +163,14 @@ TEST_F(HeadphonesEndToEndTest, BluetoothStartsWhenBluetoothdAppearsAndConnectFai
   start(0.2, false);
   ASSERT_TRUE(test::eventually([&] { return logged(" started on "); }, 15s)) << "launching has finished: " << log();
   EXPECT_TRUE(status("agent.bluetooth").empty()) << "the manager waits for access";
+  EXPECT_TRUE(test::eventually([&] { return status("agent.bluetoothAdapter") == "noService"; }, 15s))
+      << "what stops Bluetooth is published for the surfaces to say";
   ASSERT_TRUE(bus.startBluez());
   ASSERT_TRUE(test::eventually([&] { return phase() == "disconnected"; }, 15s)) << log();
+  EXPECT_TRUE(test::eventually([&] { return status("agent.bluetoothAdapter") == "on"; }, 15s));
+  ASSERT_TRUE(bus.setAdapterPowered(false));
+  EXPECT_TRUE(test::eventually([&] { return status("agent.bluetoothAdapter") == "off"; }, 15s));
+  ASSERT_TRUE(bus.setAdapterPowered(true));
   ASSERT_TRUE(bus.behave(kHeadphones, "Connect", {"fail", "org.bluez.Error.Failed", "Page Timeout"}));
   toggle();
   ASSERT_TRUE(test::eventually([&] { return phase().starts_with("failed:"); }, 20s)) << log();

@@ -29,5 +29,20 @@ TEST(InputAccess, NeedsAReadableDeviceWithMediaKeysAndAWritableUinput) {
   EXPECT_NE(systemVersion(), "Linux") << "this machine has an os-release with a name";
 }
 
+TEST(KeyAccessSystem, NamesTheRuleBesideTheProgramAndSeesACopyInTheRulesFolder) {
+  test::TempDir folder{"wrenhaven-rule"};
+  const auto program = folder.path() / "opt" / "bin" / "wrenhaven";
+  const auto rules = folder.path() / "rules.d";
+  auto system = keyAccessSystem(program, rules);
+  EXPECT_EQ(system.ruleFile, "/usr/share/wrenhaven/udev/70-wrenhaven-input.rules") << "none beside it: the package's";
+  EXPECT_FALSE(system.ruleInstalled);
+  EXPECT_FALSE(system.userName.empty());
+  test::writeFile(folder.path() / "opt" / "share" / "wrenhaven" / "udev" / "70-wrenhaven-input.rules", "");
+  test::writeFile(rules / "70-wrenhaven-input.rules", "");
+  system = keyAccessSystem(program, rules);
+  EXPECT_EQ(system.ruleFile, (folder.path() / "opt" / "share" / "wrenhaven" / "udev" / "70-wrenhaven-input.rules").string());
+  EXPECT_TRUE(system.ruleInstalled);
+}
+
 }  // namespace
 }  // namespace wh::platform

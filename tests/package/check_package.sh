@@ -28,7 +28,8 @@ for path in /usr/bin/wrenhaven /usr/share/applications/com.quintelbarrows.wrenha
             /usr/lib/systemd/user/wrenhaven.service /usr/share/wrenhaven/udev/70-wrenhaven-input.rules \
             /usr/share/man/man1/wrenhaven.1.gz /usr/share/doc/wrenhaven/copyright \
             /usr/share/doc/wrenhaven/changelog.Debian.gz /usr/share/doc/wrenhaven/fonts/InstrumentSans-OFL.txt \
-            /usr/share/doc/wrenhaven/fonts/GeistMono-OFL.txt /usr/bin/wrenhaven-settings \
+            /usr/share/doc/wrenhaven/fonts/GeistMono-OFL.txt /usr/share/doc/wrenhaven/fonts/NotoSansSymbols-OFL.txt \
+            /usr/bin/wrenhaven-settings \
             /usr/share/applications/com.quintelbarrows.wrenhaven.settings.desktop /usr/share/man/man1/wrenhaven-settings.1.gz \
             /usr/share/icons/hicolor/scalable/apps/com.quintelbarrows.wrenhaven.svg \
             /usr/share/icons/hicolor/16x16/apps/com.quintelbarrows.wrenhaven.png \

@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QMenu>
 #include <QPlainTextEdit>
+#include <QPointer>
 #include <QTest>
 
 #include "core/AgentWorld.h"
@@ -46,7 +47,14 @@ class PanelScreenshotTest : public AgentWorld {
     rt.advance(0.4);
   }
 
-  tray::TrayUserInterface view{{rt, services, settings, hardware, access, "0.1.0 (1)", {}}};
+  ui::PanelServices countingKeyAccess() {
+    ui::PanelServices extras;
+    extras.showKeyAccess = [this] { ++keyAccessShown; };
+    return extras;
+  }
+
+  int keyAccessShown = 0;
+  tray::TrayUserInterface view{{rt, services, settings, hardware, access, "0.1.0 (1)", countingKeyAccess()}};
   std::unique_ptr<ui::StatusMenuController> menu;
   int settingsOpened = 0;
 };
@@ -56,6 +64,10 @@ TEST_F(PanelScreenshotTest, ThePanelDrawsItsStatesInBothThemesAndTheDeviceMenuIt
   rt.drainSerialQueues();
   ASSERT_TRUE(view.panel() && view.panel()->isVisible());
   EXPECT_EQ(shoot("panel-first-run", *view.panel()), "More options|Allow Bluetooth…|Allow Headphone Mic Now|Microphone and calls ▾|Media key options ▾|");
+  stack.adapter = BluetoothAdapterState::noService;  // bluetoothd is not running: nothing offers to wait for it
+  menu->refresh();
+  EXPECT_EQ(shoot("panel-bluetooth-missing", *view.panel()), "More options|Allow Headphone Mic Now|Microphone and calls ▾|Media key options ▾|");
+  stack.adapter = BluetoothAdapterState::on;
 
   authority.change(BluetoothAuthorization::allowedAlways);
   remember();
@@ -118,10 +130,27 @@ TEST_F(PanelScreenshotTest, MediaKeysAppVolumesTheIdlePlayPanelAndTheReportDrawT
   rt.drainSerialQueues();
   EXPECT_EQ(shoot("panel-media-keys-apps", *view.panel()), "More options|Allow Bluetooth…|Allow Headphone Mic Now|"
             "Microphone and calls ▾|Allow Key Access…|Media key options ▾|Mute|");
+  EXPECT_TRUE(press(*view.panel(), "Allow Key Access…"));
+  EXPECT_EQ(keyAccessShown, 1) << "the steps are shown, not only logged";
   auto* slider = view.panel()->findChild<nj::NJSlider*>();
   ASSERT_TRUE(slider);
   slider->setValue(40);  // a click on the track, not a drag: written at once
   EXPECT_FLOAT_EQ(services.volume.setting("tuner").gain, 0.4F);
+  // A status change while the slider is dragged leaves the drag alone; letting go draws it.
+  QPointer<nj::NJSlider> dragged = view.panel()->findChild<nj::NJSlider*>();
+  dragged->setSliderDown(true);
+  dragged->setValue(70);
+  services.mediaKeys.sync();
+  menu->refresh();
+  QApplication::processEvents();
+  ASSERT_TRUE(dragged && dragged->isSliderDown()) << "the slider under the pointer was kept";
+  EXPECT_FLOAT_EQ(services.volume.setting("tuner").gain, 0.4F) << "nothing written during the drag";
+  dragged->setSliderDown(false);
+  QApplication::processEvents();
+  rt.advance(0.1);
+  QApplication::processEvents();
+  EXPECT_FLOAT_EQ(services.volume.setting("tuner").gain, 0.7F);
+  EXPECT_FALSE(dragged) << "drawn again once let go";
 
   IdleChoice choice;
   IdlePlayAction chosen = IdlePlayAction::nothing;
@@ -138,7 +167,7 @@ TEST_F(PanelScreenshotTest, MediaKeysAppVolumesTheIdlePlayPanelAndTheReportDrawT
   report.send = [&](const std::string& note, const std::string& email) { sent = note + "|" + email; };
   report.show();
   report.form()->findChild<QPlainTextEdit*>()->setPlainText("It hums");
-  EXPECT_EQ(shoot("report", *report.form()), "Cancel|Send Report|");
+  EXPECT_EQ(shoot("report", *report.form()), "Cancel|Save Report…|Send Report|");
   report.form()->findChildren<nj::NJButton*>().back()->click();
   EXPECT_EQ(sent, "It hums|");
   report.offerSave("The report could not be sent", "Save it instead and email it to support@example.com.", "/tmp/r.zip");

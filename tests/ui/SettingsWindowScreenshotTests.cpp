@@ -4,6 +4,8 @@
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPointer>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -65,7 +67,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   HotkeyRecorder recorder({recorderPanel, &keyboard, &keyboard});
   settingsapp::PageActions actions{[&](const std::string& command, const nlohmann::json& info) { agent.send(command, info); }, nullptr,
                                    [&](const std::string& device, HotkeyRecorder::Completion done) { recorder.record(device, std::move(done)); },
-                                   &keyboard, [&report] { report.show(); }, "1.0 (1)"};
+                                   &keyboard, [&report] { report.show(); }, "1.0 (1)", nullptr};
 
   settingsapp::SettingsWindow window(settings, actions, {[] { return false; }, [] {}, nullptr, 3000});
   settingsapp::AudioInputs inputs(runtime, audio.hardware, [&](auto devices) { window.setAudioDevices(std::move(devices)); });
@@ -94,6 +96,20 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
       EXPECT_EQ(microphones()[0]->accessibleDescription() + microphones()[1]->accessibleName(), "ChosenYeti") << "no Bluetooth input";
       QTest::mouseClick(microphones()[1], Qt::LeftButton);
       EXPECT_EQ(preferredInputUID(settings), "alsa_input.usb-yeti");
+      // Text being typed survives a status change that draws the page again, and is written when done.
+      const auto meetingApps = [&] { return window.findChild<QLineEdit*>(); };
+      QApplication::setActiveWindow(&window);
+      meetingApps()->setFocus();
+      QTest::keyClicks(meetingApps(), "zoom, tea");
+      const QPointer<QLineEdit> typedInto = meetingApps();
+      store.set(StatusKeys::pinStatus, StoreValue::string("fighting"));
+      window.refresh();
+      ASSERT_TRUE(QTest::qWaitFor([&] { return !typedInto; })) << "the page is drawn again";
+      EXPECT_EQ(meetingApps()->text(), "zoom, tea") << "and keeps what was typed";
+      EXPECT_FALSE(settings.store().object(Keys::meetingApps)) << "nothing written while typing";
+      QTest::keyClicks(meetingApps(), "ms");
+      QTest::keyClick(meetingApps(), Qt::Key_Return);
+      EXPECT_EQ(settings.store().object(Keys::meetingApps)->asStringArray(), (std::vector<std::string>{"zoom", "teams"}));
     }
     if (page == 4) {
       EXPECT_TRUE(press(window, "About") && shown("About Wrenhaven"));
@@ -146,6 +162,24 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
     guide.go(static_cast<settingsapp::OnboardingGuide::Step>(step));
     QApplication::processEvents();
     saveInBothThemes(guide, QString("settings-guide-") + steps[step]);
+    if (step == 1) {
+      // bluetoothd is missing: the guide and the window say so and how to start it; nothing waits.
+      store.set(StatusKeys::bluetoothAdapter, StoreValue::string("noService"));
+      guide.refresh();
+      window.refresh();
+      QApplication::processEvents();
+      saveInBothThemes(guide, "settings-guide-bluetooth-missing");
+      QStringList said;
+      for (auto* label : guide.findChildren<QLabel*>()) said << label->text();
+      EXPECT_TRUE(said.join("|").contains("systemctl enable --now bluetooth")) << said.join("|").toStdString();
+      EXPECT_FALSE(press(guide, "Allow Bluetooth…"));
+      bool headed = false;
+      for (auto* header : window.findChildren<nj::NJSectionHeader*>()) headed = headed || header->accessibleName() == "Bluetooth is not running";
+      EXPECT_TRUE(headed) << "the headphones page says it too";
+      store.set(StatusKeys::bluetoothAdapter, StoreValue::string("on"));
+      guide.refresh();
+      QApplication::processEvents();
+    }
     if (step == 2) {
       EXPECT_TRUE(press(guide, "Add"));
     }
@@ -154,7 +188,7 @@ TEST(SettingsWindowTest, PagesAndGuideWriteTheSettingsAndSendCommands) {
   EXPECT_TRUE(finished);
   EXPECT_TRUE(settings.boolValue(Keys::onboardingDone, false));
   ASSERT_EQ(settings.devices().size(), 2U - 1U);
-  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "reload", "reload", "toggle", "reload",
+  EXPECT_EQ(agent.sent, (std::vector<std::string>{"reload", "reload", "reload", "reload", "reload", "reload", "reload", "reload", "toggle", "reload",
                                                   "onboardingVisible", "reload", "onboardingVisible", "reload"}));
 }
 

@@ -19,6 +19,29 @@ AgentStatus::AgentStatus(Runtime& runtime, Settings& settings, Services& service
       accessibility_(runtime, host),
       loginItem_(loginItem) {}
 
+namespace {
+
+constexpr std::pair<BluetoothAdapterState, const char*> adapterTexts[] = {
+    {BluetoothAdapterState::unknown, "unknown"}, {BluetoothAdapterState::noService, "noService"},
+    {BluetoothAdapterState::noAdapter, "noAdapter"}, {BluetoothAdapterState::off, "off"},
+    {BluetoothAdapterState::on, "on"}};
+
+}  // namespace
+
+const char* AgentStatus::adapterText(BluetoothAdapterState state) {
+  for (const auto& [value, text] : adapterTexts) {
+    if (value == state) return text;
+  }
+  return "unknown";
+}
+
+BluetoothAdapterState AgentStatus::adapterState(const std::string& text) {
+  for (const auto& [value, name] : adapterTexts) {
+    if (text == name) return value;
+  }
+  return BluetoothAdapterState::unknown;
+}
+
 const char* AgentStatus::accessText(BluetoothAuthorization authorization) {
   switch (authorization) {
     case BluetoothAuthorization::allowedAlways:
@@ -64,6 +87,7 @@ void AgentStatus::publish() { publish(false); }
 void AgentStatus::publish(bool signalAnyway) {
   std::vector<std::pair<std::string, std::optional<StoreValue>>> changes;
   put(changes, StatusKeys::bluetoothAccess, StoreValue::string(accessText(access_.authorization())));
+  put(changes, StatusKeys::bluetoothAdapter, StoreValue::string(adapterText(services_.bluetooth.adapterState())));
 
   nlohmann::json phases = nlohmann::json::object();
   for (const auto& [address, phase] : services_.bluetooth.phase()) phases[address] = phase.text();
@@ -159,9 +183,12 @@ void AgentStatus::handle(const std::string& command, const nlohmann::json& userI
       access_.whenAllowed(lifetime_.guard([this] { publishPaired(); }));
     }
   } else if (command == "requestAccessibility") {
-    // Access cannot be asked for here: the log says how it is granted, and a change comes back
-    // through the refresh (and the tap's own one-second check).
+    // Access cannot be asked for here: the key access panel says how it is granted (unless the
+    // settings program shows its own: "panel" false), and a change comes back through the refresh
+    // (and the tap's own one-second check).
     Log::info(texts::kAccessibilityHelp);
+    const bool panel = !userInfo.is_object() || !userInfo.contains("panel") || boolValue(userInfo, "panel");
+    if (panel && actions_.showKeyAccess) actions_.showKeyAccess();
     accessibility_.recheck();
     services_.mediaKeys.sync();
   } else if (command == "listPaired") {

@@ -23,6 +23,7 @@ namespace wh {
 namespace StatusKeys {
 inline constexpr char bluetoothAccess[] = "agent.bluetoothAccess";  // "allowed", "denied", "undetermined"
 inline constexpr char bluetooth[] = "agent.bluetooth";              // address -> phase text
+inline constexpr char bluetoothAdapter[] = "agent.bluetoothAdapter";  // "unknown", "noService", "noAdapter", "off", "on"
 inline constexpr char battery[] = "agent.battery";                  // address -> levels (fresh readings only)
 inline constexpr char accessibility[] = "agent.accessibility";      // bool
 inline constexpr char paired[] = "agent.paired";                    // [{"address", "name"}]
@@ -51,6 +52,7 @@ class AgentStatus {
     Work startBluetooth;                                 // start the Bluetooth manager unless started
     std::function<void(bool onboarding)> openSettings;  // open the settings program (absent: ignored)
     Work openBluetoothSettings;                          // show where Bluetooth access is granted
+    Work showKeyAccess;                                  // show how key access is granted
   };
 
   static constexpr double onboardingWatchInterval = 3.0;
@@ -76,6 +78,9 @@ class AgentStatus {
   const AccessibilityCheck& accessibility() const { return accessibility_; }
 
   static const char* accessText(BluetoothAuthorization authorization);
+  // "agent.bluetoothAdapter"'s texts, both ways (an unknown text reads as unknown).
+  static const char* adapterText(BluetoothAdapterState state);
+  static BluetoothAdapterState adapterState(const std::string& text);
   static nlohmann::json batteryJson(const BatteryLevels& levels);
   static std::string volumeProblemText(const AppVolumeController::Problem& problem);
 

@@ -90,7 +90,8 @@ void AppDelegate::applicationDidFinishLaunching() {
 
   status_.listen({lifetime_.guard([this] { startBluetooth(); }),
                   lifetime_.guard([this](bool onboarding) { chores_.settings.open(onboarding); }),
-                  lifetime_.guard([this] { host_.openBluetoothSettings(); })});
+                  lifetime_.guard([this] { host_.openBluetoothSettings(); }),
+                  lifetime_.guard([this] { host_.showKeyAccess(); })});
   status_.publish();
   if (!settings_.boolValue(Keys::onboardingDone, false)) chores_.settings.open(true);
 

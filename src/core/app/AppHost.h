@@ -21,6 +21,8 @@ class AppHost {
   virtual bool accessibilityTrusted() const = 0;
   // Shows the user where Bluetooth access is granted.
   virtual void openBluetoothSettings() = 0;
+  // Shows the user how the media keys' input access is granted here, with a way to check it again.
+  virtual void showKeyAccess() = 0;
 };
 
 }  // namespace wh

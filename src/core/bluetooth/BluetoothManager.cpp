@@ -59,7 +59,10 @@ BluetoothManager::BluetoothManager(Runtime& runtime, Settings& settings, Bluetoo
       stack_(stack),
       sleep_(sleep),
       sleepQueue_(runtime.makeSerialQueue(sleepQueueLabel, QueuePriority::userInitiated)),
-      queue_(runtime.makeSerialQueue(queueLabel, QueuePriority::userInitiated)) {}
+      queue_(runtime.makeSerialQueue(queueLabel, QueuePriority::userInitiated)),
+      adapterNote_(stack_.observeAdapter([this] {
+        if (onChange) onChange();
+      })) {}
 
 std::string BluetoothManager::describe(BluetoothStatus status) {
   switch (status) {

@@ -91,6 +91,9 @@ class BluetoothManager {
   SerialQueue& queue() { return *queue_; }
   // The paired Bluetooth audio devices, in the stack's order; none while the stack cannot be asked.
   std::vector<Paired> pairedAudioDevices() const { return stack_.pairedAudioDevices().valueOr({}); }
+  // Whether Bluetooth can be used at all; a change calls `onChange` (followed from the start,
+  // before `start`, so that the guide and the panel can say what stops it).
+  BluetoothAdapterState adapterState() const { return stack_.adapterState(); }
 
   static std::string describe(BluetoothStatus status);
   static int maxAttempts(ConnectReason reason);
@@ -116,6 +119,7 @@ class BluetoothManager {
   std::shared_ptr<SerialQueue> queue_;
   std::unique_ptr<Registration> connectNote_;
   std::unique_ptr<Registration> sleepNote_;
+  std::unique_ptr<Registration> adapterNote_;
   // Headphones whose disconnect notifications are wanted (registered while connected).
   std::set<std::string> disconnectNotes_;
   std::unique_ptr<RepeatingTimer> poll_;

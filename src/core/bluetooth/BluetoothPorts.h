@@ -68,6 +68,15 @@ class BluetoothResult {
   std::variant<T, BluetoothError> value_;
 };
 
+// Whether Bluetooth can be used at all: the stack's service and its adapters.
+enum class BluetoothAdapterState {
+  unknown,    // not read yet
+  noService,  // the stack's service is not running
+  noAdapter,  // the stack runs but has no adapter
+  off,        // adapters, none of them powered
+  on,         // some adapter is powered
+};
+
 // The Bluetooth stack. The reads (`pairedAudioDevices`, `isConnected`, `connectionStates`) never
 // block: they are answered from what the adapter keeps of the stack, and may be made from any
 // thread. The blocking calls (`openConnection`, `closeConnection`) are made on the Bluetooth serial
@@ -96,6 +105,11 @@ class BluetoothStack {
   virtual std::unique_ptr<Registration> observeConnections(std::function<void(const std::string&)> connected,
                                                            std::function<void(const std::string&)> disconnected,
                                                            std::function<void()> readable = nullptr) = 0;
+
+  // The adapters' state now (never blocks; any thread).
+  virtual BluetoothAdapterState adapterState() = 0;
+  // Calls `changed` on the main thread whenever `adapterState()` changes, until dropped.
+  virtual std::unique_ptr<Registration> observeAdapter(std::function<void()> changed) = 0;
 };
 
 // Sleep and wake of the machine. Before the machine sleeps, `willSleep` runs on the main thread

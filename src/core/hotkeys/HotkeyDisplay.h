@@ -21,6 +21,8 @@ inline constexpr std::uint32_t all = command | shift | option | control;
 
 // The stored key code of the Escape key.
 inline constexpr std::uint32_t escapeKeyCode = 53;
+inline constexpr std::uint32_t backspaceKeyCode = 51;
+inline constexpr std::uint32_t forwardDeleteKeyCode = 117;
 
 // The keyboard layout in use, as the hotkeys see it.
 class KeyboardLayout {

@@ -1,6 +1,7 @@
 #pragma once
 // The small panel in which the user presses the combination for one pair of headphones: Escape
-// cancels, a combination without ⌘ (Super), ⌥ (Alt) or ⌃ (Ctrl) earns a hint, anything else is taken.
+// cancels, a combination without ⌘ (Super), ⌥ (Alt) or ⌃ (Ctrl), one the system keeps for itself
+// and a key that cannot be stored earn a hint, anything else is taken. Every key gets an answer.
 
 #include <functional>
 #include <optional>
@@ -17,6 +18,9 @@ class RecorderPanel {
   struct Handlers {
     std::function<void(const HotkeyCombo&)> keyDown;  // a key pressed while the panel is open
     std::function<void()> closed;                      // the user closed the panel
+    // A key pressed that has no stored key code (ö on a German layout, Print, a Cyrillic letter),
+    // with the name the desktop gives it ("Ö", "Print").
+    std::function<void(const std::string& keyName)> unknownKey;
   };
   virtual ~RecorderPanel() = default;
   virtual void open(const std::string& title, const std::string& message, Handlers handlers) = 0;
@@ -42,6 +46,8 @@ class HotkeyRecorder {
   // gets the new combination, or nothing when the user cancels.
   void record(const std::string& name, Completion completion);
   bool isOpen() const { return static_cast<bool>(completion_); }
+  // Why the system keeps the combination for itself, or nothing when it does not.
+  std::optional<std::string> reservedBySystem(const HotkeyCombo& combo) const;
   // The one display text of a combination, named with the current layout.
   std::string display(const HotkeyCombo& combo) const { return hotkeyText(combo, ports_.layout); }
   const KeyboardLayout* layout() const { return ports_.layout; }

@@ -29,20 +29,34 @@ std::string ReportProblem::explanation(const std::string& systemName) {
 }
 
 void ReportProblem::send(const std::string& note, const std::string& email) {
-  const auto zip = buildZip(note, email);
-  if (!zip) {
-    view_.showMessage("Could not put the report together.", "");
+  if (const auto zip = buildZip(note, email)) upload(*zip, note, email);
+}
+
+void ReportProblem::saveReport(const std::string& note, const std::string& email) {
+  if (const auto zip = buildZip(note, email)) save(*zip);
+}
+
+void ReportProblem::save(const std::filesystem::path& zip) {
+  const auto where = view_.chooseSaveLocation(zip);
+  if (!where) return;
+  std::error_code error;
+  std::filesystem::copy_file(zip, *where, std::filesystem::copy_options::overwrite_existing, error);
+  if (error) {
+    Log::info("report a problem: could not save the report to " + where->string() + ": " + error.message());
+    view_.showMessage("Could not save the report: " + error.message(), "");
     return;
   }
-  upload(*zip, note, email);
+  Log::info("report saved to " + where->string());
+  view_.showSaved(*where);
 }
 
 std::optional<std::filesystem::path> ReportProblem::buildZip(const std::string& note, const std::string& email) {
   const auto folder = sources_.temporaryFolder / ("report-" + timeStamp(sources_.now()));
   std::error_code error;
   std::filesystem::create_directories(folder, error);
-  const auto fail = [](const std::string& reason) {
+  const auto fail = [this](const std::string& reason) {
     Log::info("report a problem: " + reason);
+    view_.showMessage("Could not put the report together.", "");
     return std::nullopt;
   };
   if (error) return fail("could not make " + folder.string() + ": " + error.message());
@@ -65,7 +79,7 @@ std::optional<std::filesystem::path> ReportProblem::buildZip(const std::string& 
   zip += ".zip";
   if (auto reason = archiver_.zip(folder, zip); !reason.empty()) {
     Log::error("report: " + reason);
-    return std::nullopt;
+    return fail(reason);
   }
   return zip;
 }
@@ -88,8 +102,13 @@ std::vector<std::filesystem::path> ReportProblem::recentCrashReports() const {
 }
 
 void ReportProblem::upload(const std::filesystem::path& zip, const std::string& note, const std::string& email) {
+  // A build without a support address names no one to write to.
+  const std::string saveInstead = sources_.supportAddress.empty()
+                                      ? std::string("Save it instead.")
+                                      : "Save it instead and email it to " + sources_.supportAddress + ".";
   if (sources_.serviceAddress.empty()) {
-    view_.showMessage("Could not send the report.", "");
+    Log::info("report a problem: this build has no report service to send to");
+    view_.offerSave("Could not send the report.", saveInstead, zip);
     return;
   }
   ReportUploader::Request request{sources_.serviceAddress + "/reports",
@@ -101,7 +120,7 @@ void ReportProblem::upload(const std::filesystem::path& zip, const std::string& 
                                   zip,
                                   "application/zip",
                                   uploadTimeout};
-  uploader_.post(std::move(request), lifetime_.guard([this, zip, email](ReportUploader::Response response) {
+  uploader_.post(std::move(request), lifetime_.guard([this, zip, email, saveInstead](ReportUploader::Response response) {
     if (response.status == 200) {
       // The service answers with the report number as plain text.
       std::string number = response.body;
@@ -114,11 +133,7 @@ void ReportProblem::upload(const std::filesystem::path& zip, const std::string& 
     }
     Log::info("report upload failed: " +
               (response.status != 0 ? std::to_string(response.status) : response.error));
-    // A build without a support address names no one to write to.
-    view_.offerSave("The report could not be sent",
-                    sources_.supportAddress.empty() ? std::string("Save it instead.")
-                                                    : "Save it instead and email it to " + sources_.supportAddress + ".",
-                    zip);
+    view_.offerSave("The report could not be sent", saveInstead, zip);
   }));
 }
 

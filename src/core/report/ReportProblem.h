@@ -48,6 +48,10 @@ class ReportView {
   virtual void showMessage(const std::string& title, const std::string& text) = 0;
   // Offers "Save to File…" for the archive.
   virtual void offerSave(const std::string& title, const std::string& text, const std::filesystem::path& zip) = 0;
+  // Asks where the archive goes (a save dialog); nothing when the person cancels.
+  virtual std::optional<std::filesystem::path> chooseSaveLocation(const std::filesystem::path& zip) = 0;
+  // Shows the folder that now holds the saved archive.
+  virtual void showSaved(const std::filesystem::path& saved) = 0;
 };
 
 class ReportProblem {
@@ -73,8 +77,13 @@ class ReportProblem {
 
   // "Send Report": builds the archive and sends it.
   void send(const std::string& note, const std::string& email);
-  // The archive's location, or nothing (the reason is logged).
+  // "Save Report…": builds the archive and saves it where the person chooses.
+  void saveReport(const std::string& note, const std::string& email);
+  // The archive's location, or nothing: the reason is logged ("report a problem: " + the error) and
+  // "Could not put the report together." shown.
   std::optional<std::filesystem::path> buildZip(const std::string& note, const std::string& email);
+  // "Save to File…": copies a built archive where the person chooses and shows its folder.
+  void save(const std::filesystem::path& zip);
   void upload(const std::filesystem::path& zip, const std::string& note, const std::string& email);
   // The program's crash reports of the last 30 days, newest first, at most five.
   std::vector<std::filesystem::path> recentCrashReports() const;

@@ -148,6 +148,7 @@ SettingsView readView(const Settings& settings, const std::optional<std::vector<
   view.headphones = headphonesRows(settings);
   view.addable = addableChoices(settings, view.headphones);
   view.bluetoothAccess = statusText(settings, StatusKeys::bluetoothAccess);
+  view.bluetoothProblem = texts::bluetoothProblem(AgentStatus::adapterState(statusText(settings, StatusKeys::bluetoothAdapter)));
   view.pinInput = settings.boolValue(Keys::pinInput, true);
   view.callMode = settings.callMode();
   if (devices) view.microphones = microphoneChoices(*devices, preferredInputUID(settings));

@@ -10,6 +10,7 @@
 
 #include "core/quality/MicrophoneChoices.h"
 #include "core/settings/Settings.h"
+#include "core/texts/PlatformTexts.h"
 
 namespace wh::settingsapp {
 
@@ -42,6 +43,7 @@ struct SettingsView {
   std::vector<HeadphonesRow> headphones;
   std::optional<std::vector<PairedChoice>> addable;  // paired but not remembered; absent: unknown
   std::string bluetoothAccess;                       // "allowed", "denied", "undetermined" or unknownText
+  std::optional<texts::BluetoothProblem> bluetoothProblem;  // what stops Bluetooth, as the agent sees it
   // Music quality.
   bool pinInput = true;
   CallModeOption callMode = CallModeOption::automatic;

@@ -29,6 +29,59 @@ std::string accessibilityLine(const InputAccess& access) {
          ", /dev/uinput writable: " + yesNo(access.uinputWritable) + ")";
 }
 
+std::string unusableKey(const std::string& keyName) {
+  return (keyName.empty() ? std::string("This key") : keyName) +
+         " cannot be a hotkey here. Use a letter A–Z, a digit or a function key.";
+}
+
+std::optional<BluetoothProblem> bluetoothProblem(BluetoothAdapterState state) {
+  switch (state) {
+    case BluetoothAdapterState::noService:
+      return BluetoothProblem{"Bluetooth is not running",
+                              "The Bluetooth service (bluetoothd) is not running. Start it with "
+                              "\"sudo systemctl enable --now bluetooth\"; install the bluez package if it is missing.",
+                              false};
+    case BluetoothAdapterState::noAdapter:
+      return BluetoothProblem{"No Bluetooth adapter",
+                              "This computer shows no Bluetooth adapter. Plug one in, or unblock it with "
+                              "\"rfkill unblock bluetooth\".",
+                              false};
+    case BluetoothAdapterState::off:
+      return BluetoothProblem{"Bluetooth is off",
+                              "Turn Bluetooth on in the desktop's Bluetooth settings, or with \"bluetoothctl power on\".", true};
+    case BluetoothAdapterState::unknown:
+    case BluetoothAdapterState::on:
+      break;
+  }
+  return std::nullopt;
+}
+
+std::vector<KeyAccessStep> keyAccessSteps(const KeyAccessSystem& system) {
+  std::vector<KeyAccessStep> steps;
+  const std::string trigger = "sudo udevadm trigger --subsystem-match=input --subsystem-match=misc";
+  if (system.ruleInstalled) {
+    steps.push_back({"Wrenhaven's rule is in /etc/udev/rules.d already. Apply it to the devices that are plugged in:",
+                     "sudo udevadm control --reload && " + trigger});
+  } else {
+    steps.push_back({"Either let the person at this computer use the keyboards while logged in: copy the rule "
+                     "the package installed and apply it (at once, no new login):",
+                     "sudo cp " + system.ruleFile + " /etc/udev/rules.d/ && sudo udevadm control --reload && " + trigger});
+  }
+  const std::string user = system.userName.empty() ? std::string("$USER") : system.userName;
+  steps.push_back({"Or add " + user + " to the \"input\" group, then log out and in again (every program " + user +
+                       " runs can then read the keyboards):",
+                   "sudo usermod -aG input " + user});
+  return steps;
+}
+
+std::string keyAccessFinding(const InputAccess& access) {
+  if (access.trusted()) return "Key access is allowed: the media keys go to your player.";
+  std::string missing;
+  if (!access.mediaKeyDevicesReadable) missing = "no keyboard with media keys can be read";
+  if (!access.uinputWritable) missing += std::string(missing.empty() ? "" : ", and ") + "/dev/uinput cannot be written";
+  return "Still no key access: " + missing + ".";
+}
+
 std::string systemNameFromOsRelease(std::string_view osRelease) {
   std::map<std::string, std::string, std::less<>> fields;
   std::istringstream lines{std::string(osRelease)};

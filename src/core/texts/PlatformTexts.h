@@ -2,8 +2,12 @@
 // Every user-visible text that names the operating system, in one place. The agent's texts are
 // otherwise fixed; only these say the platform's own words.
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "core/bluetooth/BluetoothPorts.h"
 
 namespace wh::texts {
 
@@ -30,6 +34,22 @@ inline constexpr const char* kAccessibilityHelp =
     "add this user to the \"input\" group, or copy /usr/share/wrenhaven/udev/70-wrenhaven-input.rules to "
     "/etc/udev/rules.d/, then log in again";
 
+// The recorder's answers for keys it cannot take: combinations the system keeps for itself (after
+// their display text) and keys without a stored code (after their name).
+inline constexpr const char* kReservedConsoleSwitch = " switches to a text console on Linux. Choose another combination.";
+inline constexpr const char* kReservedEndSession = " can end the graphical session. Choose another combination.";
+inline constexpr const char* kReservedRestart = " can restart the computer. Choose another combination.";
+std::string unusableKey(const std::string& keyName);
+
+// What stops Bluetooth on this computer, and what fixes it: shown by the panel, the settings
+// window and the guide while the adapter is not on.
+struct BluetoothProblem {
+  std::string title;
+  std::string fix;
+  bool settingsHelp = false;  // the desktop's Bluetooth settings can fix it
+};
+std::optional<BluetoothProblem> bluetoothProblem(BluetoothAdapterState state);
+
 // The desktops' Bluetooth settings pages, tried in this order.
 inline constexpr const char* kBluetoothSettingsCommands[][3] = {
     {"gnome-control-center", "bluetooth", nullptr},
@@ -52,6 +72,25 @@ struct InputAccess {
 inline constexpr const char* kKeyAccess = "Key access";
 // "Key access: not allowed (media-key input devices readable: yes, /dev/uinput writable: no)".
 std::string accessibilityLine(const InputAccess& access);
+
+// The key access panel ("Allow Key Access…", "requestAccessibility", the settings program's
+// "Check Again"): the steps that grant access on this system, and what a check found.
+struct KeyAccessSystem {
+  std::string ruleFile;        // the udev rule the package installs
+  bool ruleInstalled = false;  // a copy is in /etc/udev/rules.d already
+  std::string userName;        // who runs the agent
+};
+struct KeyAccessStep {
+  std::string text;
+  std::string command;  // to run in a terminal; empty when the step is words only
+};
+inline constexpr const char* kKeyAccessTitle = "Allow Key Access";
+inline constexpr const char* kKeyAccessIntro =
+    "Wrenhaven reads the media keys from the keyboards under /dev/input and passes every other key on "
+    "through /dev/uinput. This user may not use them yet. Do one of these, then press Check Again.";
+std::vector<KeyAccessStep> keyAccessSteps(const KeyAccessSystem& system);
+// What a check found: "Key access is allowed: …" or "Still no key access: " and what is missing.
+std::string keyAccessFinding(const InputAccess& access);
 
 // The media keys row of the panel while the agent leaves the keys alone, and its action where
 // reading the keys needs the input devices.

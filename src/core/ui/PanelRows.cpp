@@ -203,8 +203,9 @@ PanelRow mediaKeysRow(PanelModel& model) {
   state.installed = [&players = model.s.mediaKeys.players()](IdlePlayAction action) {
     return players.isInstalled(action == IdlePlayAction::spotify ? ScriptablePlayer::spotify : ScriptablePlayer::music);
   };
-  state.openAccessibility = [&tap = model.s.mediaKeys] {
+  state.openAccessibility = [&tap = model.s.mediaKeys, show = model.showKeyAccess] {
     Log::info(texts::kAccessibilityHelp);
+    if (show) show();
     tap.sync();
   };
   return mediaKeysRow(model.settings, state);
@@ -224,6 +225,15 @@ DevicesSection devicesSection(PanelModel& model, std::chrono::system_clock::time
   }
   if (remembered.empty()) section.emptyTitle = "Add your headphones";
 
+  // What stops Bluetooth itself comes first: asking for access could only wait then.
+  if (const auto problem = texts::bluetoothProblem(services.bluetooth.adapterState())) {
+    section.notice = problem->title;
+    section.noticeDetail = problem->fix;
+    if (problem->settingsHelp && model.openBluetoothSettings) {
+      section.noticeAction = RowAction{"Open Bluetooth Settings…", model.openBluetoothSettings};
+    }
+    return section;
+  }
   const auto authorization = model.access.authorization();
   if (authorization == BluetoothAuthorization::denied || authorization == BluetoothAuthorization::restricted) {
     section.notice = "Bluetooth is off for Wrenhaven";

@@ -14,7 +14,8 @@ StatusMenuController::StatusMenuController(Runtime& runtime, Services& services,
       settings_(settings),
       view_(view),
       extras_(std::move(extras)),
-      model_{services, settings, audio, access, 0, nullptr, nullptr, nullptr, nullptr, nullptr, extras_.openBluetoothSettings} {
+      model_{services, settings, audio, access, 0, nullptr, nullptr, nullptr, nullptr, nullptr, extras_.openBluetoothSettings,
+              extras_.showKeyAccess} {
   model_.close = lifetime_.guard([this] { view_.closePanel(); });
   model_.openSettings = lifetime_.guard([this] {
     if (openSettings) openSettings();

@@ -33,6 +33,8 @@ struct PanelModel {
   std::function<void()> hideIcon;
   // Shows where Bluetooth access and pairing are handled on this desktop.
   std::function<void()> openBluetoothSettings;
+  // Shows how the media keys' input access is granted here.
+  std::function<void()> showKeyAccess;
 };
 
 // One of the action rows at the panel's foot.
@@ -72,6 +74,7 @@ struct PanelServices {
   std::function<void(bool)> setInstallUpdatesAutomatically;
   std::function<void()> reportProblem;           // the problem report
   std::function<void()> openBluetoothSettings;
+  std::function<void()> showKeyAccess;
 };
 
 class StatusMenuController {

@@ -2,6 +2,7 @@
 
 #include <QGuiApplication>
 #include <QKeyEvent>
+#include <QKeySequence>
 #include <QScreen>
 
 #include "ui/kit/NJFonts.h"
@@ -63,7 +64,12 @@ class HotkeyRecorderPanel::Window final : public nj::NJWindow {
     if (isModifierKey(event->key()) || !handlers_.keyDown) return;
     const auto code = layout_ ? layout_->keyCode(event->nativeScanCode()) : std::nullopt;
     if (!code) {
-      if (event->key() == Qt::Key_Escape) handlers_.keyDown({escapeKeyCode, 0});
+      if (event->key() == Qt::Key_Escape) {
+        handlers_.keyDown({escapeKeyCode, 0});
+      } else if (handlers_.unknownKey) {
+        // The desktop's name of the key: "Ö", "Ф", "Print".
+        handlers_.unknownKey(QKeySequence(event->key()).toString(QKeySequence::NativeText).toStdString());
+      }
       return;
     }
     const auto keyDown = handlers_.keyDown;  // may close this window

@@ -111,6 +111,7 @@ void NJButton::enterEvent(QEnterEvent*) { hovered_ = true, update(); }
 void NJButton::leaveEvent(QEvent*) { hovered_ = false, update(); }
 
 NJSectionHeader::NJSectionHeader(const QString& title, QWidget* parent) : QWidget(parent), title_(title.toUpper()) {
+  setAccessibleName(title);  // drawn in capitals, read as written
   setFont(NJFonts::mono(NJTokens::headerSize));
   setFixedHeight(sizeHint().height());
 }

@@ -1,7 +1,6 @@
 #include "ui/kit/NJFonts.h"
 
 #include <QFontDatabase>
-#include <QStringList>
 
 #include "core/log/Log.h"
 
@@ -16,13 +15,17 @@ struct Face {
   QString family;
 };
 
-Face& sansFace() {
-  static Face face{":/fonts/InstrumentSans-SemiBold.ttf", {}};
-  return face;
-}
-Face& monoFace() {
-  static Face face{":/fonts/GeistMono-Medium.ttf", {}};
-  return face;
+// The application's font database is process-wide; so are the families it gave the faces.
+struct Faces {
+  Face sans{":/fonts/InstrumentSans-SemiBold.ttf", {}};
+  Face mono{":/fonts/GeistMono-Medium.ttf", {}};
+  Face symbols2{":/fonts/NotoSansSymbols2-Regular.ttf", {}};
+  Face symbols{":/fonts/NotoSansSymbols-Regular.ttf", {}};
+};
+
+Faces& faces() {
+  static Faces all;
+  return all;
 }
 
 bool load(Face& face) {
@@ -36,8 +39,14 @@ bool load(Face& face) {
   return true;
 }
 
-QFont font(const Face& face, const char* fallback, double pointSize, QFont::Weight weight) {
-  QFont result(face.family.isEmpty() ? QString(fallback) : face.family);
+QFont font(std::initializer_list<const Face*> chain, const char* fallback, double pointSize, QFont::Weight weight) {
+  QStringList families;
+  for (const Face* face : chain) {
+    if (!face->family.isEmpty()) families << face->family;
+  }
+  if (families.isEmpty()) families << fallback;
+  QFont result(families.front());
+  result.setFamilies(families);
   result.setPointSizeF(pointSize);
   result.setWeight(weight);
   result.setHintingPreference(QFont::PreferVerticalHinting);
@@ -48,11 +57,31 @@ QFont font(const Face& face, const char* fallback, double pointSize, QFont::Weig
 
 int NJFonts::registerFonts() {
   initFontResources();
-  return static_cast<int>(load(sansFace())) + static_cast<int>(load(monoFace()));
+  Faces& all = faces();
+  int loaded = 0;
+  for (Face* face : {&all.sans, &all.mono, &all.symbols2, &all.symbols}) loaded += static_cast<int>(load(*face));
+  return loaded;
 }
 
-QFont NJFonts::sans(double pointSize) { return font(sansFace(), "sans-serif", pointSize, QFont::DemiBold); }
+QFont NJFonts::sans(double pointSize) {
+  const Faces& all = faces();
+  return font({&all.sans, &all.symbols2, &all.symbols, &all.mono}, "sans-serif", pointSize, QFont::DemiBold);
+}
 
-QFont NJFonts::mono(double pointSize) { return font(monoFace(), "monospace", pointSize, QFont::Medium); }
+QFont NJFonts::mono(double pointSize) {
+  const Faces& all = faces();
+  return font({&all.mono, &all.symbols2, &all.symbols}, "monospace", pointSize, QFont::Medium);
+}
+
+QStringList NJFonts::faceFiles(const QFont& font) {
+  const Faces& all = faces();
+  QStringList files;
+  for (const QString& family : font.families()) {
+    for (const Face* face : {&all.sans, &all.mono, &all.symbols2, &all.symbols}) {
+      if (!face->family.isEmpty() && face->family == family) files << face->resource;
+    }
+  }
+  return files;
+}
 
 }  // namespace nj

@@ -44,4 +44,22 @@ QLabel* label(const QString& text, double size, bool secondary, QWidget* parent)
   return out;
 }
 
+nj::NJWindow* panelWindow(const QString& title, int width, QVBoxLayout*& layout) {
+  auto* out = new nj::NJWindow(title);
+  out->setAttribute(Qt::WA_DeleteOnClose);
+  out->setFixedWidth(width);
+  layout = new QVBoxLayout(out);
+  const int margin = nj::NJTokens::space3 * 2;
+  layout->setContentsMargins(margin, margin, margin, margin);
+  layout->setSpacing(nj::NJTokens::space2);
+  layout->addWidget(label(title, nj::NJTokens::titleSize, false, out));
+  return out;
+}
+
+nj::NJButton* addButton(QHBoxLayout& buttons, const QString& title, nj::NJButton::Style style, QWidget* parent) {
+  auto* button = new nj::NJButton(title, style, parent);
+  buttons.addWidget(button);
+  return button;
+}
+
 }  // namespace wh::panels

@@ -1,13 +1,14 @@
 #include "ui/panels/ReportWindow.h"
 
+#include <QDesktopServices>
+#include <QDir>
 #include <QFileDialog>
+#include <QUrl>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QVBoxLayout>
-
-#include <system_error>
 
 #include "core/log/Log.h"
 #include "ui/kit/NJControls.h"
@@ -23,24 +24,6 @@ constexpr int formWidth = 420;
 constexpr int resultWidth = 340;
 constexpr int noteHeight = 110;
 
-nj::NJWindow* window(const QString& title, int width, QVBoxLayout*& layout) {
-  auto* out = new nj::NJWindow(title);
-  out->setAttribute(Qt::WA_DeleteOnClose);
-  out->setFixedWidth(width);
-  layout = new QVBoxLayout(out);
-  const int margin = NJTokens::space3 * 2;
-  layout->setContentsMargins(margin, margin, margin, margin);
-  layout->setSpacing(NJTokens::space2);
-  layout->addWidget(label(title, NJTokens::titleSize, false, out));
-  return out;
-}
-
-nj::NJButton* addButton(QHBoxLayout& buttons, const QString& title, nj::NJButton::Style style, QWidget* parent) {
-  auto* button = new nj::NJButton(title, style, parent);
-  buttons.addWidget(button);
-  return button;
-}
-
 }  // namespace
 
 ReportWindow::ReportWindow(std::string systemName) : systemName_(std::move(systemName)) {}
@@ -48,6 +31,12 @@ ReportWindow::ReportWindow(std::string systemName) : systemName_(std::move(syste
 ReportWindow::~ReportWindow() {
   delete form_;
   delete result_;
+}
+
+void ReportWindow::actOn(ReportProblem& report) {
+  send = [&report](const std::string& note, const std::string& email) { report.send(note, email); };
+  saveReport = [&report](const std::string& note, const std::string& email) { report.saveReport(note, email); };
+  saveArchive = [&report](const std::filesystem::path& zip) { report.save(zip); };
 }
 
 void ReportWindow::show() {
@@ -59,7 +48,7 @@ void ReportWindow::show() {
 
 nj::NJWindow* ReportWindow::buildForm() {
   QVBoxLayout* layout = nullptr;
-  nj::NJWindow* form = window(formTitle, formWidth, layout);
+  nj::NJWindow* form = panelWindow(formTitle, formWidth, layout);
   form->setObjectName("reportPanel");
   layout->addWidget(label(qs(ReportProblem::explanation(systemName_)), NJTokens::captionSize, true, form));
   auto* note = new QPlainTextEdit(form);
@@ -72,15 +61,18 @@ nj::NJWindow* ReportWindow::buildForm() {
   auto* buttons = new QHBoxLayout;
   buttons->addStretch();
   auto* cancel = addButton(*buttons, "Cancel", nj::NJButton::Style::plain, form);
+  auto* saveButton = addButton(*buttons, "Save Report…", nj::NJButton::Style::plain, form);
   auto* sendButton = addButton(*buttons, "Send Report", nj::NJButton::Style::accent, form);
   layout->addLayout(buttons);
   QObject::connect(cancel, &QAbstractButton::clicked, form, &QWidget::close);
-  QObject::connect(sendButton, &QAbstractButton::clicked, form, [this, form, note, email] {
+  const auto submit = [form, note, email](const std::function<void(const std::string&, const std::string&)>& action) {
     const std::string noteText = note->toPlainText().toStdString();
     const std::string address = email->text().trimmed().toStdString();
     form->close();
-    if (send) send(noteText, address);
-  });
+    if (action) action(noteText, address);
+  };
+  QObject::connect(sendButton, &QAbstractButton::clicked, form, [this, submit] { submit(send); });
+  QObject::connect(saveButton, &QAbstractButton::clicked, form, [this, submit] { submit(saveReport); });
   form->adjustSize();
   return form;
 }
@@ -89,7 +81,7 @@ nj::NJWindow* ReportWindow::showResult(const std::string& title, const std::stri
   // Later: this may run from a button of the window it replaces.
   if (result_) result_->deleteLater();
   QVBoxLayout* layout = nullptr;
-  result_ = window(qs(title), resultWidth, layout);
+  result_ = panelWindow(qs(title), resultWidth, layout);
   result_->setObjectName("reportResult");
   if (!text.empty()) layout->addWidget(label(qs(text), NJTokens::captionSize, true, result_));
   return result_;
@@ -115,21 +107,26 @@ void ReportWindow::offerSave(const std::string& title, const std::string& text, 
   QObject::connect(cancel, &QAbstractButton::clicked, shown, &QWidget::close);
   QObject::connect(saveButton, &QAbstractButton::clicked, shown, [this, shown, zip] {
     shown->close();
-    save(zip);
+    if (saveArchive) saveArchive(zip);
   });
   static_cast<QVBoxLayout*>(shown->layout())->addLayout(buttons);
   shown->adjustSize();
   shown->show();
 }
 
-void ReportWindow::save(const std::filesystem::path& zip) {
-  const QString where = QFileDialog::getSaveFileName(nullptr, "Save Report", qs(zip.filename().string()), "Zip archives (*.zip)");
-  if (where.isEmpty()) return;
-  std::error_code error;
-  std::filesystem::copy_file(zip, where.toStdString(), std::filesystem::copy_options::overwrite_existing, error);
-  if (!error) return;
-  Log::error("could not save the report: " + error.message());
-  showMessage("Could not save the report: " + error.message(), "");
+std::optional<std::filesystem::path> ReportWindow::chooseSaveLocation(const std::filesystem::path& zip) {
+  const QString suggested = QDir::home().filePath(qs("Wrenhaven-" + zip.filename().string()));
+  const QString where = QFileDialog::getSaveFileName(nullptr, "Save Report", suggested, "Zip archives (*.zip)");
+  if (where.isEmpty()) return std::nullopt;
+  return std::filesystem::path(where.toStdString());
+}
+
+void ReportWindow::showSaved(const std::filesystem::path& saved) {
+  const QUrl folder = QUrl::fromLocalFile(qs(saved.parent_path().string()));
+  if (!QDesktopServices::openUrl(folder)) {
+    Log::info("report a problem: could not show the folder " + saved.parent_path().string());
+    showMessage("Report saved", "It is in " + saved.parent_path().string() + ".");
+  }
 }
 
 }  // namespace wh::panels

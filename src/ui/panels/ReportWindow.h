@@ -1,11 +1,13 @@
 #pragma once
 // The problem report drawn with the kit: the form with the note and the e-mail address, and the
-// small window that tells how sending went (offering to save the archive when it failed).
+// small window that tells how sending went (offering to save the archive when it failed). Saving
+// asks with the desktop's file dialog and then shows the folder through QDesktopServices.
 
 #include <QPointer>
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "core/report/ReportProblem.h"
@@ -24,13 +26,21 @@ class ReportWindow final : public ReportView {
   ReportWindow& operator=(const ReportWindow&) = delete;
   ~ReportWindow() override;
 
-  // "Send Report" with the note and the e-mail address.
+  // "Send Report" and "Save Report…" with the note and the e-mail address.
   std::function<void(const std::string& note, const std::string& email)> send;
+  std::function<void(const std::string& note, const std::string& email)> saveReport;
+  // "Save to File…" after sending failed, with the archive that was built.
+  std::function<void(const std::filesystem::path& zip)> saveArchive;
+
+  // Wires the three actions to `report`, which outlives this window.
+  void actOn(ReportProblem& report);
 
   // Opens the form, or raises it when it is open.
   void show();
   void showMessage(const std::string& title, const std::string& text) override;
   void offerSave(const std::string& title, const std::string& text, const std::filesystem::path& zip) override;
+  std::optional<std::filesystem::path> chooseSaveLocation(const std::filesystem::path& zip) override;
+  void showSaved(const std::filesystem::path& saved) override;
 
   QWidget* form() const { return form_; }
   QWidget* result() const { return result_; }
@@ -38,7 +48,6 @@ class ReportWindow final : public ReportView {
  private:
   nj::NJWindow* buildForm();
   nj::NJWindow* showResult(const std::string& title, const std::string& text);
-  void save(const std::filesystem::path& zip);
 
   std::string systemName_;
   QPointer<nj::NJWindow> form_;

@@ -1,5 +1,6 @@
 #include "ui/tray/StatusPanel.h"
 
+#include <QAbstractSlider>
 #include <QCursor>
 #include <QIcon>
 #include <QHBoxLayout>
@@ -8,6 +9,7 @@
 #include <QMenu>
 #include <QPainter>
 
+#include <algorithm>
 #include <cmath>
 
 #include "ui/kit/NJControls.h"
@@ -74,7 +76,14 @@ StatusPanel::StatusPanel(ui::StatusMenuController& controller, const Runtime& ru
 }
 
 void StatusPanel::rebuild() {
-  if (menuOpen_) {
+  // An open options menu, or a slider the person is dragging, keeps the rows it belongs to: the
+  // panel is drawn again once the menu closes or the slider is let go.
+  const auto dragging = [this] {
+    if (!content_) return false;
+    const auto sliders = content_->findChildren<QAbstractSlider*>();
+    return std::any_of(sliders.begin(), sliders.end(), [](const QAbstractSlider* slider) { return slider->isSliderDown(); });
+  };
+  if (menuOpen_ || dragging()) {
     stale_ = true;
     return;
   }
@@ -231,6 +240,10 @@ void StatusPanel::addAppVolume(QVBoxLayout& layout, const ui::AppVolumeRow& app)
   // A drag writes once, at its end: every write rebuilds the panel, and the slider with it.
   auto write = [slider, set = app.setGain] { set(static_cast<float>(slider->value()) / sliderSteps); };
   connect(slider, &QSlider::sliderReleased, this, write);
+  // What changed during the drag is drawn once it ends (after this slider's own signals).
+  connect(slider, &QSlider::sliderReleased, this, [this] {
+    if (stale_) QMetaObject::invokeMethod(this, [this] { if (stale_) rebuild(); }, Qt::QueuedConnection);
+  });
   connect(slider, &QSlider::valueChanged, this, [slider, write] {
     if (!slider->isSliderDown()) write();
   });

@@ -129,7 +129,10 @@ TrayUserInterface::~TrayUserInterface() {
 
 void TrayUserInterface::registerFonts() {
   const int loaded = nj::NJFonts::registerFonts();
-  if (loaded < 2) Log::error("only " + std::to_string(loaded) + " of the 2 typefaces could be registered");
+  if (loaded < nj::NJFonts::faceCount) {
+    Log::error("only " + std::to_string(loaded) + " of the " + std::to_string(nj::NJFonts::faceCount) +
+               " typefaces could be registered");
+  }
 }
 
 std::unique_ptr<ui::StatusMenuController> TrayUserInterface::makeStatusMenu() {

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -47,6 +48,18 @@ texts::InputAccess inputAccess(const std::filesystem::path& sysClassInput, const
     }
   }
   return access;
+}
+
+texts::KeyAccessSystem keyAccessSystem(const std::filesystem::path& program, const std::filesystem::path& rulesFolder) {
+  constexpr const char* ruleName = "70-wrenhaven-input.rules";
+  texts::KeyAccessSystem system;
+  const auto beside = program.parent_path().parent_path() / "share" / "wrenhaven" / "udev" / ruleName;
+  std::error_code error;
+  system.ruleFile = std::filesystem::exists(beside, error) ? beside.lexically_normal().string()
+                                                           : std::string("/usr/share/wrenhaven/udev/") + ruleName;
+  system.ruleInstalled = std::filesystem::exists(rulesFolder / ruleName, error);
+  if (const passwd* user = ::getpwuid(::getuid()); user != nullptr && user->pw_name != nullptr) system.userName = user->pw_name;
+  return system;
 }
 
 }  // namespace wh::platform

@@ -18,6 +18,12 @@ texts::InputAccess inputAccess(const std::filesystem::path& sysClassInput = "/sy
                                const std::filesystem::path& dev = "/dev");
 inline bool inputAccessGranted() { return inputAccess().trusted(); }
 
+// What the key access panel names: the udev rule beside the running program's installation
+// (`<prefix>/share/wrenhaven/udev/`, else the package's /usr/share one), whether a copy is in
+// `rulesFolder` already, and the user's name.
+texts::KeyAccessSystem keyAccessSystem(const std::filesystem::path& program,
+                                       const std::filesystem::path& rulesFolder = "/etc/udev/rules.d");
+
 // Whether this is a Wayland session ($WAYLAND_DISPLAY set, or $XDG_SESSION_TYPE "wayland"): its
 // X11 display, if any, is XWayland, whose key grabs see only keys typed into X11 windows.
 bool waylandSession();

@@ -105,12 +105,42 @@ class BluezStack::Mirror final : public QObject {
   void listen(const Listener* listener) { listeners_.push_back(listener); }
   void forget(const Listener* listener) { std::erase(listeners_, listener); }
 
+  // bluetoothd's absence, then its adapters.
+  BluetoothAdapterState adapterState() const {
+    std::lock_guard lock(mutex_);
+    if (!tree_) return absent_ ? BluetoothAdapterState::noService : BluetoothAdapterState::unknown;
+    if (tree_->adapterPowered.empty()) return BluetoothAdapterState::noAdapter;
+    return tree_->anyAdapterOn() ? BluetoothAdapterState::on : BluetoothAdapterState::off;
+  }
+  void listenToAdapter(const std::function<void()>* listener) { adapterListeners_.push_back(listener); }
+  void forgetAdapter(const std::function<void()>* listener) { std::erase(adapterListeners_, listener); }
+
  private:
   void report(bool isConnected, const std::string& address) {
     for (const Listener* listener : listeners_) {
       const Callback& callback = isConnected ? listener->connected : listener->disconnected;
       if (callback) post(listener, [callback, address] { callback(address); });
     }
+  }
+
+  // Tells the adapter's listeners when what `adapterState` answers is not what they were told last.
+  void adapterMaybeChanged() {
+    const BluetoothAdapterState now = adapterState();
+    if (now == told_) return;
+    told_ = now;
+    for (const auto* listener : adapterListeners_) {
+      main_.post(lifetime_.guard([this, listener] {
+        if (std::find(adapterListeners_.begin(), adapterListeners_.end(), listener) != adapterListeners_.end()) (*listener)();
+      }));
+    }
+  }
+
+  void setAbsent(bool absent) {
+    {
+      std::lock_guard lock(mutex_);
+      absent_ = absent;
+    }
+    adapterMaybeChanged();
   }
 
   // Runs `work` on a later turn of the main loop while the registration is still there.
@@ -165,7 +195,7 @@ class BluezStack::Mirror final : public QObject {
       // new read when it arrives, and a refusal stays a refusal.
       const QDBusError error = call->error();
       const BluetoothStatus status = bluezStatus(error);
-      if (status == BluetoothStatus::notFound) return;
+      if (status == BluetoothStatus::notFound) return setAbsent(true);
       Log::error("BlueZ: could not read its objects: " + describe(error));
       if (status != BluetoothStatus::timeout) return;
       QTimer::singleShot(BluezStack::rereadDelay, this, [this, quietly, epoch] {
@@ -179,7 +209,9 @@ class BluezStack::Mirror final : public QObject {
     const bool wasReadable = tree_.has_value();
     const bluez::Tree before = tree_.value_or(bluez::Tree{});
     tree_ = next;
+    absent_ = false;
     lock.unlock();
+    adapterMaybeChanged();
     for (const Listener* listener : listeners_) {
       if (!wasReadable && listener->readable) post(listener, listener->readable);
     }
@@ -201,8 +233,11 @@ class BluezStack::Mirror final : public QObject {
     const auto properties = qdbus_cast<QVariantMap>(message.arguments().at(1));
     if (message.arguments().at(0).toString() == QLatin1String(bluez::adapterInterface)) {
       if (!properties.contains(QStringLiteral("Powered"))) return;
-      std::lock_guard lock(mutex_);
-      if (filled()) tree_->adapterPowered[message.path()] = properties.value(QStringLiteral("Powered")).toBool();
+      {
+        std::lock_guard lock(mutex_);
+        if (filled()) tree_->adapterPowered[message.path()] = properties.value(QStringLiteral("Powered")).toBool();
+      }
+      adapterMaybeChanged();
       return;
     }
     std::unique_lock lock(mutex_);
@@ -225,8 +260,11 @@ class BluezStack::Mirror final : public QObject {
     const QString path = message.arguments().at(0).value<QDBusObjectPath>().path();
     const auto interfaces = bluez::readInterfaces(message.arguments().at(1).value<QDBusArgument>());
     if (const auto powered = bluez::readAdapterPowered(interfaces)) {
-      std::lock_guard lock(mutex_);
-      if (filled()) tree_->adapterPowered[path] = *powered;
+      {
+        std::lock_guard lock(mutex_);
+        if (filled()) tree_->adapterPowered[path] = *powered;
+      }
+      adapterMaybeChanged();
     }
     if (auto device = bluez::readDevice(path, interfaces)) store(*device);
   }
@@ -237,7 +275,13 @@ class BluezStack::Mirror final : public QObject {
     const auto interfaces = qdbus_cast<QStringList>(message.arguments().at(1));
     std::unique_lock lock(mutex_);
     if (!filled()) return;
-    if (interfaces.contains(QString::fromLatin1(bluez::adapterInterface))) tree_->adapterPowered.erase(path);
+    if (interfaces.contains(QString::fromLatin1(bluez::adapterInterface))) {
+      tree_->adapterPowered.erase(path);
+      lock.unlock();
+      adapterMaybeChanged();
+      lock.lock();
+      if (!tree_) return;
+    }
     if (!interfaces.contains(QString::fromLatin1(bluez::deviceInterface))) return;
     const auto it = std::find_if(tree_->devices.begin(), tree_->devices.end(),
                                  [&](const bluez::Device& device) { return device.path == path; });
@@ -262,6 +306,7 @@ class BluezStack::Mirror final : public QObject {
         }
       }
     }
+    setAbsent(newOwner.isEmpty());
     if (!newOwner.isEmpty()) read(false);
   }
 
@@ -271,6 +316,9 @@ class BluezStack::Mirror final : public QObject {
   mutable std::mutex mutex_;
   std::optional<bluez::Tree> tree_;  // guarded by mutex_; written on the main thread only
   std::vector<const Listener*> listeners_;
+  std::vector<const std::function<void()>*> adapterListeners_;
+  bool absent_ = false;  // guarded by mutex_: bluetoothd is not on the bus
+  BluetoothAdapterState told_ = BluetoothAdapterState::unknown;
   std::uint64_t epoch_ = 0;
   bool missed_ = false;  // a change came while the copy was not filled
   QDBusServiceWatcher watcher_;
@@ -289,6 +337,20 @@ class BluezStack::Observer final : public Registration {
  private:
   Mirror& mirror_;
   Mirror::Listener listener_;
+};
+
+// One registration for the adapter's state.
+class BluezStack::AdapterObserver final : public Registration {
+ public:
+  AdapterObserver(Mirror& mirror, std::function<void()> changed)
+      : mirror_(mirror), changed_(std::move(changed)) {
+    mirror_.listenToAdapter(&changed_);
+  }
+  ~AdapterObserver() override { mirror_.forgetAdapter(&changed_); }
+
+ private:
+  Mirror& mirror_;
+  std::function<void()> changed_;
 };
 
 BluezStack::BluezStack(MainQueue& main, QDBusConnection bus, std::chrono::milliseconds callTimeout)
@@ -399,6 +461,12 @@ std::unique_ptr<Registration> BluezStack::observeConnections(std::function<void(
                                                              std::function<void()> readable) {
   return std::make_unique<Observer>(
       *mirror_, Mirror::Listener{std::move(connected), std::move(disconnected), std::move(readable)});
+}
+
+BluetoothAdapterState BluezStack::adapterState() { return mirror_->adapterState(); }
+
+std::unique_ptr<Registration> BluezStack::observeAdapter(std::function<void()> changed) {
+  return std::make_unique<AdapterObserver>(*mirror_, std::move(changed));
 }
 
 }  // namespace wh::platform

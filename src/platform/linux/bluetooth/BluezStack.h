@@ -52,10 +52,14 @@ class BluezStack final : public BluetoothStack {
   std::unique_ptr<Registration> observeConnections(std::function<void(const std::string&)> connected,
                                                    std::function<void(const std::string&)> disconnected,
                                                    std::function<void()> readable = nullptr) override;
+  BluetoothAdapterState adapterState() override;
+  std::unique_ptr<Registration> observeAdapter(std::function<void()> changed) override;
+
 
  private:
   class Mirror;
   class Observer;
+  class AdapterObserver;
   BluetoothResult<BluetoothStatus> changeConnection(const std::string& address, bool connect);
   int queryMilliseconds() const;
 
