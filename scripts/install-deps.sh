@@ -28,7 +28,7 @@ packages=(
   python3-dbus
   # the Wayland desktop of the tray's tests (tests/support/WaylandRig): sway on its headless
   # backend, waybar's bar and tray, grim for pictures, and Qt's Wayland platform for the agent
-  sway waybar grim qt6-wayland
+  sway waybar grim qt6-wayland hicolor-icon-theme
   # the desktop portal's frontend, for hotkeys through GlobalShortcuts (tests/support/PortalRig)
   xdg-desktop-portal
 )

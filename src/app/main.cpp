@@ -51,6 +51,7 @@
 #include "platform/linux/volume/PulseProcessTaps.h"
 #include "platform/linux/mediakeys/LinuxMediaKeySource.h"
 #include "platform/linux/mediakeys/MprisPlayers.h"
+#include "platform/linux/hotkeys/PortalHotkeys.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJGlyphs.h"
@@ -184,14 +185,25 @@ int main(int argc, char** argv) {
   std::optional<wh::panels::IdlePlayWindow> idlePlayWindow;
   if (!headless) idlePlayWindow.emplace();
   wh::IdlePlayPanel& idlePlayPanel = idlePlayWindow ? static_cast<wh::IdlePlayPanel&>(*idlePlayWindow) : idlePlayLog;
-  wh::platform::X11Hotkeys hotkeyService;
-  wh::hotkeys::HotkeyRecorderPanel recorderPanel(&hotkeyService);
+  // Keys are named from the X keymap; they are grabbed there on X11, and on Wayland through the
+  // desktop's shortcuts portal where it has one (X11 grabs there see only X11 windows).
+  wh::platform::X11Hotkeys x11Hotkeys;
+  std::optional<wh::platform::PortalHotkeys> portalHotkeys;
+  if (wh::platform::waylandSession()) {
+    portalHotkeys.emplace();
+    if (const auto why = portalHotkeys->unavailableReason()) {
+      wh::Log::info("hotkeys: no desktop shortcuts: " + *why);
+      portalHotkeys.reset();
+    }
+  }
+  wh::HotkeyService& hotkeyService = portalHotkeys ? static_cast<wh::HotkeyService&>(*portalHotkeys) : x11Hotkeys;
+  wh::hotkeys::HotkeyRecorderPanel recorderPanel(&x11Hotkeys);
 
   wh::Services services(runtime, settings,
                         {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
                          audioStack.grouping, audioStack.desktopEntries, taps, notifications,
                          {mediaKeySource, players, processes, [&grouping = audioStack.grouping] { return grouping.regularAppIDs(); }},
-                         idlePlayPanel, {recorderPanel, &hotkeyService, &hotkeyService}});
+                         idlePlayPanel, {recorderPanel, &x11Hotkeys, &hotkeyService}});
   // The server's own switch to the headset profile: off while music quality is kept, the person's
   // setting on record in the agent's state file until it is back. Evaluated on settings changes and
   // when cards come and go (headphones connecting, the server restarting with its own setting).
@@ -207,7 +219,7 @@ int main(int argc, char** argv) {
     if (key != wh::Keys::appVolumes) autoSwitch.evaluate();
   });
   std::optional<wh::CA::Listener> autoSwitchCards;
-  wh::Hotkeys hotkeys(hotkeyService, &hotkeyService);
+  wh::Hotkeys hotkeys(hotkeyService, &x11Hotkeys);
   wh::BluetoothAccess access(authority, notifications);
   wh::app::DesktopInstaller installer;
   wh::MoveToApplications move(installer);

@@ -1,6 +1,7 @@
 // The real agent as a native Wayland client of sway, with waybar's tray on its session bus: its
 // items register in the tray, and each one stands out from the bar, on a dark bar and on a light
-// one. The pictures of the tray are saved for review.
+// one; the main item's menu is the shell's and opens the panel as a window; a hotkey bound through
+// the desktop portal connects the headphones. The pictures are saved for review.
 #include <gtest/gtest.h>
 
 #include <QColor>
@@ -10,6 +11,7 @@
 #include <regex>
 
 #include "support/AgentHome.h"
+#include "support/PortalRig.h"
 #include "support/RigRequired.h"
 #include "support/SystemBusRig.h"
 #include "support/TrayRig.h"
@@ -82,10 +84,18 @@ TEST_P(WaylandTrayEndToEndTest, ItemsRegisterInTheBarsTrayAndStandOutFromTheBar)
   EXPECT_TRUE(agent->running()) << home.log();
 }
 
-TEST(WaylandPanelEndToEndTest, TheShellDrawsTheMainItemsMenuAndItsEntryOpensThePanelAsAWindow) {
+// The Bluetooth rig with a session bus, and an agent's home.
+class WaylandDesktopTest : public testing::Test {
+ protected:
+  void SetUp() override { REQUIRE_RIG(bus.available(), bus.whyNot()); }
   test::AgentHome home;
   test::SystemBusRig bus{{.bluez = true, .logind = false, .upower = false, .sessionBus = true, .denyBluez = false}};
-  REQUIRE_RIG(bus.available(), bus.whyNot());
+};
+
+class WaylandPanelEndToEndTest : public WaylandDesktopTest {};
+class WaylandHotkeysEndToEndTest : public WaylandDesktopTest {};
+
+TEST_F(WaylandPanelEndToEndTest, TheShellDrawsTheMainItemsMenuAndItsEntryOpensThePanelAsAWindow) {
   test::WaylandRig desktop({.sessionBus = bus.sessionBusAddress()});
   REQUIRE_RIG(desktop.available(), desktop.whyNot());
   // Past the first run: the settings program's guide would cover the panel.
@@ -127,6 +137,27 @@ TEST(WaylandPanelEndToEndTest, TheShellDrawsTheMainItemsMenuAndItsEntryOpensTheP
       10s))
       << file;
   EXPECT_TRUE(agent->running()) << home.log();
+}
+
+TEST_F(WaylandHotkeysEndToEndTest, AHotkeyBoundThroughTheDesktopPortalConnectsTheHeadphones) {
+  test::WaylandRig desktop({.sessionBus = bus.sessionBusAddress()});
+  REQUIRE_RIG(desktop.available(), desktop.whyNot());
+  test::PortalRig portal({.sessionBus = bus.sessionBusAddress(), .taken = {}, .rebind = {}});
+  REQUIRE_RIG(portal.available(), portal.whyNot());
+  ASSERT_TRUE(bus.addHeadphones());
+  // F5 with Control and Shift, as stored.
+  const nlohmann::json hotkey{{"keyCode", 96}, {"modifiers", 4096 | 512}};
+  home.writeSettings({{"onboardingDone", true},
+                      {"devices", test::AgentHome::devicesValue(nlohmann::json::array(
+                                      {{{"address", "aa-bb-cc-dd-ee-ff"}, {"name", "WH-1000XM4"}, {"hotkey", hotkey}}}))}});
+  std::string failure;
+  auto agent = launchOn(desktop, home, bus, failure);
+  ASSERT_TRUE(agent) << failure;
+  ASSERT_TRUE(test::eventually([&] { return !portal.bindings().empty(); }, 20s)) << home.log();
+  EXPECT_EQ(portal.bindings().back()["given"].dump(), R"({"hotkey-96-4608":"CTRL+SHIFT+F5"})");
+  ASSERT_TRUE(portal.press("CTRL+SHIFT+F5"));
+  EXPECT_TRUE(test::eventually([&] { return bus.isConnected(test::SystemBusRig::headphonesAddress); }, 20s))
+      << home.log();
 }
 
 INSTANTIATE_TEST_SUITE_P(Bars, WaylandTrayEndToEndTest,

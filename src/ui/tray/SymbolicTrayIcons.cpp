@@ -109,7 +109,7 @@ bool SymbolicTrayIcons::shellRecolours() {
 
 std::optional<QString> SymbolicTrayIcons::put(const QString& item, const QByteArray& svg) {
   if (!usable_) return std::nullopt;
-  const QString name = "wrenhaven-" + item + "-" +
+  const QString name = item + "-" +
                        QString::fromLatin1(QCryptographicHash::hash(svg, QCryptographicHash::Sha1).toHex().left(12)) +
                        (symbolicNames_ ? "-symbolic" : "");
   if (current_.value(item) == name) return name;

@@ -40,7 +40,8 @@ class SymbolicTrayIcons {
   // battery as an error, the state's dot in its own colour.
   static QByteArray svg(nj::NJGlyph glyph, nj::NJGlyphState state, std::optional<int> battery);
 
-  // Writes `svg` for `item` and answers the name to give the host (nothing when the folder cannot
+  // Writes `svg` for `item` (an item id, which starts with the program's name) and answers the
+  // name to give the host (nothing when the folder cannot
   // be written); the item's previous icon is removed.
   std::optional<QString> put(const QString& item, const QByteArray& svg);
   const QString& folder() const { return folder_; }
