@@ -154,7 +154,13 @@ void OnboardingGuide::redraw() {
       break;
     case Step::done:
       layout->addWidget(new nj::NJSectionHeader("Done"));
-      layout->addWidget(paragraph("Wrenhaven is ready. Its icon in the tray connects your headphones."));
+      // The icon is promised only where a tray shows it.
+      if (view.trayProblem.empty()) {
+        layout->addWidget(paragraph("Wrenhaven is ready. Its icon in the tray connects your headphones."));
+      } else {
+        layout->addWidget(paragraph("Wrenhaven is ready, but its icon is not shown:"));
+        layout->addWidget(paragraph(QString::fromStdString(view.trayProblem)));
+      }
       break;
   }
   layout->addStretch();

@@ -297,6 +297,10 @@ void PageBuilder::volume(const SettingsView& view, QVBoxLayout& layout) const {
 }
 
 void PageBuilder::general(const SettingsView& view, QVBoxLayout& layout) const {
+  if (!view.trayProblem.empty()) {
+    layout.addWidget(new nj::NJSectionHeader(texts::kTrayMissingTitle));
+    layout.addWidget(paragraph(qt(view.trayProblem)));
+  }
   layout.addWidget(new nj::NJSectionHeader("General"));
   if (view.launchAtLogin) {
     layout.addWidget(switchRow("Start at Login", *view.launchAtLogin,

@@ -454,5 +454,48 @@ TEST_F(PanelTest, LaunchBuildsTheTrayAndSettingsChangesAndReopenDriveTheMainItem
   EXPECT_EQ(view.items.at(buds)->look.phase, Phase::Kind::connecting) << "the refresh redraws the item";
 }
 
+TEST_F(PanelTest, AMissingTrayIsPublishedAndTheSettingsProgramSaysWhyOnce) {
+  struct Tray final : ui::UserInterface {
+    std::function<std::unique_ptr<ui::StatusMenuController>()> menu;
+    std::function<std::unique_ptr<ui::DeviceStatusItems>()> items;
+    std::string problem;
+    std::function<void()> changed;
+    void registerFonts() override {}
+    std::unique_ptr<ui::StatusMenuController> makeStatusMenu() override { return menu(); }
+    std::unique_ptr<ui::DeviceStatusItems> makeDeviceItems() override { return items(); }
+    std::string trayProblem() const override { return problem; }
+    void setTrayChanged(std::function<void()> callback) override { changed = std::move(callback); }
+  };
+  struct Case {
+    const char* name;
+    std::string problem;
+    bool onboardingDone;
+    int openedAfterGrace;  // times the settings program was opened once the grace time was over
+  };
+  for (const Case& c : {Case{"a tray", "", true, 0}, Case{"no tray", "no tray here", true, 1},
+                        Case{"no tray, first run: the guide says it", "no tray here", false, 0}}) {
+    SCOPED_TRACE(c.name);
+    store.set(Keys::onboardingDone, StoreValue::boolean(c.onboardingDone));
+    Tray tray;
+    tray.menu = [this] { return std::make_unique<ui::StatusMenuController>(rt, services, settings, hardware, access, view); };
+    tray.items = [this] { return std::make_unique<ui::DeviceStatusItems>(rt, services, settings, view); };
+    tray.problem = c.problem;
+    AppDelegate delegate{rt, settings, notifications, host, BuildInfo{"com.quintelbarrows.wrenhaven", "0.1.0", "7"},
+                         services, access, status, monitor, {move, launcher}};
+    delegate.setUserInterface(&tray);
+    delegate.applicationDidFinishLaunching();
+    EXPECT_EQ(store.object(StatusKeys::trayProblem), StoreValue::string(c.problem));
+    rt.advance(AppDelegate::trayGrace - 0.5);
+    const int before = settingsProgram.ended;
+    rt.advance(1);
+    EXPECT_EQ(settingsProgram.ended - before, c.openedAfterGrace);
+    // A tray that comes later is published as soon as it says so.
+    tray.problem.clear();
+    tray.changed();
+    rt.runReady();
+    EXPECT_EQ(store.object(StatusKeys::trayProblem), StoreValue::string(""));
+  }
+}
+
 }  // namespace
 }  // namespace wh::test

@@ -47,8 +47,12 @@ TEST_F(TrayEndToEndTest, ItemsRegisterToggleTheHeadphonesCarryTheirMenuAndComeBa
   ASSERT_TRUE(agent) << failure;
 
   ASSERT_TRUE(test::eventually([&] { return home.log().find("no tray") != std::string::npos; }, 15s)) << home.log();
+  // Said where the settings program reads it, and gone once a tray is there.
+  const auto trayProblem = [&] { return home.status("agent.trayProblem").get<std::string>(); };
+  EXPECT_TRUE(test::eventually([&] { return trayProblem().find("no tray") != std::string::npos; }, 10s)) << trayProblem();
   ASSERT_TRUE(tray->startTray());
   ASSERT_TRUE(test::eventually([&] { return tray->items().size() == 2; }, 15s)) << home.log();
+  EXPECT_TRUE(test::eventually([&] { return trayProblem().empty(); }, 10s)) << trayProblem();
   const std::string item = tray->itemShowing("WH-1000XM4");
   ASSERT_FALSE(item.empty()) << tray->toolTip(tray->items()[0]) << tray->toolTip(tray->items()[1]);
   std::string ids;

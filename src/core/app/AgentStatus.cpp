@@ -106,6 +106,7 @@ void AgentStatus::publish(bool signalAnyway) {
   put(changes, StatusKeys::outputQuality, StoreValue::string(services_.profileGuard.outputQuality()));
   put(changes, StatusKeys::mediaKeys, StoreValue::string(MediaKeyTap::text(services_.mediaKeys.state())));
   put(changes, StatusKeys::mediaKeysTarget, StoreValue::string(services_.mediaKeys.currentTarget().value_or("")));
+  put(changes, StatusKeys::trayProblem, StoreValue::string(trayProblem_ ? trayProblem_() : std::string()));
   if (const auto trusted = accessibility_.trusted()) put(changes, StatusKeys::accessibility, StoreValue::boolean(*trusted));
   put(changes, StatusKeys::launchAtLogin, StoreValue::boolean(loginItem_.enabled()));
   put(changes, StatusKeys::launchAtLoginNeedsApproval, StoreValue::boolean(loginItem_.needsApproval()));

@@ -38,6 +38,7 @@ inline constexpr char volumeApps[] = "agent.volumeApps";            // [{"bundle
 inline constexpr char volumeProblem[] = "agent.volumeProblem";      // text, empty when none
 inline constexpr char mediaKeys[] = "agent.mediaKeys";              // "off", "needsAccessibility", "running"
 inline constexpr char mediaKeysTarget[] = "agent.mediaKeysTarget";  // application id, "" when none
+inline constexpr char trayProblem[] = "agent.trayProblem";          // why the tray icon is not shown, "" when it is
 }  // namespace StatusKeys
 
 // The settings program's question "what is the status now?": the agent answers with the status
@@ -70,6 +71,8 @@ class AgentStatus {
   void publishPaired();
   // Starts handling commands.
   void listen(Actions actions);
+  // Where the tray's state comes from (none: no tray is made, nothing to say).
+  void setTrayProblem(std::function<std::string()> problem) { trayProblem_ = std::move(problem); }
   // One command, as the channel delivers it.
   void handle(const std::string& command, const nlohmann::json& userInfo);
 
@@ -103,6 +106,7 @@ class AgentStatus {
   Actions actions_;
   std::unique_ptr<Registration> listening_;
   std::unique_ptr<RepeatingTimer> onboardingWatch_;
+  std::function<std::string()> trayProblem_;
   Lifetime lifetime_;
 };
 

@@ -47,6 +47,15 @@ void AppDelegate::applicationDidFinishLaunching() {
     statusMenu_->setItemVisible(!settings_.boolValue(Keys::hideMenuIcon, false));
     addRefreshStep([this] { statusMenu_->refresh(); });
     addRefreshStep([this] { deviceItems_->refresh(); });
+    status_.setTrayProblem([ui = userInterface_] { return ui->trayProblem(); });
+    userInterface_->setTrayChanged(refreshAction_);
+    // No tray to show the icon in a while after the start: the settings program says why, once.
+    runtime_.main().after(trayGrace, lifetime_.guard([this] {
+      if (!userInterface_->trayProblem().empty() && settings_.boolValue(Keys::onboardingDone, false)) {
+        Log::info("no tray: " + userInterface_->trayProblem());
+        chores_.settings.open(false);
+      }
+    }));
   }
   processes_.start();
 

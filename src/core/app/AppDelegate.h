@@ -31,6 +31,9 @@ class AppDelegate {
   static constexpr double batteryTolerance = 60.0;
   static constexpr double batteryAfterConnect = 3.0;
   static constexpr double repairReconnectDelay = 2.0;
+  // How long after the start a desktop's tray may take to take the icon, before the settings
+  // program is opened to say that there is none.
+  static constexpr double trayGrace = 10.0;
 
   AppDelegate(Runtime& runtime, Settings& settings, NotificationCenter& notifications, AppHost& host,
               BuildInfo build, Services& services, BluetoothAccess& access, AgentStatus& status,

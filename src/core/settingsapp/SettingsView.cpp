@@ -149,6 +149,7 @@ SettingsView readView(const Settings& settings, const std::optional<std::vector<
   view.addable = addableChoices(settings, view.headphones);
   view.bluetoothAccess = statusText(settings, StatusKeys::bluetoothAccess);
   view.bluetoothProblem = texts::bluetoothProblem(AgentStatus::adapterState(statusText(settings, StatusKeys::bluetoothAdapter)));
+  if (const auto tray = statusText(settings, StatusKeys::trayProblem); tray != unknownText) view.trayProblem = tray;
   view.pinInput = settings.boolValue(Keys::pinInput, true);
   view.callMode = settings.callMode();
   if (devices) view.microphones = microphoneChoices(*devices, preferredInputUID(settings));

@@ -44,6 +44,7 @@ struct SettingsView {
   std::optional<std::vector<PairedChoice>> addable;  // paired but not remembered; absent: unknown
   std::string bluetoothAccess;                       // "allowed", "denied", "undetermined" or unknownText
   std::optional<texts::BluetoothProblem> bluetoothProblem;  // what stops Bluetooth, as the agent sees it
+  std::string trayProblem;  // why the agent's tray icon is not shown; empty while it is (or unknown)
   // Music quality.
   bool pinInput = true;
   CallModeOption callMode = CallModeOption::automatic;

@@ -102,4 +102,14 @@ std::string systemNameFromOsRelease(std::string_view osRelease) {
   return version.empty() ? name : name + " " + version;
 }
 
+std::string trayMissing(bool gnomeShell) {
+  if (gnomeShell) {
+    return "GNOME Shell shows tray icons only with its AppIndicator extension: install "
+           "gnome-shell-extension-appindicator, turn it on in Extensions, and log in again. Until then, "
+           "open Wrenhaven from the applications menu.";
+  }
+  return "This desktop has no tray for Wrenhaven's icon: add a system tray (status notifier) to its panel. Until "
+         "then, open Wrenhaven from the applications menu.";
+}
+
 }  // namespace wh::texts

@@ -113,6 +113,11 @@ inline constexpr const char* kHideTrayIconToolTip = "Open Wrenhaven again from t
 inline constexpr const char* kAppVolumeRecording =
     "The sound server must let Wrenhaven capture what apps play to change one app's volume. Nothing is recorded.";
 
+inline constexpr const char* kTrayMissingTitle = "No tray icon";
+// Why the tray icon is not shown: no tray on this desktop (GNOME Shell without its AppIndicator
+// extension, or another desktop without one), and what brings one.
+std::string trayMissing(bool gnomeShell);
+
 // The operating system's name and version from the text of /etc/os-release: PRETTY_NAME, else
 // NAME and VERSION (or VERSION_ID), else "Linux".
 std::string systemNameFromOsRelease(std::string_view osRelease);

@@ -54,10 +54,15 @@ StatusNotifierItem::StatusNotifierItem(QString id, QString category, QObject* pa
   new StatusNotifierItemAdaptor(*this);
   new DBusMenuAdaptor(menu_);
   // A watcher that starts (or starts again) gets the item at once.
+  watcherSeen_ = watcherPresent();
   connect(&watcher_, &QDBusServiceWatcher::serviceRegistered, this, [this] {
+    watcherSeen_ = true;
+    emit watcherChanged(true);
     if (visible_) registerWithWatcher();
   });
   connect(&watcher_, &QDBusServiceWatcher::serviceUnregistered, this, [this] {
+    watcherSeen_ = false;
+    emit watcherChanged(false);
     if (!registered_) return;
     registered_ = false;
     emit registeredChanged(false);

@@ -69,6 +69,8 @@ class StatusNotifierItem final : public QObject {
   bool itemIsMenu() const { return itemIsMenu_; }
   // Registered with a watcher now.
   bool isRegistered() const { return registered_; }
+  // A watcher is on the bus (the item registers with it when visible).
+  bool watcherSeen() const { return watcherSeen_; }
 
   // What the adaptor answers.
   const QString& id() const { return id_; }
@@ -88,6 +90,7 @@ class StatusNotifierItem final : public QObject {
   // The host asks the item to show its own menu (hosts that draw the exported menu do not).
   void menuRequested(QPoint at);
   void registeredChanged(bool registered);
+  void watcherChanged(bool present);
   // For the adaptor's relay.
   void NewIcon();
   void NewTitle();
@@ -107,6 +110,7 @@ class StatusNotifierItem final : public QObject {
   bool itemIsMenu_ = false;
   bool visible_ = false;
   bool registered_ = false;
+  bool watcherSeen_ = false;
   QString connectionName_;
   std::unique_ptr<QDBusConnection> connection_;
   DBusMenu menu_;

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "core/log/Log.h"
+#include "core/texts/PlatformTexts.h"
 #include "ui/kit/NJFonts.h"
 #include "ui/kit/NJGlyphs.h"
 #include "ui/kit/NJMenu.h"
@@ -39,6 +40,9 @@ TrayItem::TrayItem(QString id, QString category, std::function<void(Click, QPoin
   connect(&item_, &StatusNotifierItem::secondaryActivated, this, [this](QPoint at) { clicked_(Click::middle, at); });
   connect(&item_, &StatusNotifierItem::menuRequested, this, [this](QPoint at) { clicked_(Click::menu, at); });
   connect(&item_, &StatusNotifierItem::registeredChanged, this, [this] { followWatcher(); });
+  connect(&item_, &StatusNotifierItem::watcherChanged, this, [this] {
+    if (trayChanged) trayChanged();
+  });
   // XEmbed only where it is the only tray from the start: Qt picks the tray protocol once per
   // program, so an icon made while a watcher is there would speak StatusNotifierItem.
   if (!StatusNotifierItem::watcherPresent() && QGuiApplication::platformName() == QLatin1String("xcb") &&
@@ -77,6 +81,8 @@ void TrayItem::followWatcher() {
 }
 
 void TrayItem::popUpMenu() { menu_.popup(QCursor::pos()); }
+
+bool TrayItem::trayThere() const { return item_.watcherSeen() || (xembed_ && QSystemTrayIcon::isSystemTrayAvailable()); }
 
 QRect TrayItem::geometry() const { return xembed_ && xembed_->isVisible() ? xembed_->geometry() : QRect(); }
 
@@ -152,6 +158,9 @@ std::unique_ptr<ui::StatusMenuController> TrayUserInterface::makeStatusMenu() {
                                        controller_->clicked();
                                      });
   item_->setLook(mainLook());
+  item_->trayChanged = [this] {
+    if (trayChanged_) trayChanged_();
+  };
   controller_->refresh();
   return controller;
 }
@@ -181,7 +190,14 @@ StatusNotifierItem::Look TrayUserInterface::look(const QString& item, nj::NJGlyp
 }
 
 void TrayUserInterface::setItemVisible(bool visible) {
+  itemWanted_ = visible;
   if (item_) item_->setVisible(visible);
+  if (trayChanged_) trayChanged_();
+}
+
+std::string TrayUserInterface::trayProblem() const {
+  if (!item_ || !itemWanted_ || item_->trayThere()) return {};
+  return texts::trayMissing(SymbolicTrayIcons::shellRecolours());
 }
 
 bool TrayUserInterface::panelVisible() const { return panel_ && panel_->isVisible(); }

@@ -37,6 +37,10 @@ class TrayItem final : public QObject {
   void popUpMenu();
   // Where the icon is on the screen, where the tray says (XEmbed only).
   QRect geometry() const;
+  // A tray is there to show the item in (a StatusNotifierWatcher, or the XEmbed tray in use).
+  bool trayThere() const;
+  // Called when that changes.
+  std::function<void()> trayChanged;
   StatusNotifierItem& statusNotifier() { return item_; }
 
  private:
@@ -69,6 +73,8 @@ class TrayUserInterface final : public QObject, public ui::UserInterface, ui::St
   void registerFonts() override;
   std::unique_ptr<ui::StatusMenuController> makeStatusMenu() override;
   std::unique_ptr<ui::DeviceStatusItems> makeDeviceItems() override;
+  std::string trayProblem() const override;
+  void setTrayChanged(std::function<void()> changed) override { trayChanged_ = std::move(changed); }
 
   // The panel, once it was opened; for tests and measurements.
   StatusPanel* panel() const { return panel_; }
@@ -99,6 +105,8 @@ class TrayUserInterface final : public QObject, public ui::UserInterface, ui::St
   TraySources sources_;
   ui::StatusMenuController* controller_ = nullptr;
   std::unique_ptr<TrayItem> item_;
+  bool itemWanted_ = false;
+  std::function<void()> trayChanged_;
   // Where the host says the main item was clicked (null: it did not say).
   QPoint clickedAt_;
   QPointer<StatusPanel> panel_;
