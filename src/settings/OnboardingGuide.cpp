@@ -136,8 +136,7 @@ void OnboardingGuide::redraw() {
       break;
     case Step::mediaKeys: {
       layout->addWidget(new nj::NJSectionHeader("Media keys"));
-      layout->addWidget(paragraph("The play and skip keys can go to the player you used last. Wrenhaven needs "
-                                  "access to the keyboard for that."));
+      layout->addWidget(paragraph(texts::kMediaKeysOnTheDesktop));
       layout->addWidget(pages_.switchRow("Media keys", view.mediaKeysEnabled,
                                          [this](bool on) { setFlag(settings_, Keys::mediaKeysEnabled, on); },
                                          QString::fromStdString(view.mediaKeysState)));

@@ -247,6 +247,7 @@ void checkKeyAccess(const PageActions& actions) {
 
 void PageBuilder::mediaKeys(const SettingsView& view, QVBoxLayout& layout) const {
   layout.addWidget(new nj::NJSectionHeader("Media keys"));
+  layout.addWidget(paragraph(texts::kMediaKeysOnTheDesktop));
   layout.addWidget(switchRow("Media keys", view.mediaKeysEnabled,
                              [this](bool on) { setFlag(settings_, Keys::mediaKeysEnabled, on); }, qt(view.mediaKeysState)));
   layout.addWidget(switchRow("Pause Media Keys", view.mediaKeysPaused,

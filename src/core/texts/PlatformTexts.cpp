@@ -59,18 +59,26 @@ std::optional<BluetoothProblem> bluetoothProblem(BluetoothAdapterState state) {
 std::vector<KeyAccessStep> keyAccessSteps(const KeyAccessSystem& system) {
   std::vector<KeyAccessStep> steps;
   const std::string trigger = "sudo udevadm trigger --subsystem-match=input --subsystem-match=misc";
+  // The same commands for the administrator's shell, without sudo.
+  const auto privileged = [](std::string command) {
+    for (std::size_t at; (at = command.find("sudo ")) != std::string::npos;) command.erase(at, 5);
+    return command;
+  };
   if (system.ruleInstalled) {
+    const std::string command = "sudo udevadm control --reload && " + trigger;
     steps.push_back({"Wrenhaven's rule is in /etc/udev/rules.d already. Apply it to the devices that are plugged in:",
-                     "sudo udevadm control --reload && " + trigger});
+                     command, privileged(command)});
   } else {
+    const std::string command =
+        "sudo cp " + system.ruleFile + " /etc/udev/rules.d/ && sudo udevadm control --reload && " + trigger;
     steps.push_back({"Either let the person at this computer use the keyboards while logged in: copy the rule "
                      "the package installed and apply it (at once, no new login):",
-                     "sudo cp " + system.ruleFile + " /etc/udev/rules.d/ && sudo udevadm control --reload && " + trigger});
+                     command, privileged(command)});
   }
   const std::string user = system.userName.empty() ? std::string("$USER") : system.userName;
   steps.push_back({"Or add " + user + " to the \"input\" group, then log out and in again (every program " + user +
                        " runs can then read the keyboards):",
-                   "sudo usermod -aG input " + user});
+                   "sudo usermod -aG input " + user, ""});
   return steps;
 }
 

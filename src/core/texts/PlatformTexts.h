@@ -82,8 +82,16 @@ struct KeyAccessSystem {
 };
 struct KeyAccessStep {
   std::string text;
-  std::string command;  // to run in a terminal; empty when the step is words only
+  std::string command;     // to run in a terminal; empty when the step is words only
+  std::string privileged;  // the same, for a shell run with administrator rights (pkexec); may be empty
 };
+// What the administrator's dialog (pkexec) would be asked to do and what it grants, shown beside
+// its button.
+inline constexpr const char* kKeyAccessAdminGrant =
+    "Or let Wrenhaven do the first step now: the system asks for an administrator's password, copies the "
+    "rule and applies it. It lets the person logged in at this computer read every keyboard and mouse, "
+    "and lets the programs they run type keys (/dev/uinput).";
+inline constexpr const char* kKeyAccessAdminButton = "Allow with Administrator Rights…";
 inline constexpr const char* kKeyAccessTitle = "Allow Key Access";
 inline constexpr const char* kKeyAccessIntro =
     "Wrenhaven reads the media keys from the keyboards under /dev/input and passes every other key on "
@@ -94,6 +102,10 @@ std::string keyAccessFinding(const InputAccess& access);
 
 // The media keys row of the panel while the agent leaves the keys alone, and its action where
 // reading the keys needs the input devices.
+// Where the desktop itself passes the media keys on, and what key access adds.
+inline constexpr const char* kMediaKeysOnTheDesktop =
+    "GNOME and KDE send the media keys to a player themselves. With key access Wrenhaven sends them to the "
+    "player used last, and holding ⏭︎ or ⏮︎ seeks.";
 inline constexpr const char* kMediaKeysElsewhere = "▶︎, ⏭︎ and ⏮︎ go where the desktop sends them";
 inline constexpr const char* kMediaKeysPaused = "Paused: the desktop handles the keys";
 inline constexpr const char* kOpenAccessibility = "Allow Key Access…";

@@ -4,9 +4,14 @@
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTime>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
+#include "core/log/Log.h"
 #include "ui/kit/NJControls.h"
 #include "ui/kit/NJFonts.h"
 #include "ui/kit/NJTokens.h"
@@ -54,6 +59,7 @@ nj::NJWindow* KeyAccessWindow::build() {
                      [text = qs(step.command)] { QGuiApplication::clipboard()->setText(text); });
     layout->addLayout(line);
   }
+  addAdministratorOffer(*layout, out);
   finding_ = label("", NJTokens::captionSize, false, out);
   finding_->setObjectName("keyAccessFinding");
   finding_->setAccessibleName("What the check found");
@@ -67,6 +73,30 @@ nj::NJWindow* KeyAccessWindow::build() {
   layout->addLayout(buttons);
   out->adjustSize();
   return out;
+}
+
+void KeyAccessWindow::addAdministratorOffer(QVBoxLayout& layout, QWidget* out) {
+  // Only where the system has the dialog, and never without the person's click and password.
+  const QString pkexec = QStandardPaths::findExecutable(QStringLiteral("pkexec"));
+  const auto step = std::find_if(steps_.begin(), steps_.end(), [](const auto& s) { return !s.privileged.empty(); });
+  if (pkexec.isEmpty() || step == steps_.end()) return;
+  layout.addWidget(label(texts::kKeyAccessAdminGrant, NJTokens::captionSize, false, out));
+  auto* line = new QHBoxLayout;
+  line->addStretch();
+  auto* allow = addButton(*line, texts::kKeyAccessAdminButton, nj::NJButton::Style::plain, out);
+  layout.addLayout(line);
+  QObject::connect(allow, &QAbstractButton::clicked, out, [this, pkexec, command = qs(step->privileged), allow] {
+    allow->setEnabled(false);
+    auto* run = new QProcess(window_);
+    QObject::connect(run, &QProcess::finished, window_, [this, run, allow](int status, QProcess::ExitStatus) {
+      run->deleteLater();
+      allow->setEnabled(true);
+      // 126: the person closed the dialog; 127: not authorised.
+      if (status != 0) Log::info("key access: the administrator's dialog ended with status " + std::to_string(status));
+      check();
+    });
+    run->start(pkexec, {QStringLiteral("/bin/sh"), QStringLiteral("-c"), command});
+  });
 }
 
 void KeyAccessWindow::check() {

@@ -1,6 +1,8 @@
 #pragma once
 // "Allow Key Access": the steps that give this user the keyboards' input devices, each command
-// ready to copy, and "Check Again", which looks at the devices and says what it found.
+// ready to copy, the offer to run the first one through the system's administrator dialog
+// (pkexec) with what it grants said beside it, and "Check Again", which looks at the devices and
+// says what it found.
 
 #include <QPointer>
 
@@ -11,6 +13,7 @@
 #include "ui/kit/NJPanel.h"
 
 class QLabel;
+class QVBoxLayout;
 
 namespace wh::panels {
 
@@ -31,6 +34,7 @@ class KeyAccessWindow {
 
  private:
   nj::NJWindow* build();
+  void addAdministratorOffer(QVBoxLayout& layout, QWidget* out);
   void check();
 
   std::vector<texts::KeyAccessStep> steps_;
