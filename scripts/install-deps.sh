@@ -31,6 +31,8 @@ packages=(
   sway waybar grim qt6-wayland hicolor-icon-theme
   # the desktop portal's frontend, for hotkeys through GlobalShortcuts (tests/support/PortalRig)
   xdg-desktop-portal
+  # the settings program read as a screen reader reads it: AT-SPI's bus and its Python client
+  at-spi2-core python3-pyatspi
 )
 
 missing=()

@@ -37,6 +37,8 @@ QLabel* paragraph(const QString& text) {
 nj::NJKitRow* buttonRow(const QString& title, const QString& button, std::function<void()> action) {
   auto* row = new nj::NJKitRow(title);
   auto* control = new nj::NJButton(button, nj::NJButton::Style::plain);
+  // Read out alone, "Open" says nothing: the row's title goes with it.
+  control->setAccessibleName(title + ": " + button);
   QObject::connect(control, &QAbstractButton::clicked, control, [action = std::move(action)] { action(); });
   row->setTrailing(control);
   return row;

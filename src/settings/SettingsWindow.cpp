@@ -52,8 +52,16 @@ SettingsWindow::SettingsWindow(Settings& settings, PageActions actions, Agent ag
   navigation_->setFrameShape(QFrame::NoFrame);
   navigation_->setFont(nj::NJFonts::sans(nj::NJTokens::bodySize));
   styleNavigation();
+  navigation_->setAccessibleName("Pages");
   navigation_->setCurrentRow(0);
   connect(navigation_, &QListWidget::currentRowChanged, this, [this] { refresh(); });
+  // A screen reader chooses a page by selecting its entry: the page follows the selection.
+  connect(navigation_, &QListWidget::itemSelectionChanged, this, [this] {
+    const auto chosen = navigation_->selectedItems();
+    if (!chosen.isEmpty() && navigation_->row(chosen.front()) != navigation_->currentRow()) {
+      navigation_->setCurrentRow(navigation_->row(chosen.front()));
+    }
+  });
   content_->setWidgetResizable(true);
 
   auto* body = new QHBoxLayout;
