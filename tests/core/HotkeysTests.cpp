@@ -42,6 +42,29 @@ TEST(Hotkeys, IdsGoOnAfterRemoveAllTakenAndImpossibleKeysAreLoggedAndOnlyOwnIdsR
   EXPECT_TRUE(service.grabs.empty() && !service.pressed) << "gone with their owner";
 }
 
+TEST(Hotkeys, AKeyTheServiceRefusesLaterIsTakenInTheSameWordsAndItsActionGoes) {
+  test::CapturedLog log;
+  FakeHotkeyService service;
+  int ran = 0;
+  {
+    Hotkeys hotkeys(service, &service);
+    hotkeys.registerKey({96, ctrl | shift}, [&ran] { ++ran; });
+    hotkeys.registerKey({0, ctrl}, [] {});
+    ASSERT_EQ(service.grabs.size(), 2u);
+    ASSERT_TRUE(service.refused);
+    service.refused(1, -2);  // the desktop refused the first key after binding it
+    EXPECT_EQ(log->lines.back(), "hotkey ⌃⇧F5 is taken (-2)");
+    EXPECT_EQ(service.grabs.size(), 1u) << "given back to the service";
+    service.pressed(Hotkeys::signature, 1);
+    EXPECT_EQ(ran, 0);
+    log->lines.clear();
+    service.refused(1, -2);  // told twice, or of a key removed meanwhile: nothing more
+    service.refused(77, -2);
+    EXPECT_TRUE(log->lines.empty());
+  }
+  EXPECT_FALSE(service.refused) << "gone with their owner";
+}
+
 TEST(HotkeyRecorder, EscapeCancelsModifierlessKeysEarnAHintOthersAreTakenAndASecondOpeningCancelsTheFirst) {
   FakeHotkeyService layout;
   FakeRecorderPanel panel;

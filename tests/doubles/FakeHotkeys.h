@@ -20,6 +20,8 @@ struct FakeHotkeyService final : HotkeyService, KeyboardLayout {
   std::optional<std::string> unavailableReason() const override { return std::nullopt; }
   std::optional<std::string> limitation() const override { return limit; }
   void installHandler(Pressed handler) override { pressed = std::move(handler); }
+  void installRefusedHandler(Refused handler) override { refused = std::move(handler); }
+  Refused refused;
   Registration registerKey(const HotkeyCombo& combo, std::uint32_t signature, std::uint32_t id) override {
     if (combo.keyCode > 127 || signature != Hotkeys::signature) return {std::nullopt, unknownKey};
     if (takenKeys.contains(combo.keyCode)) return {std::nullopt, 10};

@@ -60,6 +60,8 @@ TEST_F(PortalHotkeysTest, KeysAreBoundTogetherPressedThroughTheDesktopAndRefusal
   });
   int answers = 0;
   hotkeys.onBound = [&] { ++answers; };
+  std::vector<std::pair<std::uint32_t, int>> refused;
+  hotkeys.installRefusedHandler([&](std::uint32_t id, int status) { refused.emplace_back(id, status); });
   const auto f5 = hotkeys.registerKey({kF5, HotkeyModifier::control | HotkeyModifier::shift}, Hotkeys::signature, 1);
   hotkeys.registerKey({17, HotkeyModifier::control | HotkeyModifier::option}, Hotkeys::signature, 2);  // T
   hotkeys.registerKey({kA, HotkeyModifier::command}, Hotkeys::signature, 3);
@@ -72,6 +74,8 @@ TEST_F(PortalHotkeysTest, KeysAreBoundTogetherPressedThroughTheDesktopAndRefusal
   for (const auto& [id, binding] : hotkeys.bindings()) given[binding.preferred] = binding.given;
   EXPECT_EQ(given, (std::map<std::string, std::string>{
                        {"CTRL+SHIFT+F5", "CTRL+SHIFT+F5"}, {"CTRL+ALT+t", ""}, {"LOGO+a", "LOGO+b"}}));
+
+  EXPECT_EQ(refused, (std::vector<std::pair<std::uint32_t, int>>{{2, PortalHotkeys::refusedByDesktop}}));
 
   ASSERT_TRUE(portal.press("CTRL+SHIFT+F5"));
   ASSERT_TRUE(portal.press("LOGO+b"));

@@ -13,6 +13,7 @@ void Hotkeys::registerKey(const HotkeyCombo& combo, std::function<void()> action
   if (service_.unavailableReason()) return;  // said once by the service
   if (!handlerInstalled_) {
     service_.installHandler([this](std::uint32_t keySignature, std::uint32_t id) { pressed(keySignature, id); });
+    service_.installRefusedHandler([this](std::uint32_t id, int status) { refused(id, status); });
     handlerInstalled_ = true;
   }
   const std::uint32_t id = nextID_++;
@@ -27,12 +28,24 @@ void Hotkeys::registerKey(const HotkeyCombo& combo, std::function<void()> action
   }
   refs_[id] = *registration.handle;
   actions_[id] = std::move(action);
+  texts_[id] = text;
+}
+
+void Hotkeys::refused(std::uint32_t id, int status) {
+  const auto found = refs_.find(id);
+  if (found == refs_.end()) return;
+  Log::info("hotkey " + texts_[id] + " is taken (" + std::to_string(status) + ")");
+  service_.unregisterKey(found->second);
+  refs_.erase(found);
+  actions_.erase(id);
+  texts_.erase(id);
 }
 
 void Hotkeys::removeAll() {
   for (const auto& [id, handle] : refs_) service_.unregisterKey(handle);
   refs_.clear();
   actions_.clear();
+  texts_.clear();
 }
 
 void Hotkeys::pressed(std::uint32_t keySignature, std::uint32_t id) {

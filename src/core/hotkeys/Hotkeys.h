@@ -32,6 +32,10 @@ class HotkeyService {
   virtual std::optional<std::string> limitation() const = 0;
   // Reports presses of registered keys on the main thread from now on (an empty handler: no more).
   virtual void installHandler(Pressed pressed) = 0;
+  // A service that binds keys later than it registers them (the desktop's shortcuts) reports here
+  // a registered key that was refused after all, with the service's status number.
+  using Refused = std::function<void(std::uint32_t id, int status)>;
+  virtual void installRefusedHandler(Refused /*refused*/) {}
   virtual Registration registerKey(const HotkeyCombo& combo, std::uint32_t signature, std::uint32_t id) = 0;
   virtual void unregisterKey(Handle handle) = 0;
 };
@@ -46,7 +50,10 @@ class Hotkeys {
   Hotkeys& operator=(const Hotkeys&) = delete;
   ~Hotkeys() {
     removeAll();
-    if (handlerInstalled_) service_.installHandler({});
+    if (handlerInstalled_) {
+      service_.installHandler({});
+      service_.installRefusedHandler({});
+    }
   }
 
   // Registers one key; a key that cannot be registered is logged and skipped.
@@ -57,11 +64,13 @@ class Hotkeys {
 
  private:
   void pressed(std::uint32_t keySignature, std::uint32_t id);
+  void refused(std::uint32_t id, int status);
 
   HotkeyService& service_;
   const KeyboardLayout* layout_;
   std::map<std::uint32_t, HotkeyService::Handle> refs_;
   std::map<std::uint32_t, std::function<void()>> actions_;
+  std::map<std::uint32_t, std::string> texts_;  // the display text of each registered key
   std::uint32_t nextID_ = 1;
   bool handlerInstalled_ = false;
 };

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <utility>
+#include <vector>
 
 #include "core/log/Log.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
@@ -175,12 +176,20 @@ void PortalHotkeys::bound(const QVariantMap& results) {
     if (found == bindings_.end()) continue;
     found->second.given = properties.value(QStringLiteral("trigger_description")).toString().toStdString();
   }
+  // Refused keys are reported (after the loop: the handler unregisters them).
+  std::vector<std::uint32_t> refused;
+  for (const auto& [handle, key] : keys_) {
+    if (bindings_[key.shortcut].given.empty()) refused.push_back(key.id);
+  }
   for (const auto& [shortcut, binding] : bindings_) {
     if (binding.given.empty()) {
       Log::info("hotkeys: " + binding.preferred + " is taken: the desktop refused it");
     } else if (binding.given != binding.preferred) {
       Log::info("hotkeys: the desktop bound " + binding.preferred + " to " + binding.given);
     }
+  }
+  if (refused_) {
+    for (const auto id : refused) refused_(id, refusedByDesktop);
   }
   if (onBound) onBound();
 }

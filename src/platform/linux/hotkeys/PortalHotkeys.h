@@ -44,6 +44,9 @@ class PortalHotkeys final : public QObject, public HotkeyService {
   std::optional<std::string> unavailableReason() const override;
   std::optional<std::string> limitation() const override { return std::nullopt; }
   void installHandler(Pressed pressed) override { pressed_ = std::move(pressed); }
+  void installRefusedHandler(Refused refused) override { refused_ = std::move(refused); }
+  // The status a refused shortcut is reported with.
+  static constexpr int refusedByDesktop = -2;
   Registration registerKey(const HotkeyCombo& combo, std::uint32_t signature, std::uint32_t id) override;
   void unregisterKey(Handle handle) override;
 
@@ -77,6 +80,7 @@ class PortalHotkeys final : public QObject, public HotkeyService {
   QDBusConnection bus_;
   bool offered_ = false;
   Pressed pressed_;
+  Refused refused_;
   std::map<Handle, Key> keys_;
   Handle nextHandle_ = 1;
   bool bindScheduled_ = false;
