@@ -53,6 +53,7 @@
 #include "platform/linux/mediakeys/MprisPlayers.h"
 #include "platform/linux/hotkeys/PortalHotkeys.h"
 #include "platform/linux/hotkeys/X11Hotkeys.h"
+#include "platform/linux/hotkeys/XkbLayout.h"
 #include "ui/hotkeys/HotkeyRecorderPanel.h"
 #include "ui/kit/NJGlyphs.h"
 #include "platform/linux/settings/XdgPaths.h"
@@ -197,13 +198,17 @@ int main(int argc, char** argv) {
     }
   }
   wh::HotkeyService& hotkeyService = portalHotkeys ? static_cast<wh::HotkeyService&>(*portalHotkeys) : x11Hotkeys;
-  wh::hotkeys::HotkeyRecorderPanel recorderPanel(&x11Hotkeys);
+  // Without an X server the keys are named from the system's keyboard layout through xkbcommon.
+  std::optional<wh::platform::XkbLayout> xkbLayout;
+  if (wh::platform::waylandSession() && std::getenv("DISPLAY") == nullptr) xkbLayout.emplace();
+  const wh::KeyboardLayout* keyboardLayout = xkbLayout && xkbLayout->usable() ? &*xkbLayout : &x11Hotkeys;
+  wh::hotkeys::HotkeyRecorderPanel recorderPanel(keyboardLayout);
 
   wh::Services services(runtime, settings,
                         {bluetooth, sleep, batteries, wh::OutputSwitcher::Audio::live(audio), audio, processes,
                          audioStack.grouping, audioStack.desktopEntries, taps, notifications,
                          {mediaKeySource, players, processes, [&grouping = audioStack.grouping] { return grouping.regularAppIDs(); }},
-                         idlePlayPanel, {recorderPanel, &x11Hotkeys, &hotkeyService}});
+                         idlePlayPanel, {recorderPanel, keyboardLayout, &hotkeyService}});
   // The server's own switch to the headset profile: off while music quality is kept, the person's
   // setting on record in the agent's state file until it is back. Evaluated on settings changes and
   // when cards come and go (headphones connecting, the server restarting with its own setting).
@@ -219,7 +224,7 @@ int main(int argc, char** argv) {
     if (key != wh::Keys::appVolumes) autoSwitch.evaluate();
   });
   std::optional<wh::CA::Listener> autoSwitchCards;
-  wh::Hotkeys hotkeys(hotkeyService, &x11Hotkeys);
+  wh::Hotkeys hotkeys(hotkeyService, keyboardLayout);
   wh::BluetoothAccess access(authority, notifications);
   wh::app::DesktopInstaller installer;
   wh::MoveToApplications move(installer);
