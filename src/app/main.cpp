@@ -201,7 +201,8 @@ int main(int argc, char** argv) {
   // Without an X server the keys are named from the system's keyboard layout through xkbcommon.
   std::optional<wh::platform::XkbLayout> xkbLayout;
   if (wh::platform::waylandSession() && std::getenv("DISPLAY") == nullptr) xkbLayout.emplace();
-  const wh::KeyboardLayout* keyboardLayout = xkbLayout && xkbLayout->usable() ? &*xkbLayout : &x11Hotkeys;
+  const wh::KeyboardLayout* keyboardLayout = &x11Hotkeys;
+  if (xkbLayout && xkbLayout->usable()) keyboardLayout = &*xkbLayout;
   wh::hotkeys::HotkeyRecorderPanel recorderPanel(keyboardLayout);
 
   wh::Services services(runtime, settings,
