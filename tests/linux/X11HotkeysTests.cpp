@@ -45,5 +45,27 @@ TEST(X11Hotkeys, GrabsWorkWithLockKeysAKeyHeldElsewhereIsReportedAndNamesComeFro
   EXPECT_TRUE(pressed.empty());
 }
 
+// A new keyboard layout moves symbols to other keys: a hotkey goes on working by its symbol. On a
+// German layout Y is where Z is on a US one.
+TEST(X11Hotkeys, GrabsFollowTheirSymbolsToTheKeysOfANewLayout) {
+  test::XvfbDisplay display;
+  REQUIRE_RIG(display.available && !test::findExecutable("setxkbmap").empty(), "no Xvfb with xdotool and setxkbmap");
+  test::qtApplication();
+  X11Hotkeys service(display.name.c_str());
+  Hotkeys hotkeys(service, &service);
+  int pressed = 0;
+  hotkeys.registerKey({0x10, HotkeyModifier::control | HotkeyModifier::option}, [&] { ++pressed; });  // ⌃⌥Y
+  const auto press = [&](const char* keys) {
+    pressed = 0;
+    test::runCommand({"xdotool", "key", keys}, {{"DISPLAY", display.name}});
+    return test::spinUntil([&] { return pressed > 0; }, 3000);
+  };
+  // xdotool types a symbol on the key that carries it in the layout of the moment.
+  ASSERT_TRUE(press("ctrl+alt+y"));
+  ASSERT_EQ(test::runCommand({"setxkbmap", "-display", display.name, "de"}).status, 0);
+  test::spinFor(300);  // the server's notice of the new map
+  EXPECT_TRUE(press("ctrl+alt+y")) << "the grab followed Y to its German key";
+}
+
 }  // namespace
 }  // namespace wh::platform

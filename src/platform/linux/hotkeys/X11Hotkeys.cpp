@@ -154,13 +154,11 @@ std::vector<std::uint16_t> X11Hotkeys::lockVariants() const {
 HotkeyService::Registration X11Hotkeys::registerKey(const HotkeyCombo& combo, std::uint32_t signature, std::uint32_t id) {
   const auto symbol = keySymbol(combo.keyCode);
   if (!connection_ || !symbol) return {std::nullopt, unknownKey};
-  Grab grab{{}, 0, signature, id};
+  Grab grab{{}, 0, signature, id, *symbol};
   for (const auto& [bit, mask] : modifierTable) {
     if ((combo.modifiers & bit) != 0) grab.modifiers |= mask;
   }
-  xcb_keycode_t* keys = xcb_key_symbols_get_keycode(symbols_, *symbol);
-  for (auto* key = keys; key && *key != XCB_NO_SYMBOL; ++key) grab.keys.push_back(*key);
-  free(keys);
+  findKeys(grab);
   if (grab.keys.empty()) return {std::nullopt, unknownKey};
   int status = 0;
   for (const auto key : grab.keys) {
@@ -178,6 +176,26 @@ HotkeyService::Registration X11Hotkeys::registerKey(const HotkeyCombo& combo, st
   }
   grabs_[nextHandle_] = grab;
   return {nextHandle_++, 0};
+}
+
+void X11Hotkeys::findKeys(Grab& grab) const {
+  grab.keys.clear();
+  xcb_keycode_t* keys = xcb_key_symbols_get_keycode(symbols_, grab.symbol);
+  for (auto* key = keys; key && *key != XCB_NO_SYMBOL; ++key) grab.keys.push_back(*key);
+  free(keys);
+}
+
+void X11Hotkeys::grabAgain() {
+  for (auto& [handle, grab] : grabs_) {
+    ungrab(grab);
+    findKeys(grab);
+    for (const auto key : grab.keys) {
+      for (const auto lock : lockVariants()) {
+        xcb_grab_key(connection_, 1, root_, grab.modifiers | lock, key, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+      }
+    }
+  }
+  xcb_flush(connection_);
 }
 
 void X11Hotkeys::ungrab(const Grab& grab) {
@@ -216,6 +234,7 @@ std::optional<std::uint32_t> X11Hotkeys::keyCode(std::uint32_t nativeKeyCode) co
 
 void X11Hotkeys::readEvents() {
   std::vector<std::pair<std::uint32_t, std::uint32_t>> pressed;
+  bool newKeyboardMap = false;
   while (xcb_generic_event_t* generic = xcb_poll_for_event(connection_)) {
     if ((generic->response_type & 0x7F) == XCB_KEY_PRESS) {
       const auto* key = reinterpret_cast<xcb_key_press_event_t*>(generic);
@@ -226,10 +245,14 @@ void X11Hotkeys::readEvents() {
         }
       }
     } else if ((generic->response_type & 0x7F) == XCB_MAPPING_NOTIFY) {
-      xcb_refresh_keyboard_mapping(symbols_, reinterpret_cast<xcb_mapping_notify_event_t*>(generic));
+      auto* mapping = reinterpret_cast<xcb_mapping_notify_event_t*>(generic);
+      xcb_refresh_keyboard_mapping(symbols_, mapping);
+      newKeyboardMap = newKeyboardMap || mapping->request == XCB_MAPPING_KEYBOARD;
     }
     free(generic);
   }
+  // A new layout moves symbols to other keys: the grabs follow them.
+  if (newKeyboardMap) grabAgain();
   if (xcb_connection_has_error(connection_)) notifier_->setEnabled(false);
   // The actions may register again: they run once the grabs are no longer walked.
   for (const auto& [signature, id] : pressed) {

@@ -49,8 +49,13 @@ class X11Hotkeys final : public HotkeyService, public KeyboardLayout {
     std::uint16_t modifiers;
     std::uint32_t signature;
     std::uint32_t id;
+    std::uint32_t symbol;  // the key symbol the keys were found by
   };
   void readEvents();
+  // The keys that carry `grab.symbol` in the keyboard map now.
+  void findKeys(Grab& grab) const;
+  // After a new keyboard map: the same symbols, grabbed on the keys that carry them now.
+  void grabAgain();
   std::vector<std::uint16_t> lockVariants() const;
   void ungrab(const Grab& grab);
 
