@@ -35,10 +35,12 @@ class WaylandTrayEndToEndTest : public testing::TestWithParam<Bar> {
 };
 
 // The agent as a client of the desktop, with the Bluetooth rig's buses.
+// Any warning of Qt's (the Wayland platform's about popups and placement among them) ends it.
 std::unique_ptr<test::ChildProcess> launchOn(const test::WaylandRig& desktop, const test::AgentHome& home,
                                              const test::SystemBusRig& bus, std::string& failure) {
   auto environment = home.environment(bus.environment());
   for (const auto& [name, value] : desktop.environment()) environment[name] = value;
+  environment["QT_FATAL_WARNINGS"] = "1";
   return home.launch(environment, failure);
 }
 
@@ -59,7 +61,8 @@ TEST_P(WaylandTrayEndToEndTest, ItemsRegisterInTheBarsTrayAndStandOutFromTheBar)
                             .textColour = GetParam().text});
   REQUIRE_RIG(desktop.available(), desktop.whyNot());
   ASSERT_TRUE(bus.addHeadphones());
-  home.writeSettings({{"devices", test::AgentHome::devicesValue(nlohmann::json::array(
+  home.writeSettings({{"onboardingDone", true},
+                      {"devices", test::AgentHome::devicesValue(nlohmann::json::array(
                                       {{{"address", "aa-bb-cc-dd-ee-ff"}, {"name", "WH-1000XM4"}}}))}});
   std::string failure;
   auto agent = launchOn(desktop, home, bus, failure);
