@@ -29,6 +29,8 @@ TEST(Hotkeys, IdsGoOnAfterRemoveAllTakenAndImpossibleKeysAreLoggedAndOnlyOwnIdsR
       EXPECT_EQ(log->lines.empty() ? "" : log->lines.back(), line ? line : "") << hotkeyText(combo, nullptr);
       log->lines.clear();
     }
+    EXPECT_TRUE(hotkeys.isTaken({96, ctrl | shift})) << "a grab another program holds";
+    EXPECT_FALSE(hotkeys.isTaken({300, super})) << "a key that does not exist is not taken";
     service.press({0, ctrl | alt});
     service.pressed(Hotkeys::signature + 1, 1);  // another program's key that happens to carry id 1
     service.pressed(Hotkeys::signature, 99);     // an id never handed out
@@ -52,8 +54,11 @@ TEST(Hotkeys, AKeyTheServiceRefusesLaterIsTakenInTheSameWordsAndItsActionGoes) {
     hotkeys.registerKey({0, ctrl}, [] {});
     ASSERT_EQ(service.grabs.size(), 2u);
     ASSERT_TRUE(service.refused);
+    EXPECT_FALSE(hotkeys.isTaken({96, ctrl | shift}));
     service.refused(1, -2);  // the desktop refused the first key after binding it
     EXPECT_EQ(log->lines.back(), "hotkey ⌃⇧F5 is taken (-2)");
+    EXPECT_TRUE(hotkeys.isTaken({96, ctrl | shift})) << "kept for the recorder to say";
+    EXPECT_FALSE(hotkeys.isTaken({0, ctrl}));
     EXPECT_EQ(service.grabs.size(), 1u) << "given back to the service";
     service.pressed(Hotkeys::signature, 1);
     EXPECT_EQ(ran, 0);
@@ -63,6 +68,17 @@ TEST(Hotkeys, AKeyTheServiceRefusesLaterIsTakenInTheSameWordsAndItsActionGoes) {
     EXPECT_TRUE(log->lines.empty());
   }
   EXPECT_FALSE(service.refused) << "gone with their owner";
+}
+
+TEST(HotkeyRecorder, ATakenCombinationIsSaidFirstOverTheSessionsLimitation) {
+  FakeHotkeyService service;
+  service.limit = "hotkeys work only while an X11 window is focused";
+  FakeRecorderPanel panel;
+  HotkeyRecorder recorder({panel, &service, &service});
+  recorder.record("Sleep Buds", [](auto) {}, HotkeyCombo{96, ctrl | shift});
+  EXPECT_EQ(panel.hint, "⌃⇧F5 is taken: the desktop or another program keeps it. Press another combination.");
+  recorder.record("Sleep Buds", [](auto) {});
+  EXPECT_EQ(panel.hint, *service.limit);
 }
 
 TEST(HotkeyRecorder, EscapeCancelsModifierlessKeysEarnAHintOthersAreTakenAndASecondOpeningCancelsTheFirst) {

@@ -174,11 +174,15 @@ void AppDelegate::registerHotkeys() {
 
 void AppDelegate::recordHotkey(const DeviceSetting& device) {
   const std::string address = normalizeAddress(device.address);
+  // A combination that was refused is said first: the person came to change it.
+  std::optional<HotkeyCombo> taken;
+  if (device.hotkey && hotkeys_ != nullptr && hotkeys_->isTaken(*device.hotkey)) taken = device.hotkey;
   services_.recorder.record(ui::DeviceMenu::displayName(device),
                            lifetime_.guard([this, address](std::optional<HotkeyCombo> combo) {
                              if (!combo) return;
                              ui::DeviceMenu::update(settings_, address, [&combo](DeviceSetting& record) { record.hotkey = combo; });
-                           }));
+                           }),
+                           taken);
 }
 
 std::string AppDelegate::startLine() const {

@@ -7,7 +7,7 @@
 
 namespace wh {
 
-void HotkeyRecorder::record(const std::string& name, Completion completion) {
+void HotkeyRecorder::record(const std::string& name, Completion completion, std::optional<HotkeyCombo> taken) {
   if (isOpen()) finish(std::nullopt, true);
   completion_ = std::move(completion);
   const std::uint64_t session = ++session_;
@@ -23,7 +23,9 @@ void HotkeyRecorder::record(const std::string& name, Completion completion) {
                      [this, current](const std::string& keyName) {
                        if (current()) ports_.panel.setHint(texts::unusableKey(keyName));
                      }});
-  if (ports_.service != nullptr) {
+  if (taken) {
+    ports_.panel.setHint(display(*taken) + texts::kHotkeyTaken);
+  } else if (ports_.service != nullptr) {
     if (auto reason = ports_.service->unavailableReason()) {
       ports_.panel.setHint(*reason);
     } else if (auto limit = ports_.service->limitation()) {

@@ -43,8 +43,9 @@ class HotkeyRecorder {
   HotkeyRecorder& operator=(const HotkeyRecorder&) = delete;
 
   // Opens the panel for the headphones called `name`, cancelling one that is open; `completion`
-  // gets the new combination, or nothing when the user cancels.
-  void record(const std::string& name, Completion completion);
+  // gets the new combination, or nothing when the user cancels. `taken` is their combination when
+  // the system or another program keeps it from working: the panel says so first.
+  void record(const std::string& name, Completion completion, std::optional<HotkeyCombo> taken = std::nullopt);
   bool isOpen() const { return static_cast<bool>(completion_); }
   // Why the system keeps the combination for itself, or nothing when it does not.
   std::optional<std::string> reservedBySystem(const HotkeyCombo& combo) const;

@@ -1,5 +1,7 @@
 #include "core/hotkeys/Hotkeys.h"
 
+#include <algorithm>
+
 #include "core/log/Log.h"
 
 namespace wh {
@@ -23,18 +25,26 @@ void Hotkeys::registerKey(const HotkeyCombo& combo, std::function<void()> action
       Log::info("hotkey " + text + " has a key code no key has here; skipped");
     } else {
       Log::info("hotkey " + text + " is taken (" + std::to_string(registration.status) + ")");
+      taken_.push_back(combo);
     }
     return;
   }
   refs_[id] = *registration.handle;
   actions_[id] = std::move(action);
   texts_[id] = text;
+  combos_[id] = combo;
+}
+
+bool Hotkeys::isTaken(const HotkeyCombo& combo) const {
+  return std::find(taken_.begin(), taken_.end(), combo) != taken_.end();
 }
 
 void Hotkeys::refused(std::uint32_t id, int status) {
   const auto found = refs_.find(id);
   if (found == refs_.end()) return;
   Log::info("hotkey " + texts_[id] + " is taken (" + std::to_string(status) + ")");
+  taken_.push_back(combos_[id]);
+  combos_.erase(id);
   service_.unregisterKey(found->second);
   refs_.erase(found);
   actions_.erase(id);
@@ -46,6 +56,8 @@ void Hotkeys::removeAll() {
   refs_.clear();
   actions_.clear();
   texts_.clear();
+  combos_.clear();
+  taken_.clear();
 }
 
 void Hotkeys::pressed(std::uint32_t keySignature, std::uint32_t id) {

@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/hotkeys/HotkeyDisplay.h"
 
@@ -61,6 +62,8 @@ class Hotkeys {
   // Unregisters every key and forgets their ids and actions; ids go on from where they were.
   void removeAll();
   std::size_t count() const { return refs_.size(); }
+  // Whether the combination was asked for and refused (held by another program, or by the desktop).
+  bool isTaken(const HotkeyCombo& combo) const;
 
  private:
   void pressed(std::uint32_t keySignature, std::uint32_t id);
@@ -71,6 +74,8 @@ class Hotkeys {
   std::map<std::uint32_t, HotkeyService::Handle> refs_;
   std::map<std::uint32_t, std::function<void()>> actions_;
   std::map<std::uint32_t, std::string> texts_;  // the display text of each registered key
+  std::map<std::uint32_t, HotkeyCombo> combos_;
+  std::vector<HotkeyCombo> taken_;
   std::uint32_t nextID_ = 1;
   bool handlerInstalled_ = false;
 };

@@ -126,6 +126,9 @@ inline constexpr const char* kAppVolumeRecording =
     "The sound server must let Wrenhaven capture what apps play to change one app's volume. Nothing is recorded.";
 
 inline constexpr const char* kTrayMissingTitle = "No tray icon";
+// After a combination, in the recorder: it is registered but does not work.
+inline constexpr const char* kHotkeyTaken =
+    " is taken: the desktop or another program keeps it. Press another combination.";
 // Why the tray icon is not shown: no tray on this desktop (GNOME Shell without its AppIndicator
 // extension, or another desktop without one), and what brings one.
 std::string trayMissing(bool gnomeShell);
