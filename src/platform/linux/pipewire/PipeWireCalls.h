@@ -3,12 +3,16 @@
 // make those calls once, here, so the casts stay out of the code that uses them.
 
 #include <pipewire/pipewire.h>
+#include <spa/param/audio/format-utils.h>
+
+#include <cstdint>
 
 namespace wh::platform::pw {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wold-style-cast"
 #pragma GCC diagnostic ignored "-Wpedantic"  // clang: the macros are GNU statement expressions
+#pragma GCC diagnostic ignored "-Wnull-dereference"  // GCC, optimising: the macros read the interface unchecked
 
 inline int addListener(pw_core* core, spa_hook* hook, const pw_core_events* events, void* data) {
   return pw_core_add_listener(core, hook, events, data);
@@ -22,6 +26,17 @@ inline int sync(pw_core* core) { return pw_core_sync(core, PW_ID_CORE, 0); }
 inline pw_proxy* createObject(pw_core* core, const char* factory, const char* type, std::uint32_t version,
                               const spa_dict* properties) {
   return static_cast<pw_proxy*>(pw_core_create_object(core, factory, type, version, properties, 0));
+}
+
+// Interleaved 32-bit float stereo (FL, FR) at `rate`, built in `builder`'s memory.
+inline const spa_pod* stereoFloatFormat(spa_pod_builder* builder, std::uint32_t rate) {
+  spa_audio_info_raw info{};
+  info.format = SPA_AUDIO_FORMAT_F32;
+  info.rate = rate;
+  info.channels = 2;
+  info.position[0] = SPA_AUDIO_CHANNEL_FL;
+  info.position[1] = SPA_AUDIO_CHANNEL_FR;
+  return spa_format_audio_raw_build(builder, SPA_PARAM_EnumFormat, &info);
 }
 
 #pragma GCC diagnostic pop

@@ -122,6 +122,7 @@ std::optional<PipeWireConnection::Failure> PipeWireConnection::connect() {
   }();
   pw::addListener(core_, &coreListener_, &events, this);
   registry_ = pw::registry(core_);
+  if (registry_ == nullptr) return Failure{Failure::Kind::refused, -errno, "no registry"};
   pw::addListener(registry_, &registryListener_, &registryEvents, this);
   if (pw_thread_loop_start(loop_) < 0) return Failure{Failure::Kind::unreachable, -errno, "no loop thread"};
   running_ = true;

@@ -39,7 +39,7 @@ class PipeWireConnection {
   };
 
   struct Options {
-    std::string remote;  // empty: libpipewire's own search
+    std::string remote{};  // empty: libpipewire's own search
     std::string clientName = "Wrenhaven";
     std::string threadName = "wrenhaven.pipewire";
     double timeout = 2.0;  // seconds, for each wait
