@@ -225,6 +225,9 @@ void measure(test::SoundServer server, int seconds, double fillMargin,
   tap->stop();
   std::cout << serverName << " (" << (graph == nullptr ? "pulse protocol" : path == platform::PipeWireGainPath::Design::filter ? "filter node" : "stream pair")
             << "): graph cycle " << (graph != nullptr ? std::to_string(graph->quantum()) + "/" + std::to_string(graph->rate()) : "-")
+            << (graph != nullptr ? ", " + std::to_string(graph->starvedCycles()) + " of " + std::to_string(graph->cycles()) +
+                                       " cycles without the sink's sound"
+                                 : "")
             << "; " << gaps << " dropouts heard at the monitor in " << length
             << " s; the whole process used " << 100 * processUse / seconds << " % of one core\n";
   std::cout << serverName << ": onset " << direct * 1000 << " ms direct, " << tapped * 1000 << " ms tapped (added "

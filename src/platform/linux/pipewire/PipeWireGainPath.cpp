@@ -3,6 +3,7 @@
 #include <pipewire/filter.h>
 #include <pipewire/stream.h>
 #include <pthread.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <array>
@@ -20,6 +21,8 @@ using Global = PipeWireConnection::Global;
 
 constexpr std::array<const char*, 2> channels{"FL", "FR"};
 constexpr std::uint32_t tapRate = 48000;
+// Above every ordinary thread, below the sound server's own (PipeWire's default is 88).
+constexpr int graphThreadPriority = 20;
 // The longest cycle PipeWire runs (its default clock.max-quantum), for the stand-in silence.
 constexpr std::size_t maxQuantum = 8192;
 
@@ -198,14 +201,20 @@ std::optional<Failure> PipeWireGainPath::link(std::uint32_t fromPort, std::uint3
 }
 
 // The connection's data loop runs the node on a thread of the tap's own; it carries the tap's
-// name, as the pulse protocol's audio thread does.
-void PipeWireGainPath::nameThread() {
-  if (cycles_.load(std::memory_order_relaxed) == 0) pthread_setname_np(pthread_self(), "wrenhaven.tap");
+// name, as the pulse protocol's audio thread does, and runs at real-time priority where the
+// system allows it: libpipewire's client configuration loads no real-time module, and the graph
+// waits for the node in every cycle (a few milliseconds), which an ordinary thread on a busy
+// machine misses now and then.
+void PipeWireGainPath::enterGraphThread() {
+  if (cycles_.load(std::memory_order_relaxed) != 0) return;
+  pthread_setname_np(pthread_self(), "wrenhaven.tap");
+  const sched_param priority{graphThreadPriority};
+  pthread_setschedparam(pthread_self(), SCHED_FIFO, &priority);
 }
 
 // On the graph's real-time thread, once per cycle.
 void PipeWireGainPath::process(std::uint32_t frames, std::uint32_t rate) {
-  nameThread();
+  enterGraphThread();
   quantum_.store(frames, std::memory_order_relaxed);
   rate_.store(rate, std::memory_order_relaxed);
   cycles_.fetch_add(1, std::memory_order_relaxed);
@@ -215,6 +224,7 @@ void PipeWireGainPath::process(std::uint32_t frames, std::uint32_t rate) {
   const auto bytes = static_cast<std::uint32_t>(frames * sizeof(float));
   for (std::size_t c = 0; c < channels.size(); ++c) {
     const auto* source = static_cast<const float*>(pw_filter_get_dsp_buffer(inputs_[c], frames));
+    if (source == nullptr && c == 0) starved_.fetch_add(1, std::memory_order_relaxed);
     in[c] = {1, bytes, source != nullptr ? source : silence_.data()};
     out[c] = {1, bytes, static_cast<float*>(pw_filter_get_dsp_buffer(outputs_[c], frames))};
   }
@@ -275,9 +285,12 @@ std::optional<Failure> PipeWireGainPath::buildStreamPair(const Request& request)
 
 // On the graph's real-time thread: what the capture stream got goes to the playback stream.
 void PipeWireGainPath::processPair() {
-  nameThread();
+  enterGraphThread();
   pw_buffer* in = pw_stream_dequeue_buffer(capture_);
-  if (in == nullptr) return;
+  if (in == nullptr) {
+    starved_.fetch_add(1, std::memory_order_relaxed);
+    return;
+  }
   pw_buffer* out = pw_stream_dequeue_buffer(playback_);
   if (out != nullptr) {
     const spa_data& source = in->buffer->datas[0];

@@ -53,6 +53,8 @@ class PipeWireGainPath {
   std::uint32_t quantum() const { return quantum_.load(std::memory_order_relaxed); }
   std::uint32_t rate() const { return rate_.load(std::memory_order_relaxed); }
   std::uint64_t cycles() const { return cycles_.load(std::memory_order_relaxed); }
+  // Cycles in which the sink's sound had not reached the node (it played silence).
+  std::uint64_t starvedCycles() const { return starved_.load(std::memory_order_relaxed); }
   // Whether the connection to the daemon still holds.
   bool connected() const { return connection_->connected(); }
 
@@ -63,7 +65,7 @@ class PipeWireGainPath {
   std::optional<PipeWireConnection::Failure> link(std::uint32_t fromPort, std::uint32_t toPort);
   void process(std::uint32_t frames, std::uint32_t rate);
   void processPair();
-  void nameThread();
+  void enterGraphThread();
 
   std::unique_ptr<PipeWireConnection> connection_;
   GainBox& box_;
@@ -76,7 +78,7 @@ class PipeWireGainPath {
   struct Hooks;
   std::unique_ptr<Hooks> hooks_;
   std::atomic<std::uint32_t> quantum_{0}, rate_{0};
-  std::atomic<std::uint64_t> cycles_{0};
+  std::atomic<std::uint64_t> cycles_{0}, starved_{0};
 };
 
 }  // namespace wh::platform

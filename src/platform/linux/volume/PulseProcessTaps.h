@@ -8,7 +8,10 @@
 // also records the sink's monitor and plays it, through the gain mixer, to the output device, on
 // its connection's real-time thread "wrenhaven.tap"; the playback rate follows the fill of the
 // output stream, so the two clocks' drift neither starves nor piles up the stream (the tap
-// measures the stream and applies what its TapRateControl decides). A tap built while another of the application's runs
+// measures the stream and applies what its TapRateControl decides). On PipeWire the gain tap
+// instead plays the sink to the output through a node of its own inside PipeWire's graph
+// (PipeWireGainPath: one clock, no rate control), and over the pulse protocol only where the
+// daemon is out of reach. A tap built while another of the application's runs
 // takes over its sink, so a rebuild moves no stream. The last tap to stop moves the streams back
 // where they were (or to the default output when that is gone) and unloads the sink. Failures
 // carry the server's error numbers.
