@@ -6,16 +6,26 @@
 // both run dry at once, the server was held up, not the tap; and the share of time the hypervisor
 // took from this virtual machine is read from /proc/stat.
 //
-//   tap_rig [seconds] [fill margin in seconds] [pulseaudio|pipewire]
-//   (defaults: 600, the adapter's own margin, both servers)
+// On PipeWire the gain can instead go through the agent's node inside PipeWire's graph ("filter",
+// the adapter's choice there, or "pair", a loopback of two streams; "pulse" is the pulse
+// protocol's path): the bench then prints the graph's cycle, counts the CPU time of every thread
+// the path adds (its loop, and the data loop that runs the node), and, in place of the output
+// stream's underflows, the dropouts heard at the output's monitor (1 ms or more of silence inside
+// the tone).
+//
+//   tap_rig [seconds] [fill margin in seconds] [pulseaudio|pipewire] [pulse|filter|pair|none]
+//   (defaults: 600, the adapter's own margin, both servers, the adapter's own path; "none" only
+//   counts the dropouts of the tone played straight to the output)
 
 #include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -54,13 +64,13 @@ double onsetDelay(const PulseRig& rig, test::ChildProcess& tone) {
   return delays.empty() ? -1 : delays[delays.size() / 2];
 }
 
-// CPU seconds of this process's threads named `name`.
+// CPU seconds of this process's threads whose names start with `name`.
 double threadCpu(const std::string& name) {
   double total = 0;
   if (DIR* dir = ::opendir("/proc/self/task")) {
     while (dirent* entry = ::readdir(dir)) {
       const std::string task = std::string("/proc/self/task/") + entry->d_name;
-      if (entry->d_name[0] == '.' || test::readFile(task + "/comm") != name + "\n") continue;
+      if (entry->d_name[0] == '.' || !test::readFile(task + "/comm").starts_with(name)) continue;
       std::istringstream stat(test::readFile(task + "/stat").substr(test::readFile(task + "/stat").rfind(')') + 2));
       std::string skip;
       long user = 0, system = 0;
@@ -90,7 +100,70 @@ std::pair<long long, long long> stolenTicks() {
   return {steal, total};
 }
 
-void measure(test::SoundServer server, int seconds, double fillMargin) {
+// Dropouts in a recording of the tone: runs of 1 ms or more without a sample above 0.01 (the tone
+// is a 1 kHz sine at half of full scale, near zero for a sample or two at each crossing).
+int dropouts(const std::string& recording) {
+  int count = 0, quiet = 0;
+  for (std::size_t at = 0; at + 4 <= recording.size(); at += 4) {
+    float sample = 0;
+    std::memcpy(&sample, recording.data() + at, 4);
+    quiet = std::abs(sample) > 0.01F ? 0 : quiet + 1;
+    if (quiet == 48) {
+      ++count;
+      std::cerr << "dropout at " << double(at / 4) / 48000 << " s into the recording\n";
+    }
+  }
+  return count;
+}
+
+// CPU seconds of the whole process: on PipeWire's graph the node runs on libpipewire's data loop,
+// a thread without a name of its own, so the whole (the rig's idle hardware layer included)
+// stands as an upper bound.
+double processCpu() {
+  const std::string stat = test::readFile("/proc/self/stat");
+  std::istringstream fields(stat.substr(stat.rfind(')') + 2));
+  std::string skip;
+  long user = 0, system = 0;
+  for (int field = 3; field < 14; ++field) fields >> skip;
+  fields >> user >> system;
+  return double(user + system) / double(::sysconf(_SC_CLK_TCK));
+}
+
+// Records the speakers' monitor into a file until `stop` (a pipe would fill over a long run).
+struct MonitorRecording {
+  std::string path;
+  test::ChildProcess parec;
+  MonitorRecording(const PulseRig& rig, const std::string& file)
+      : path(file),
+        parec({"parec", "--raw", "--format=float32le", "--channels=1", "--rate=48000", "-d",
+               std::string(PulseRig::laptopSpeakers) + ".monitor", file},
+              rig.clientEnvironment()) {}
+  // The dropouts, less the first and last 0.2 s (the recorder's own start and end), and the seconds.
+  std::pair<int, double> stop() {
+    parec.terminate(SIGTERM);
+    parec.waitFor(5s);
+    const std::string recording = test::readFile(path);
+    std::remove(path.c_str());
+    const std::size_t edge = 48000 / 5 * 4;
+    return {recording.size() > 2 * edge ? dropouts(recording.substr(edge, recording.size() - 2 * edge)) : -1,
+            double(recording.size()) / 4 / 48000};
+  }
+};
+
+// The tone at the output's monitor for `seconds` without a tap (the baseline of the dropouts).
+void listenDirect(test::SoundServer server, int seconds) {
+  PulseRig rig(server);
+  auto tone = rig.available() ? rig.client({"--tone"}) : nullptr;
+  if (!tone) return;
+  MonitorRecording heard(rig, "/tmp/tap_rig_direct." + std::to_string(::getpid()));
+  std::this_thread::sleep_for(std::chrono::seconds(seconds));
+  const auto [gaps, length] = heard.stop();
+  std::cout << (server == test::SoundServer::pulseAudio ? "PulseAudio" : "PipeWire") << " (no tap): " << gaps
+            << " dropouts heard at the monitor in " << length << " s\n";
+}
+
+void measure(test::SoundServer server, int seconds, double fillMargin,
+             std::optional<platform::PipeWireGainPath::Design> path) {
   const char* serverName = server == test::SoundServer::pulseAudio ? "PulseAudio" : "PipeWire";
   PulseRig rig(server);
   if (!rig.available()) {
@@ -102,6 +175,8 @@ void measure(test::SoundServer server, int seconds, double fillMargin) {
   hardware.waitUntilReady(10);
   platform::PulseProcessTaps::Options options{.server = rig.server()};
   if (fillMargin > 0) options.fillMargin = fillMargin;
+  options.pipeWirePath = path;
+  options.pipeWireRemote = rig.pipeWireSocket();
   platform::PulseProcessTaps taps(hardware, options);
   auto tone = rig.client({"--tone"});
   if (!tone) return;
@@ -118,14 +193,18 @@ void measure(test::SoundServer server, int seconds, double fillMargin) {
   }
   auto tap = std::dynamic_pointer_cast<platform::PulseProcessTaps::Tap>(std::get<std::shared_ptr<ProcessTap>>(built));
   const double tapped = onsetDelay(rig, *tone), reported = tap->latency();
-  const double cpuBefore = threadCpu("wrenhaven.tap");
+  const platform::PipeWireGainPath* graph = tap->pipeWirePath();
+  const double cpuBefore = threadCpu("wrenhaven.tap"), processBefore = processCpu();
+  // The tone at the output's monitor for the whole run, for dropouts.
+  MonitorRecording heard(rig, "/tmp/tap_rig_tapped." + std::to_string(::getpid()));
   const auto stealBefore = stolenTicks();
   const double start = monotonicSeconds();
   std::vector<double> tapDry;  // when each underflow of the tap was seen (polled every 2 ms)
   for (auto seen = tap->underflows(); monotonicSeconds() < start + seconds; std::this_thread::sleep_for(2ms)) {
     for (; seen < tap->underflows(); ++seen) tapDry.push_back(monotonicSeconds());
   }
-  const double cpu = threadCpu("wrenhaven.tap") - cpuBefore;
+  const double cpu = threadCpu("wrenhaven.tap") - cpuBefore, processUse = processCpu() - processBefore;
+  const auto [gaps, length] = heard.stop();
   const auto stealAfter = stolenTicks();
   const double stolen = double(stealAfter.first - stealBefore.first) / double(stealAfter.second - stealBefore.second);
   std::vector<double> toneDry;
@@ -144,6 +223,13 @@ void measure(test::SoundServer server, int seconds, double fillMargin) {
   });
   const double tappedLater = onsetDelay(rig, *tone), reportedLater = tap->latency();
   tap->stop();
+  std::cout << serverName << " (" << (graph == nullptr ? "pulse protocol" : path == platform::PipeWireGainPath::Design::filter ? "filter node" : "stream pair")
+            << "): graph cycle " << (graph != nullptr ? std::to_string(graph->quantum()) + "/" + std::to_string(graph->rate()) : "-")
+            << (graph != nullptr ? ", " + std::to_string(graph->starvedCycles()) + " of " + std::to_string(graph->cycles()) +
+                                       " cycles without the sink's sound"
+                                 : "")
+            << "; " << gaps << " dropouts heard at the monitor in " << length
+            << " s; the whole process used " << 100 * processUse / seconds << " % of one core\n";
   std::cout << serverName << ": onset " << direct * 1000 << " ms direct, " << tapped * 1000 << " ms tapped (added "
             << (tapped - direct) * 1000 << " ms), " << (tappedLater - direct) * 1000 << " ms added after " << seconds
             << " s; the server reports " << reported * 1000 << " ms from tap sink to output, " << reportedLater * 1000
@@ -159,6 +245,16 @@ int main(int argc, char** argv) {
   const int seconds = argc > 1 ? std::atoi(argv[1]) : 600;
   const double fillMargin = argc > 2 ? std::atof(argv[2]) : 0;
   const std::string only = argc > 3 ? argv[3] : "";  // "pulseaudio" or "pipewire": that server alone
-  if (only != "pipewire") measure(test::SoundServer::pulseAudio, seconds, fillMargin);
-  if (only != "pulseaudio") measure(test::SoundServer::pipeWire, seconds, fillMargin);
+  const std::string way = argc > 4 ? argv[4] : "filter";
+  const auto path = way == "pulse"  ? std::nullopt
+                    : way == "pair" ? std::optional(platform::PipeWireGainPath::Design::streamPair)
+                                    : std::optional(platform::PipeWireGainPath::Design::filter);
+  for (const auto server : {test::SoundServer::pulseAudio, test::SoundServer::pipeWire}) {
+    if (only == (server == test::SoundServer::pulseAudio ? "pipewire" : "pulseaudio")) continue;
+    if (way == "none") {
+      listenDirect(server, seconds);
+    } else {
+      measure(server, seconds, fillMargin, path);
+    }
+  }
 }

@@ -1,18 +1,23 @@
 // The real agent giving one application its own volume on private PulseAudio and PipeWire servers,
-// with real sound measured at the output's monitor: half the gain, a new default output, mute
+// with real sound measured at the output's monitor: half the gain, a new default output (with no
+// burst at full volume while the tap moves), full volume leaving nothing behind, mute
 // through the settings program's "reload", and the sound given back after the agent was killed;
 // then the output device unplugged, the server restarted and an app gone while its tap is built;
 // a stream that something keeps moving away, reported; and each stop signal giving a muted app its
 // sound back as Quit does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "core/settings/Settings.h"
 #include "platform/linux/audio/PulseMirror.h"
+#include "platform/linux/pipewire/PipeWireConnection.h"
 #include "platform/linux/settings/JsonFileStore.h"
 #include "support/AgentHome.h"
 #include "support/DBusDaemon.h"
@@ -59,6 +64,47 @@ class AppVolumeEndToEndTest : public testing::TestWithParam<test::SoundServer> {
       traces += tap ? line + "\n" : "";
     }
     return traces;
+  }
+  // The names of the tap's nodes in PipeWire's graph (its sink, and the node that applies the
+  // gain), which the pulse server does not all list; none on PulseAudio.
+  std::vector<std::string> graphNodes() const {
+    std::vector<std::string> names;
+    if (GetParam() != test::SoundServer::pipeWire) return names;
+    auto opened = platform::PipeWireConnection::open({.remote = pulse.pipeWireSocket()});
+    if (auto* failure = std::get_if<platform::PipeWireConnection::Failure>(&opened)) {
+      ADD_FAILURE() << failure->text();
+      return names;
+    }
+    for (const auto& node : std::get<0>(opened)->globals(PW_TYPE_INTERFACE_Node)) {
+      const std::string* name = node.property(PW_KEY_NODE_NAME);
+      if (name != nullptr && name->starts_with(platform::tapSinkPrefix)) names.push_back(*name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  // Records an output's monitor until `loudest` is asked: then the level of its loudest 10 ms.
+  struct Listener {
+    std::unique_ptr<test::ChildProcess> parec;
+    double loudest() {
+      parec->terminate(SIGTERM);
+      parec->waitFor(5s);
+      const std::string raw = parec->output();
+      std::vector<float> samples(raw.size() / sizeof(float));
+      if (!samples.empty()) std::memcpy(samples.data(), raw.data(), samples.size() * sizeof(float));
+      double loudest = -200;
+      for (std::size_t at = 0; at + 480 <= samples.size(); at += 480) {
+        double sum = 0;
+        for (std::size_t i = at; i < at + 480; ++i) sum += double(samples[i]) * samples[i];
+        loudest = std::max(loudest, 10 * std::log10(sum / 480 + 1e-20));
+      }
+      return loudest;
+    }
+  };
+  Listener listen(const std::string& sink) const {
+    return {std::make_unique<test::ChildProcess>(
+        std::vector<std::string>{"parec", "--raw", "--format=float32le", "--channels=1", "--rate=48000",
+                                 "--latency-msec=10", "-d", pulse.nodeName(sink) + ".monitor"},
+        pulse.clientEnvironment())};
   }
   test::AgentHome home;
   PulseRig pulse{GetParam()};
@@ -125,6 +171,44 @@ TEST_P(AppVolumeEndToEndTest, AGainTapOutlivesItsOutputAndTheServerAndAnAppGoneM
   // A muted app keeps its tap for 20 s after its last stream, for a stream that comes back.
   EXPECT_TRUE(test::eventually([&] { return tapTraces().empty(); }, 45s)) << tapTraces() << home.log();
   EXPECT_TRUE(test::eventually([&] { return home.status("agent.taps") == nlohmann::json::object(); })) << home.log();
+}
+
+// A new default output under a gain tap: the tap follows at once and neither output hears the app
+// at full volume meanwhile (on PipeWire the gain runs inside the graph). Back to full volume, the
+// tap goes at once and leaves nothing.
+TEST_P(AppVolumeEndToEndTest, ANewOutputUnderAGainTapBringsNoFullVolumeBurstAndFullVolumeLeavesNothing) {
+  const std::string speakers = PulseRig::laptopSpeakers, buds = pulse.nodeName(PulseRig::headphonesOutput);
+  auto tone = playTone();
+  ASSERT_TRUE(tone);
+  const double full = pulse.level(speakers), half = full - 6.02;
+  launch(R"({"org.example.Tone":{"gain":0.5,"muted":false}})");
+  ASSERT_NEAR(pulse.level(speakers, half), half, 0.5) << home.log();
+  const auto nodes = graphNodes();
+  if (GetParam() == test::SoundServer::pipeWire) {
+    ASSERT_EQ(nodes.size(), 2U) << "the tap's sink and its gain node";
+    EXPECT_TRUE(nodes[1].ends_with(".gain")) << nodes[1];
+    EXPECT_EQ(pulse.pactl({"list", "sink-inputs"}).output.find("Wrenhaven"), std::string::npos)
+        << "no stream of the tap's on the pulse server";
+  }
+
+  auto atSpeakers = listen(speakers), atBuds = listen(buds);
+  std::this_thread::sleep_for(300ms);  // both recorders running
+  ASSERT_EQ(pulse.pactl({"set-default-sink", buds}).status, 0);
+  EXPECT_NEAR(pulse.level(buds, half), half, 0.5) << "on the new output: " << home.log();
+  EXPECT_LT(pulse.level(speakers, -200), -60);
+  EXPECT_LT(atSpeakers.loudest(), half + 1) << "no burst on the old output";
+  EXPECT_LT(atBuds.loudest(), half + 1) << "no burst on the new output";
+  if (GetParam() == test::SoundServer::pipeWire) {
+    EXPECT_TRUE(test::eventually([&] { return graphNodes().size() == 2; })) << testing::PrintToString(graphNodes());
+    EXPECT_EQ(home.log().find("over the pulse protocol"), std::string::npos) << "relinked inside the graph: " << home.log();
+  }
+
+  platform::JsonFileStore(home.settingsFile())
+      .set(Keys::appVolumes, StoreValue::data(R"({"org.example.Tone":{"gain":1,"muted":false}})"));
+  ASSERT_EQ(test::AgentHome::command(bus.address(), {"'reload'", "@a{sv} {}"}).status, 0);
+  EXPECT_NEAR(pulse.level(buds, full), full, 0.5) << home.log();
+  EXPECT_TRUE(test::eventually([&] { return tapTraces().empty() && graphNodes().empty(); }))
+      << tapTraces() << testing::PrintToString(graphNodes());
 }
 
 // Something keeps moving a muted app's stream back to the speakers: the agent lets it go and says

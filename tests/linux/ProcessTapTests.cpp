@@ -8,6 +8,7 @@
 
 #include "QtLoop.h"
 #include "platform/linux/audio/PulseAudioHardware.h"
+#include "platform/linux/pipewire/PipeWireConnection.h"
 #include "platform/linux/runtime/QtRuntime.h"
 #include "platform/linux/volume/PulseProcessTaps.h"
 #include "support/PulseRig.h"
@@ -52,7 +53,7 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   REQUIRE_RIG(rig.available(), rig.whyNot());
   PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
   ASSERT_TRUE(hardware.waitUntilReady(10));
-  PulseProcessTaps taps(hardware, {.server = rig.server()});
+  PulseProcessTaps taps(hardware, {.server = rig.server(), .pipeWireRemote = rig.pipeWireSocket()});
   auto tone = rig.client({"--tone"});
   ASSERT_TRUE(tone);
   const AudioObjectID process = processOf(hardware, *tone);
@@ -71,8 +72,13 @@ TEST_P(ProcessTapTest, GainAndMuteCoverLaterStreamsAndStopOrAFailedBuildLeavesNo
   auto tap = std::get<std::shared_ptr<ProcessTap>>(build(Mode::gain, speakers));
   EXPECT_NEAR(rig.level(speakers, full - 6.02), full - 6.02, 0.5);
   EXPECT_TRUE(tap->box().sawSignal());
-  const double latency = std::dynamic_pointer_cast<PulseProcessTaps::Tap>(tap)->latency();
-  EXPECT_TRUE(latency >= 0 && latency < 0.25) << latency << " s from the tap sink to the speakers";
+  // On PipeWire the gain runs inside its graph (PipeWireProcessTapTest); elsewhere over two streams.
+  auto* pulseTap = std::dynamic_pointer_cast<PulseProcessTaps::Tap>(tap).get();
+  EXPECT_EQ(pulseTap->pipeWirePath() != nullptr, GetParam() == test::SoundServer::pipeWire);
+  const double latency = pulseTap->latency();
+  if (pulseTap->pipeWirePath() == nullptr) {
+    EXPECT_TRUE(latency >= 0 && latency < 0.25) << latency << " s from the tap sink to the speakers";
+  }
   tap->stop();
   EXPECT_EQ(placement(client), "alsa_ ");
 
@@ -122,6 +128,73 @@ TEST_P(ProcessTapTest, SaysWhenItCannotKeepAStreamAndIsNoOutputForOthers) {
 }
 
 INSTANTIATE_TEST_SUITE_P(S, ProcessTapTest, test::bothSoundServers(), test::soundServerTestName);
+
+// On PipeWire a gain tap's sink is played to the output by a node of the tap's inside the graph:
+// half the gain at the speakers, no stream of the tap's on the pulse server for the filter node,
+// and nothing of it left after the stop. With the daemon out of reach, the pulse protocol's path
+// takes over.
+TEST(PipeWireProcessTapTest, TheGainRunsInsideTheGraphInEachDesignAndLeavesNothing) {
+  const bool qt = (test::qtApplication(), true);
+  ASSERT_TRUE(qt);
+  PulseRig rig(test::SoundServer::pipeWire);
+  REQUIRE_RIG(rig.available(), rig.whyNot());
+  QtRuntime runtime;
+  PulseAudioHardware hardware(runtime.main(), {.server = rig.server()});
+  ASSERT_TRUE(hardware.waitUntilReady(10));
+  auto tone = rig.client({"--tone"});
+  ASSERT_TRUE(tone);
+  AudioObjectID process = 0;
+  ASSERT_TRUE(test::eventually([&] {
+    for (auto id : hardware.processObjects()) process = hardware.processPID(id) == tone->pid() ? id : process;
+    return process != 0;
+  }));
+  const std::string speakers = PulseRig::laptopSpeakers;
+  const double full = rig.level(speakers);
+  ASSERT_GT(full, -20) << "the tone plays";
+  auto graph = PipeWireConnection::open({.remote = rig.pipeWireSocket()});
+  ASSERT_TRUE(std::holds_alternative<std::unique_ptr<PipeWireConnection>>(graph));
+  auto& pw = *std::get<std::unique_ptr<PipeWireConnection>>(graph);
+  const auto tapNodes = [&] {
+    EXPECT_EQ(pw.roundtrip(), std::nullopt);
+    int count = 0;
+    for (const auto& node : pw.globals(PW_TYPE_INTERFACE_Node)) {
+      const std::string* name = node.property(PW_KEY_NODE_NAME);
+      count += name != nullptr && name->starts_with(PulseProcessTaps::sinkPrefix) ? 1 : 0;
+    }
+    return count;
+  };
+  const auto tapStreams = [&] { return rig.pactl({"list", "sink-inputs"}).output.find("Wrenhaven") != std::string::npos; };
+
+  using Design = PipeWireGainPath::Design;
+  struct Case {
+    std::optional<Design> design;
+    bool reachable;
+    int nodes;           // the tap's nodes in the graph while it runs: its sink, and the gain's own
+    bool pulseStreams;   // whether the tap has streams on the pulse server
+  };
+  for (const auto& [design, reachable, nodes, pulseStreams] :
+       {Case{Design::filter, true, 2, false}, Case{Design::streamPair, true, 3, true}, Case{Design::filter, false, 1, true}}) {
+    SCOPED_TRACE(testing::Message() << "design " << (design == Design::filter ? "filter" : "stream pair")
+                                    << (reachable ? "" : ", the daemon out of reach"));
+    PulseProcessTaps taps(hardware, {.server = rig.server(),
+                                     .pipeWirePath = design,
+                                     .pipeWireRemote = reachable ? rig.pipeWireSocket() : "/nonexistent/pipewire-0"});
+    auto built = taps.build({"org.example.Player", {process}, Mode::gain, speakers, 0.5F, {}});
+    ASSERT_TRUE(std::holds_alternative<std::shared_ptr<ProcessTap>>(built));
+    auto tap = std::dynamic_pointer_cast<PulseProcessTaps::Tap>(std::get<std::shared_ptr<ProcessTap>>(built));
+    EXPECT_NEAR(rig.level(speakers, full - 6.02), full - 6.02, 0.5);
+    EXPECT_EQ(tap->pipeWirePath() != nullptr, reachable);
+    if (reachable) {
+      EXPECT_TRUE(test::eventually([&] { return tap->pipeWirePath()->quantum() > 0; }));
+    }
+    EXPECT_EQ(tapNodes(), nodes);
+    EXPECT_EQ(tapStreams(), pulseStreams);
+    tap->stop();
+    EXPECT_NEAR(rig.level(speakers, full), full, 0.5) << "full volume again";
+    EXPECT_TRUE(test::eventually([&] { return tapNodes() == 0; })) << "the tap's nodes are gone";
+    EXPECT_FALSE(tapStreams());
+  }
+}
 
 }  // namespace
 }  // namespace wh::platform

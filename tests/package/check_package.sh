@@ -41,7 +41,7 @@ grep -v -e '^/usr/' -e '^/$' "$work/files" && fail "files outside /usr"
 # Metadata: the libraries the binary links come from dpkg-shlibdeps, not from a hand-kept list.
 [ "$(dpkg-deb -f "$deb" Package)" = wrenhaven ] || fail "package name"
 depends=$(dpkg-deb -f "$deb" Depends)
-for library in libpulse0 libqt6widgets6 libqt6dbus6 libc6; do
+for library in libpulse0 libpipewire-0.3-0 libqt6widgets6 libqt6dbus6 libc6; do
   [[ "$depends" == *"$library"* ]] || fail "Depends lacks $library: $depends"
 done
 

@@ -4,12 +4,16 @@
 
 #include <pipewire/extensions/metadata.h>
 #include <pipewire/pipewire.h>
+#include <spa/param/audio/format-utils.h>
+
+#include <cstdint>
 
 namespace wh::platform::pw {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wold-style-cast"
 #pragma GCC diagnostic ignored "-Wpedantic"  // clang: the macros are GNU statement expressions
+#pragma GCC diagnostic ignored "-Wnull-dereference"  // GCC, optimising: the macros read the interface unchecked
 
 inline int addListener(pw_core* core, spa_hook* hook, const pw_core_events* events, void* data) {
   return pw_core_add_listener(core, hook, events, data);
@@ -35,6 +39,16 @@ inline int addListener(pw_metadata* metadata, spa_hook* hook, const pw_metadata_
 inline int setProperty(pw_metadata* metadata, std::uint32_t subject, const char* key, const char* type,
                        const char* value) {
   return pw_metadata_set_property(metadata, subject, key, type, value);
+}
+// Interleaved 32-bit float stereo (FL, FR) at `rate`, built in `builder`'s memory.
+inline const spa_pod* stereoFloatFormat(spa_pod_builder* builder, std::uint32_t rate) {
+  spa_audio_info_raw info{};
+  info.format = SPA_AUDIO_FORMAT_F32;
+  info.rate = rate;
+  info.channels = 2;
+  info.position[0] = SPA_AUDIO_CHANNEL_FL;
+  info.position[1] = SPA_AUDIO_CHANNEL_FR;
+  return spa_format_audio_raw_build(builder, SPA_PARAM_EnumFormat, &info);
 }
 
 #pragma GCC diagnostic pop

@@ -122,6 +122,7 @@ std::optional<PipeWireConnection::Failure> PipeWireConnection::connect() {
   }();
   pw::addListener(core_, &coreListener_, &events, this);
   registry_ = pw::registry(core_);
+  if (registry_ == nullptr) return Failure{Failure::Kind::refused, -errno, "no registry"};
   pw::addListener(registry_, &registryListener_, &registryEvents, this);
   if (pw_thread_loop_start(loop_) < 0) return Failure{Failure::Kind::unreachable, -errno, "no loop thread"};
   running_ = true;
@@ -151,14 +152,12 @@ void PipeWireConnection::onGlobal(void* data, std::uint32_t id, std::uint32_t /*
                                   std::uint32_t version, const spa_dict* props) {
   auto* self = static_cast<PipeWireConnection*>(data);
   self->globals_[id] = Global{id, type != nullptr ? type : "", version, toMap(props)};
-  if (self->registryChanged_) self->registryChanged_();
   self->signal();
 }
 
 void PipeWireConnection::onGlobalRemove(void* data, std::uint32_t id) {
   auto* self = static_cast<PipeWireConnection*>(data);
   self->globals_.erase(id);
-  if (self->registryChanged_) self->registryChanged_();
   self->signal();
 }
 
@@ -230,11 +229,6 @@ std::variant<PipeWireConnection::Global, PipeWireConnection::Failure> PipeWireCo
 bool PipeWireConnection::waitUntilGone(std::uint32_t id) {
   Lock lock(loop_);
   return !waitLocked([&] { return !globals_.contains(id); });
-}
-
-void PipeWireConnection::onRegistryChange(std::function<void()> changed) {
-  Lock lock(loop_);
-  registryChanged_ = std::move(changed);
 }
 
 std::optional<PipeWireConnection::Failure> PipeWireConnection::failure() const {

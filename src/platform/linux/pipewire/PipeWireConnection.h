@@ -39,7 +39,7 @@ class PipeWireConnection {
   };
 
   struct Options {
-    std::string remote;  // empty: libpipewire's own search
+    std::string remote{};  // empty: libpipewire's own search
     std::string clientName = "Wrenhaven";
     std::string threadName = "wrenhaven.pipewire";
     double timeout = 2.0;  // seconds, for each wait
@@ -83,8 +83,6 @@ class PipeWireConnection {
   std::variant<Global, Failure> waitForGlobal(std::string_view type, const std::function<bool(const Global&)>& matches);
   // Waits until the object is gone from the registry. Lock not held.
   bool waitUntilGone(std::uint32_t id);
-  // Calls `changed` on the loop's thread, lock held, after each announcement or removal.
-  void onRegistryChange(std::function<void()> changed);
 
   // The failure that ended the connection, if it ended. Lock not held.
   std::optional<Failure> failure() const;
@@ -129,7 +127,6 @@ class PipeWireConnection {
   spa_hook registryListener_{};
   // With the lock held:
   std::map<std::uint32_t, Global> globals_;
-  std::function<void()> registryChanged_;
   int lastDone_ = -1;
   std::optional<Failure> ended_;
   std::optional<Failure> lastError_;  // the last error of any object, for the call that caused it

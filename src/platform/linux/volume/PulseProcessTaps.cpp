@@ -96,17 +96,27 @@ struct Calls {
     return collect.records;
   }
 
-  std::string defaultSink() {
-    Collect<std::string> collect{&session, {}};
+  std::string defaultSink() { return serverInfo().defaultSink; }
+  // PipeWire's pulse server names itself "PulseAudio (on PipeWire <version>)".
+  bool onPipeWire() { return serverInfo().name.find("on PipeWire") != std::string::npos; }
+
+  struct ServerInfo {
+    std::string name, defaultSink;
+  };
+  ServerInfo serverInfo() {
+    Collect<ServerInfo> collect{&session, {}};
     session.await(pa_context_get_server_info(
         session.context(),
         [](pa_context*, const pa_server_info* info, void* data) {
-          auto* c = static_cast<Collect<std::string>*>(data);
-          if (info != nullptr && info->default_sink_name != nullptr) c->records.emplace_back(info->default_sink_name);
+          auto* c = static_cast<Collect<ServerInfo>*>(data);
+          if (info != nullptr) {
+            c->records.push_back({info->server_name ? info->server_name : "",
+                                  info->default_sink_name ? info->default_sink_name : ""});
+          }
           c->session->signal();
         },
         &collect));
-    return collect.records.empty() ? std::string() : collect.records.front();
+    return collect.records.empty() ? ServerInfo{} : collect.records.front();
   }
 
   struct Answer {
@@ -139,9 +149,11 @@ struct Calls {
   std::uint32_t load(const char* name, const std::string& arguments) { return session.loadModule(name, arguments); }
 };
 
-// Moves the streams of the given sinks to the default output (or the first other sink).
+// Moves the streams of the given sinks back to where they came from (`origins`), or to the default
+// output (or the first other sink): those whose origin is gone, and the `followers`, which came
+// from the default output of their time and so follow the default.
 void moveOut(Calls& calls, const std::set<std::uint32_t>& leaving,
-             const std::map<std::uint32_t, std::uint32_t>& origins = {}) {
+             const std::map<std::uint32_t, std::uint32_t>& origins = {}, const std::set<std::uint32_t>& followers = {}) {
   const auto sinks = calls.sinks();
   std::string fallback = calls.defaultSink();
   for (const auto& sink : sinks) {
@@ -152,7 +164,7 @@ void moveOut(Calls& calls, const std::set<std::uint32_t>& leaving,
   }
   for (const auto& input : calls.inputs()) {
     if (leaving.count(input.sink) == 0) continue;
-    const auto origin = origins.find(input.index);
+    const auto origin = followers.count(input.index) > 0 ? origins.end() : origins.find(input.index);
     const bool back = origin != origins.end() && std::any_of(sinks.begin(), sinks.end(), [&](const SinkRecord& s) {
                         return s.index == origin->second && leaving.count(s.index) == 0;
                       });
@@ -174,6 +186,13 @@ struct PulseProcessTaps::Sink {
   // Taps on their own threads share these.
   std::mutex mutex;
   std::map<std::uint32_t, std::uint32_t> origins;  // playback stream -> the sink it came from
+  // The default output when the latest tap was built, and the streams that came from the default
+  // output: given back, those follow the default of that time, not the sink they left.
+  std::uint32_t defaultOutput = PA_INVALID_INDEX;
+  std::set<std::uint32_t> followers;
+  void takeIn(std::uint32_t input, std::uint32_t from) {  // with the lock held
+    if (origins.emplace(input, from).second && from == defaultOutput) followers.insert(input);
+  }
   struct Moves {
     int takenBack = 0;    // times it was taken away after it had reached the sink
     int sent = 0;         // moves sent, counted or not
@@ -282,7 +301,8 @@ PulseProcessTaps::Tap::Tap(const Request& request, std::set<std::uint32_t> clien
       bundleID_(request.bundleID),
       clients_(std::move(clients)),
       lostHold_(request.lostHold),
-      control_(tapRate, options.fillMargin) {}
+      control_(tapRate, options.fillMargin),
+      options_(options) {}
 
 PulseProcessTaps::Tap::~Tap() { stop(); }
 
@@ -294,6 +314,7 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
   if (request.mode == Mode::gain && !request.outputUID) return Failure{Step::aggregate, badDeviceStatus};
   if (const int error = session_.connect(); error != 0) return Failure{Step::tap, error};
   std::optional<Failure> failure;
+  bool inGraph = false;  // the gain path inside PipeWire's graph, made without the session's lock
   {
     PulseSession::Lock lock(session_);
     Calls calls{session_};
@@ -312,9 +333,13 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
     if (sink_ == nullptr) failure = Failure{Step::tap, session_.error()};
     if (!failure) {
       sinkName_ = sink_->name;
+      const std::string defaultName = calls.defaultSink();
+      std::uint32_t defaultIndex = PA_INVALID_INDEX;
+      for (const auto& record : calls.sinks()) defaultIndex = record.name == defaultName ? record.index : defaultIndex;
       {
         std::lock_guard guard(sink_->mutex);
         sink_->moves.clear();  // this tap tries each stream afresh
+        sink_->defaultOutput = defaultIndex;
       }
       // Streams that appear later are caught by the subscription; those there now, by the list.
       pa_context_set_subscribe_callback(session_.context(), &Tap::onEvent, this);
@@ -328,13 +353,15 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::start(const Request& r
         if (clients_.count(input.client) == 0 || input.sink == sink_->index) continue;
         {
           std::lock_guard guard(sink_->mutex);
-          sink_->origins.emplace(input.index, input.sink);
+          sink_->takeIn(input.index, input.sink);
         }
         if (!calls.move(input.index, sink_->index)) refused(input.index, session_.error());
       }
     }
-    if (!failure && request.mode == Mode::gain) failure = startGain(*request.outputUID);
+    inGraph = !failure && request.mode == Mode::gain && options_.pipeWirePath && calls.onPipeWire();
+    if (!failure && request.mode == Mode::gain && !inGraph) failure = startGain(*request.outputUID);
   }
+  if (inGraph) failure = startPipeWireGain(*request.outputUID);
   if (failure) stop();
   return failure;
 }
@@ -360,7 +387,7 @@ void PulseProcessTaps::Tap::moveIn(std::uint32_t input, std::uint32_t from) {
       loseHold();
       return;
     }
-    sink_->origins.emplace(input, from);
+    sink_->takeIn(input, from);
   }
   // Not waited for: this runs inside the subscription's callback. The server answers a
   // connection's requests in order, so the answer belongs to the oldest move in flight.
@@ -481,6 +508,25 @@ std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startGain(const std::s
   return std::nullopt;
 }
 
+std::optional<ProcessTap::Failure> PulseProcessTaps::Tap::startPipeWireGain(const std::string& outputUID) {
+  PipeWireGainPath::Request request{{.remote = options_.pipeWireRemote,
+                                     .clientName = "Wrenhaven tap",
+                                     .threadName = "wrenhaven.tap",
+                                     .timeout = options_.operationTimeout},
+                                    sinkName_, outputUID, bundleID_, *options_.pipeWirePath};
+  auto started = PipeWireGainPath::start(request, box());
+  PulseSession::Lock lock(session_);
+  if (auto* path = std::get_if<std::unique_ptr<PipeWireGainPath>>(&started)) {
+    pipeWirePath_ = std::move(*path);
+    return std::nullopt;
+  }
+  // The daemon may be out of reach where its pulse server is not (another machine's server, a
+  // sandbox that passes on only the pulse socket): the pulse protocol's path still works there.
+  Log::error("the gain path of " + bundleID_ + " could not be made in PipeWire's graph, so it goes over the "
+             "pulse protocol: " + std::get<PipeWireConnection::Failure>(started).text());
+  return startGain(outputUID);
+}
+
 // On the tap's thread, with the loop's lock held: everything the monitor has is played out.
 void PulseProcessTaps::Tap::pump() {
   if (frames_.load(std::memory_order_relaxed) == 0) {
@@ -581,6 +627,7 @@ void PulseProcessTaps::Tap::stop() {
   if (stopped_) return;
   stopped_ = true;
   // The playback path goes before the sink it reads.
+  pipeWirePath_.reset();
   for (pa_stream** stream : {&capture_, &playback_}) {
     if (*stream == nullptr) continue;
     pa_stream_set_read_callback(*stream, nullptr, nullptr);
@@ -600,11 +647,13 @@ void PulseProcessTaps::Tap::stop() {
   Calls calls{session_};
   // A copy: the sink's lock is never held while the loop's lock is given up to wait for the server.
   std::map<std::uint32_t, std::uint32_t> origins;
+  std::set<std::uint32_t> followers;
   {
     std::lock_guard guard(sink->mutex);
     origins = sink->origins;
+    followers = sink->followers;
   }
-  moveOut(calls, {sink->index}, origins);
+  moveOut(calls, {sink->index}, origins, followers);
   calls.unload(sink->module);
 }
 

@@ -8,7 +8,10 @@
 // also records the sink's monitor and plays it, through the gain mixer, to the output device, on
 // its connection's real-time thread "wrenhaven.tap"; the playback rate follows the fill of the
 // output stream, so the two clocks' drift neither starves nor piles up the stream (the tap
-// measures the stream and applies what its TapRateControl decides). A tap built while another of the application's runs
+// measures the stream and applies what its TapRateControl decides). On PipeWire the gain tap
+// instead plays the sink to the output through a node of its own inside PipeWire's graph
+// (PipeWireGainPath: one clock, no rate control), and over the pulse protocol only where the
+// daemon is out of reach. A tap built while another of the application's runs
 // takes over its sink, so a rebuild moves no stream. The last tap to stop moves the streams back
 // where they were (or to the default output when that is gone) and unloads the sink. Failures
 // carry the server's error numbers.
@@ -19,12 +22,14 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
 #include "core/volume/ProcessTap.h"
 #include "core/volume/TapRateControl.h"
 #include "platform/linux/audio/PulseMirror.h"
+#include "platform/linux/pipewire/PipeWireGainPath.h"
 #include "platform/linux/volume/PulseSession.h"
 
 namespace wh::platform {
@@ -41,6 +46,10 @@ class PulseProcessTaps final : public ProcessTaps {
     // the monitor's pieces still have the round trip through the tap to make. The tap raises it
     // for a while after the stream runs dry.
     double fillMargin = TapRateControl::defaultMargin;
+    // On PipeWire (its pulse server names itself so), a gain tap plays its sink to the output
+    // inside PipeWire's graph in this way; none: over the pulse protocol, as on PulseAudio.
+    std::optional<PipeWireGainPath::Design> pipeWirePath = PipeWireGainPath::Design::filter;
+    std::string pipeWireRemote{};  // empty: libpipewire's own search
   };
   // Tap sinks are named with this prefix; a sink that carries it and belongs to no running tap
   // was left behind by an agent that ended without stopping it.
@@ -79,9 +88,12 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   // Seconds a sample spends between the tap sink and the output device, as the server reports
   // it: the monitor's capture stream and the output stream together (unknown: a negative value).
   double latency();
+  // The path inside PipeWire's graph, when the gain goes that way.
+  const PipeWireGainPath* pipeWirePath() const { return pipeWirePath_.get(); }
 
  private:
   std::optional<Failure> startGain(const std::string& outputUID);
+  std::optional<Failure> startPipeWireGain(const std::string& outputUID);
   void moveIn(std::uint32_t input, std::uint32_t from);
   void refused(std::uint32_t input, int error);
   void loseHold();
@@ -101,6 +113,8 @@ class PulseProcessTaps::Tap final : public ProcessTap {
   TapRateControl control_;  // on the tap's thread
   std::shared_ptr<Sink> sink_;  // held from a successful start until stop
   std::string sinkName_;
+  Options options_;
+  std::unique_ptr<PipeWireGainPath> pipeWirePath_;
   pa_stream* capture_ = nullptr;
   pa_stream* playback_ = nullptr;
   bool timingPending_ = false;
