@@ -16,7 +16,7 @@ namespace {
 // Stored key codes: F5 and the letter A.
 constexpr std::uint32_t kF5 = 96, kA = 0;
 
-TEST(PortalHotkeys, TriggersFollowTheShortcutsSpecification) {
+TEST(PortalHotkeys, TriggersAreWrittenAsFreedesktopShortcutsWriteThem) {
   struct Case {
     HotkeyCombo combo;
     std::optional<std::string> trigger;

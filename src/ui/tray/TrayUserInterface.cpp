@@ -45,7 +45,7 @@ TrayItem::TrayItem(QString id, QString category, std::function<void(Click, QPoin
   });
   // XEmbed only where it is the only tray from the start: Qt picks the tray protocol once per
   // program, so an icon made while a watcher is there would speak StatusNotifierItem.
-  if (!StatusNotifierItem::watcherPresent() && QGuiApplication::platformName() == QLatin1String("xcb") &&
+  if (!item_.watcherSeen() && QGuiApplication::platformName() == QLatin1String("xcb") &&
       QSystemTrayIcon::isSystemTrayAvailable()) {
     xembed_ = std::make_unique<QSystemTrayIcon>();
     xembed_->setContextMenu(&menu_);

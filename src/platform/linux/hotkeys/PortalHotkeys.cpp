@@ -27,7 +27,7 @@ const QString kSession = QStringLiteral("org.freedesktop.portal.Session");
 using Shortcut = QPair<QString, QVariantMap>;
 using Shortcuts = QList<Shortcut>;
 
-// In the order the shortcuts specification writes them.
+// In the order freedesktop shortcut triggers write them.
 constexpr std::array<std::pair<std::uint32_t, const char*>, 4> kModifiers{{{HotkeyModifier::control, "CTRL"},
                                                                            {HotkeyModifier::option, "ALT"},
                                                                            {HotkeyModifier::shift, "SHIFT"},

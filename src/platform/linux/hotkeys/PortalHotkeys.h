@@ -37,7 +37,7 @@ class PortalHotkeys final : public QObject, public HotkeyService {
 
   // Whether the session bus has a desktop portal that offers GlobalShortcuts.
   static bool offered(const QDBusConnection& bus);
-  // The combination as a trigger of the freedesktop shortcuts specification ("CTRL+ALT+F5",
+  // The combination as a freedesktop shortcut trigger ("CTRL+ALT+F5",
   // "LOGO+a"); nothing for a key outside the stored key codes' table.
   static std::optional<std::string> trigger(const HotkeyCombo& combo);
 
